@@ -1,0 +1,82 @@
+#include "util/file.h"
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+
+#include "util/log.h"
+#include "util/nothrow.h"
+
+namespace Quill {
+
+Fd::~Fd() {
+  if (fd_ == -1) return;
+  const int savedErrno = errno;  // the caller's log line still needs it
+  close(fd_);                    // not repeated on EINTR: Linux has closed it by then
+  errno = savedErrno;
+}
+
+off_t Fd::Seek(unsigned long offset, int whence) {
+  return lseek(fd_, static_cast<off_t>(offset), whence);
+}
+
+uint64_t Fd::Size() const {
+  struct stat info;
+  return fstat(fd_, &info) == 0 ? static_cast<uint64_t>(info.st_size) : 0;
+}
+
+MapFile::~MapFile() {
+  if (data_ != nullptr) munmap(const_cast<uint8_t*>(data_), size_);
+  data_ = nullptr;
+  size_ = 0;
+}
+
+std::unique_ptr<Fd> OpenFileRO(const std::string& path) {
+  const int fd = open(path.c_str(), O_RDONLY);
+  return fd < 0 ? nullptr : std::make_unique<Fd>(fd);
+}
+
+std::unique_ptr<MapFile> MapFileRO(int fd) {
+  struct stat info;
+  if (fstat(fd, &info) != 0) return nullptr;
+  const auto size = static_cast<uint64_t>(info.st_size);
+  void* data = mmap(nullptr, size, PROT_READ, MAP_PRIVATE, fd, 0);
+  if (data == MAP_FAILED) return nullptr;
+  auto mapping = MakeUniqueNoThrow<MapFile>(static_cast<const uint8_t*>(data), size);
+  if (!mapping) munmap(data, size);
+  return mapping;
+}
+
+}  // namespace Quill
+
+bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) {
+    QUILL_LOGE("Can't open file: %s\n", path.c_str());
+    return false;
+  }
+  file.seekg(0, std::ios::end);
+  std::streamoff size = file.tellg();
+  // A directory opens, and then claims whatever size its file system likes.
+  std::error_code ignored;
+  if (std::filesystem::is_directory(path, ignored)) size = -1;
+  file.seekg(0, std::ios::beg);
+  if (size < 0 || static_cast<uint64_t>(size) >= out.max_size()) {
+    QUILL_LOGE("Can't read file: %s (streamoff=%lld)\n", path.c_str(), static_cast<long long>(size));
+    return false;
+  }
+  out.resize(static_cast<size_t>(size));
+  file.read(reinterpret_cast<char*>(out.data()), size);
+  return true;
+}
+
+std::vector<uint8_t> ReadFile(const std::string& path) {
+  std::vector<uint8_t> contents;
+  ReadFile(path, contents);
+  return contents;
+}

@@ -1,0 +1,41 @@
+#include "util/file_name.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+
+namespace {
+
+constexpr std::string_view kAppFolder = "/data/app/";
+constexpr std::string_view kTokenEnd = "==/";
+constexpr size_t kTokenTail = 23;  // the "-" and the 22 characters of the token before its "=="
+
+}  // namespace
+
+std::string GetFilenameByFd(int fd) {
+  const std::string link = "/proc/self/fd/" + std::to_string(fd);
+  std::array<char, 4096> target;
+  const ssize_t length = readlink(link.c_str(), target.data(), target.size());
+  return length < 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
+}
+
+std::string GetUnifyFilenameByPath(std::string_view path) {
+  if (path.substr(0, kAppFolder.size()) != kAppFolder) return std::string(path);
+
+  const size_t tokenEnd = path.rfind(kTokenEnd);
+  // The least offset that leaves a token's tail before its "==".
+  if (tokenEnd == std::string_view::npos || tokenEnd < kTokenTail) return std::string(path);
+
+  const size_t nameEnd = tokenEnd - kTokenTail;
+  const size_t outerToken = path.substr(0, nameEnd).find(kTokenEnd);
+  const size_t nameStart =
+      outerToken == std::string_view::npos ? kAppFolder.size() : outerToken + kTokenEnd.size();
+  const size_t nameLength = nameEnd - std::min(nameStart, nameEnd);
+
+  std::string name(path.substr(std::min(nameStart, nameEnd), nameLength));
+  name += path.substr(tokenEnd + 2);
+  return name;
+}
+
+std::string GetUnifyFilenameByFd(int fd) { return GetUnifyFilenameByPath(GetFilenameByFd(fd)); }

@@ -1,0 +1,21 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "util/export.h"
+
+// File names for log lines. None of these logs.
+
+// The path that the descriptor refers to, at most 4,096 bytes of it; empty when it cannot be found.
+QUILLON_EXPORT std::string GetFilenameByFd(int fd);
+
+// The short name of an installed package file: its package name, a slash and the file name, without
+// the random tokens of its directories. A path of any other form is returned unchanged.
+//
+//   /data/app/~~AbCdEfGhIjKlMnOpQrStUv==/com.example.app-WxYzAbCdEfGhIjKlMnOpQr==/base.apk
+//   -> com.example.app/base.apk
+QUILLON_EXPORT std::string GetUnifyFilenameByPath(std::string_view path);
+
+// GetUnifyFilenameByPath of GetFilenameByFd.
+QUILLON_EXPORT std::string GetUnifyFilenameByFd(int fd);

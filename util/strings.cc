@@ -1,0 +1,12 @@
+#include "util/strings.h"
+
+#include <sstream>
+
+std::vector<std::string> SplitString(const std::string& text, char delimiter) {
+  std::vector<std::string> pieces;
+  std::istringstream stream(text);
+  for (std::string piece; std::getline(stream, piece, delimiter);) pieces.push_back(piece);
+  return pieces;
+}
+
+std::vector<uint8_t> StringToVector(const std::string& text) { return {text.begin(), text.end()}; }
