@@ -1,0 +1,84 @@
+#include "schemes/apk_signing_block_v2.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "util/log.h"
+
+namespace Quill {
+namespace {
+
+constexpr uint32_t kStrippingProtectionId = 0xbeeff00d;
+
+}  // namespace
+
+bool ApkSigningBlockV2::Parse() {
+  std::vector<SignerV2> signers;
+  const bool parsed = ParseSigners([&signers](const LengthValueItem* item) {
+    SignerV2 signer;
+    if (!ParseSigner(item, signer)) {
+      QUILL_LOGE("Can't parse signer data");
+      return false;
+    }
+    signers.push_back(std::move(signer));
+    return true;
+  });
+  if (!parsed) return false;
+  if (signers.empty()) {
+    QUILL_LOGE("No signer in APK V2 Signature format");
+    return false;
+  }
+  signers_ = std::move(signers);
+  return true;
+}
+
+bool ApkSigningBlockV2::ParseSigner(const LengthValueItem* item, SignerV2& signer) {
+  ByteCursor fields = item == nullptr ? ByteCursor() : ItemBody(item);
+  signer.signedData.data = TakeSignedData(fields);
+  if (item == nullptr || !ParseSignedData(signer.signedData)) {
+    QUILL_LOGE("Can't parse signed data");
+    return false;
+  }
+  return TakeSignaturesAndPublicKey(fields, signer.signatures, signer.publicKey);
+}
+
+bool ApkSigningBlockV2::ParseSignedData(SignedDataV2& signedData) {
+  ByteCursor fields(signedData.data);
+  return TakeDigestsAndCertificates(fields, signedData.digests, signedData.certificates) &&
+         TakeAttributes(fields, signedData.attributes);
+}
+
+bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attributes) {
+  for (const Attribute& attribute : attributes) {
+    if (attribute.id != kStrippingProtectionId) continue;
+    uint32_t scheme;
+    if (!ByteCursor(attribute.value).TakeU32(scheme)) {
+      QUILL_LOGE("Additional attributes is small: %zu", attribute.value.size());
+      return false;
+    }
+    // Deliberate: compared with 2, not with the 3 that the message speaks of.
+    if (scheme == 2) {
+      QUILL_LOGE(
+          "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was "
+          "found. Signature stripped?");
+      return false;
+    }
+  }
+  return true;
+}
+
+bool ApkSigningBlockV2::Verify() {
+  return std::all_of(signers_.begin(), signers_.end(),
+                     [this](const SignerV2& signer) { return VerifySigner(signer); });
+}
+
+bool ApkSigningBlockV2::VerifySigner(const SignerV2& signer) {
+  const SignedDataV2& signedData = signer.signedData;
+  VerifiedSignature verified;
+  return VerifySignature(signer.signatures, signer.publicKey, signedData.data, verified) &&
+         VerifySignedFields(signedData.certificates, signer.publicKey, signedData.attributes) &&
+         VerifyContent(signer.signatures, signedData.digests, verified.hash) &&
+         StorePublicKey(*verified.verifier);
+}
+
+}  // namespace Quill

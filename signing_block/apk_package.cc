@@ -1,0 +1,263 @@
+#include "signing_block/apk_package.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstring>
+
+#include "schemes/apk_signature_block_base.h"
+#include "schemes/apk_signing_block_v2.h"
+#include "schemes/apk_signing_block_v3.h"
+#include "util/byte_cursor.h"
+#include "util/log.h"
+#include "util/nothrow.h"
+
+namespace Quill {
+namespace {
+
+constexpr uint64_t kChunkSize = 1 << 20;
+constexpr uint64_t kFooterSize = sizeof(ApkSigningBlockFooter);
+
+// Appends the region in consecutive pieces of kChunkSize; the last holds the remainder.
+void AppendChunks(const uint8_t* data, uint64_t length, std::vector<RawData>& chunks) {
+  for (uint64_t offset = 0; offset < length; offset += kChunkSize) {
+    chunks.push_back({data + offset, std::min(kChunkSize, length - offset)});
+  }
+}
+
+// A record as it lies at `position`, which the caller knows to hold all of it.
+template <typename Record>
+Record CopyRecord(const void* position) {
+  Record record;
+  std::memcpy(&record, position, sizeof record);
+  return record;
+}
+
+const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& pairs, uint32_t id) {
+  const auto found = std::find_if(pairs.begin(), pairs.end(), [id](const ApkSignatureBlock* pair) {
+    return CopyRecord<ApkSignatureBlock>(pair).id == id;
+  });
+  return found == pairs.end() ? nullptr : *found;
+}
+
+}  // namespace
+
+uint64_t ApkPackage::OffsetOf(const void* position) const {
+  return static_cast<uint64_t>(static_cast<const uint8_t*>(position) - mapping_->Data());
+}
+
+const EocdRecord* ApkPackage::FindEocdRecord() const {
+  constexpr uint64_t kRecordSize = sizeof(EocdRecord);
+  constexpr uint64_t kLeastOffset = kRecordSize;
+  const uint64_t fileSize = mapping_->Size();
+  if (fileSize < kLeastOffset + kRecordSize) return nullptr;
+
+  // Deliberate: the whole file is searched, not just the longest comment, and the comment length is
+  // not looked at.
+  const uint8_t* first = mapping_->Data() + kLeastOffset;
+  uint64_t candidates = fileSize - kRecordSize - kLeastOffset + 1;
+  while (candidates != 0) {
+    const auto* position = static_cast<const uint8_t*>(memrchr(first, 'P', candidates));
+    if (position == nullptr) return nullptr;
+    const auto* record = reinterpret_cast<const EocdRecord*>(position);
+    if (CopyRecord<EocdRecord>(record).signature == EocdRecord::kSignature) return record;
+    candidates = static_cast<uint64_t>(position - first);
+  }
+  return nullptr;
+}
+
+const CentralDirectory* ApkPackage::FindCentralDirectory(const EocdRecord* eocd) const {
+  const auto record = CopyRecord<EocdRecord>(eocd);
+  const uint64_t fileSize = mapping_->Size();
+  const uint64_t offset = record.centralDirectoryOffset;
+  if (fileSize < offset || fileSize - offset < record.centralDirectorySize) return nullptr;
+  if (fileSize - offset < sizeof(CentralDirectory)) return nullptr;
+
+  const auto* directory = reinterpret_cast<const CentralDirectory*>(mapping_->Data() + offset);
+  const uint32_t signature = CopyRecord<CentralDirectory>(directory).signature;
+  return signature == CentralDirectory::kSignature ? directory : nullptr;
+}
+
+const ApkSigningBlock* ApkPackage::FindApkSigningBlock(
+    const CentralDirectory* centralDirectory) const {
+  const uint64_t end = OffsetOf(centralDirectory);
+  if (end < kFooterSize) return nullptr;
+  const auto footer = CopyRecord<ApkSigningBlockFooter>(mapping_->Data() + end - kFooterSize);
+  if (std::memcmp(footer.magic, ApkSigningBlockFooter::kMagic,
+                  ApkSigningBlockFooter::kMagicSize) != 0) {
+    return nullptr;
+  }
+  if (footer.size > end - sizeof(ApkSigningBlock)) return nullptr;
+
+  const auto* block = reinterpret_cast<const ApkSigningBlock*>(
+      mapping_->Data() + end - footer.size - sizeof(ApkSigningBlock));
+  return CopyRecord<ApkSigningBlock>(block).size == footer.size ? block : nullptr;
+}
+
+bool ApkPackage::CheckEndOfCentralAndCentralDirectories(
+    const EocdRecord* eocd, const CentralDirectory* centralDirectory) const {
+  const auto record = CopyRecord<EocdRecord>(eocd);
+  const uint64_t eocdOffset = OffsetOf(eocd);
+  const uint64_t directoryOffset = OffsetOf(centralDirectory);
+  if (eocdOffset < directoryOffset) return false;
+  if (eocdOffset - directoryOffset != record.centralDirectorySize) return false;
+  return eocdOffset + sizeof record + record.commentLength == mapping_->Size();
+}
+
+bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
+                                         std::vector<const ApkSignatureBlock*>& out) const {
+  const uint64_t size = CopyRecord<ApkSigningBlock>(block).size;
+  if (size < kFooterSize) {
+    QUILL_LOGI(
+        "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n");
+    return false;
+  }
+
+  std::vector<const ApkSignatureBlock*> pairs;
+  ByteCursor cursor(reinterpret_cast<const uint8_t*>(block) + sizeof *block, size - kFooterSize);
+  while (cursor.Remaining() != 0) {
+    const auto* pair = reinterpret_cast<const ApkSignatureBlock*>(cursor.Data());
+    const auto remaining = static_cast<ptrdiff_t>(cursor.Remaining());
+    uint64_t length;
+    if (!cursor.TakeU64(length)) {
+      QUILL_LOGE(
+          "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
+          "remaining_space: %td\n",
+          remaining);
+      return false;
+    }
+    if (length < sizeof pair->id) {
+      QUILL_LOGE("Bad lenght of APK Signing Block: 0x%llx\n",
+                 static_cast<unsigned long long>(length));
+      return false;
+    }
+    ByteCursor body;
+    if (!cursor.Take(length, body)) {
+      QUILL_LOGE(
+          "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
+          "remaining_space: %td block->len: %lld\n",
+          remaining, static_cast<long long>(length));
+      return false;
+    }
+    pairs.push_back(pair);
+  }
+  out = std::move(pairs);
+  return true;
+}
+
+const ApkSignatureBlock* ApkPackage::FindApkSignatureBlock(
+    const std::vector<const ApkSignatureBlock*>& pairs) {
+  if (const auto* pair = FindPair(pairs, ApkSignatureBlock::kSchemeV3Id)) {
+    versionScheme_ = 3;
+    return pair;
+  }
+  if (const auto* pair = FindPair(pairs, ApkSignatureBlock::kSchemeV2Id)) {
+    versionScheme_ = 2;
+    return pair;
+  }
+  return nullptr;
+}
+
+bool ApkPackage::ParseApkPackage() {
+  const EocdRecord* eocd = FindEocdRecord();
+  if (eocd == nullptr) return false;
+  const CentralDirectory* centralDirectory = FindCentralDirectory(eocd);
+  if (centralDirectory == nullptr) return false;
+  const ApkSigningBlock* signingBlock = FindApkSigningBlock(centralDirectory);
+  if (signingBlock == nullptr) return false;
+  if (!CheckEndOfCentralAndCentralDirectories(eocd, centralDirectory)) return false;
+  std::vector<const ApkSignatureBlock*> pairs;
+  if (!ParseApkSignatureBlocks(signingBlock, pairs)) return false;
+  const ApkSignatureBlock* chosenPair = FindApkSignatureBlock(pairs);
+  if (chosenPair == nullptr) return false;
+
+  eocd_ = eocd;
+  centralDirectory_ = centralDirectory;
+  signingBlock_ = signingBlock;
+  chosenPair_ = chosenPair;
+  return true;
+}
+
+void ApkPackage::PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>& chunks) const {
+  const uint64_t recordSize = sizeof *eocdCopy + eocdCopy->commentLength;
+  const uint64_t signingBlockOffset = OffsetOf(signingBlock_);
+  const uint64_t directoryOffset = OffsetOf(centralDirectory_);
+  AppendChunks(mapping_->Data(), signingBlockOffset, chunks);
+  AppendChunks(mapping_->Data() + directoryOffset, mapping_->Size() - recordSize - directoryOffset,
+               chunks);
+  eocdCopy->centralDirectoryOffset = static_cast<uint32_t>(signingBlockOffset);
+  chunks.push_back({reinterpret_cast<const uint8_t*>(eocdCopy), recordSize});
+}
+
+std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
+    const ApkSignatureBlock* pair, const std::vector<RawData>& chunks) {
+  if (pair == nullptr) {
+    QUILL_LOGE("APK signing block is not initialized");
+    return nullptr;
+  }
+  const uint32_t id = CopyRecord<ApkSignatureBlock>(pair).id;
+  switch (id) {
+    case ApkSignatureBlock::kSchemeV3Id:
+      return MakeUniqueNoThrow<ApkSigningBlockV3>(pair, chunks);
+    case ApkSignatureBlock::kSchemeV2Id:
+      return MakeUniqueNoThrow<ApkSigningBlockV2>(pair, chunks);
+    default:
+      QUILL_LOGE("Unknown APK signing block: 0x%x", id);
+      return nullptr;
+  }
+}
+
+bool ApkPackage::VerifyApkPackage() {
+  // The rest of the file, which the parse found to be the record and its comment. The length field is
+  // not trusted a second time: the file may be changing under the mapping.
+  const uint64_t eocdOffset = OffsetOf(eocd_);
+  std::vector<uint8_t> eocdCopy(mapping_->Data() + eocdOffset, mapping_->Data() + mapping_->Size());
+  auto* eocd = reinterpret_cast<EocdRecord*>(eocdCopy.data());
+  eocd->commentLength = static_cast<uint16_t>(eocdCopy.size() - sizeof *eocd);
+  std::vector<RawData> chunks;
+  PrepareRawDataChunks(eocd, chunks);
+
+  const std::unique_ptr<ApkSignatureBlockBase> block = CreateApkSignatureBlock(chosenPair_, chunks);
+  if (!block) {
+    QUILL_LOGE("Can't create APK signature block");
+    return false;
+  }
+  if (!block->Parse()) {
+    QUILL_LOGE("Can't parse APK signature block");
+    return false;
+  }
+  if (!block->Verify()) {
+    QUILL_LOGE("Can't verify APK signature block");
+    return false;
+  }
+  if (!block->GetPublicKeys(publicKeys_)) {
+    QUILL_LOGE("Can't find public keys");
+    return false;
+  }
+  return true;
+}
+
+bool ApkPackage::GetMainPublicKey(std::vector<uint8_t>& out) {
+  if (publicKeys_.empty()) {
+    QUILL_LOGE("Can't find any public key");
+    return false;
+  }
+  if (&out != &publicKeys_.front()) out = publicKeys_.front();
+  return true;
+}
+
+uint32_t ApkPackage::GetVersionScheme() const { return versionScheme_; }
+
+std::string ApkPackage::GetVersionName() const {
+  switch (versionScheme_) {
+    case 1:
+      return "V1";
+    case 2:
+      return "V2";
+    case 3:
+      return "V3";
+    default:
+      return "Unknown version";
+  }
+}
+
+}  // namespace Quill

@@ -1,0 +1,108 @@
+#include "signing_block/process_hashes.h"
+
+#include <algorithm>
+#include <functional>
+#include <thread>
+#include <utility>
+
+namespace Quill {
+namespace {
+
+constexpr uint8_t kChunkPrefix = 0xa5;
+constexpr uint8_t kTopPrefix = 0x5a;
+
+void Begin(Hash& hash, uint8_t prefix, uint32_t count) {
+  hash.Init();
+  hash.Update(&prefix, sizeof prefix);
+  hash.Update(&count, sizeof count);
+}
+
+// Threads that are joined, in the order of their start, whichever way the scope is left.
+class JoinedThreads {
+ public:
+  JoinedThreads() = default;
+  JoinedThreads(const JoinedThreads&) = delete;
+  JoinedThreads& operator=(const JoinedThreads&) = delete;
+  ~JoinedThreads() {
+    for (std::thread& thread : threads_) thread.join();
+  }
+
+  // Room for `count` threads, so that Start never fails with a thread running and no place for it.
+  void Reserve(size_t count) { threads_.reserve(count); }
+  template <typename... Args>
+  void Start(Args&&... args) {
+    threads_.emplace_back(std::forward<Args>(args)...);
+  }
+
+ private:
+  std::vector<std::thread> threads_;
+};
+
+}  // namespace
+
+unsigned int ProcessHashes::GetNumThreads() {
+  constexpr unsigned int kMost = 7;
+  const unsigned int hardwareThreads = std::thread::hardware_concurrency();
+  return hardwareThreads < 2 ? 1 : std::min(hardwareThreads - 1, kMost);
+}
+
+bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
+  topDigest_.clear();
+  if (chunks_.empty()) return false;
+
+  const size_t workerCount = std::min<size_t>(chunks_.size(), GetNumThreads());
+  const size_t chunksPerWorker = chunks_.size() / workerCount;
+  std::vector<std::vector<RawData>> chunkLists(workerCount);
+  std::vector<std::unique_ptr<Hash>> hashes(workerCount);
+  std::vector<Digests> digestLists(workerCount);
+  {
+    JoinedThreads workers;
+    workers.Reserve(workerCount);
+    for (size_t i = 0; i < workerCount; ++i) {
+      const auto first = chunks_.begin() + static_cast<ptrdiff_t>(i * chunksPerWorker);
+      const bool last = i + 1 == workerCount;
+      const auto end = last ? chunks_.end() : first + static_cast<ptrdiff_t>(chunksPerWorker);
+      chunkLists[i].assign(first, end);
+      hashes[i] = hash->Clone();
+      if (!hashes[i]) return false;
+      workers.Start(DoCalcChunkHashes, std::cref(chunkLists[i]), std::ref(hashes[i]),
+                    std::ref(digestLists[i]));
+    }
+  }
+  JoinedThreads final;
+  final.Start(DoCalcTopHash, std::ref(hash), std::cref(digestLists), std::ref(topDigest_));
+  return true;
+}
+
+std::vector<uint8_t> ProcessHashes::CalcChunkHash(const uint8_t* data, unsigned int length,
+                                                  std::unique_ptr<Hash>& hash) {
+  Begin(*hash, kChunkPrefix, length);
+  hash->Update(data, length);
+  return hash->Final();
+}
+
+void ProcessHashes::DoCalcChunkHashes(const std::vector<RawData>& chunks,
+                                      std::unique_ptr<Hash>& hash, Digests& out) {
+  for (const RawData& chunk : chunks) {
+    out.push_back(CalcChunkHash(chunk.data, static_cast<unsigned int>(chunk.length), hash));
+  }
+}
+
+std::vector<uint8_t> ProcessHashes::CalcTopHash(const std::vector<Digests>& digestsPerWorker,
+                                                std::unique_ptr<Hash>& hash) {
+  uint32_t count = 0;
+  for (const Digests& digests : digestsPerWorker) count += static_cast<uint32_t>(digests.size());
+  Begin(*hash, kTopPrefix, count);
+  for (const Digests& digests : digestsPerWorker) {
+    for (const std::vector<uint8_t>& digest : digests) hash->Update(digest);
+  }
+  return hash->Final();
+}
+
+void ProcessHashes::DoCalcTopHash(std::unique_ptr<Hash>& hash,
+                                  const std::vector<Digests>& digestsPerWorker,
+                                  std::vector<uint8_t>& out) {
+  out = CalcTopHash(digestsPerWorker, hash);
+}
+
+}  // namespace Quill
