@@ -1,0 +1,152 @@
+#include "apk/apk.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+#include <ziparchive/zip_archive.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "util/file_name.h"
+#include "util/log.h"
+
+namespace Quill {
+namespace {
+
+bool EndsWith(const std::string& text, std::string_view end) {
+  return text.size() >= end.size() &&
+         text.compare(text.size() - end.size(), end.size(), end) == 0;
+}
+
+}  // namespace
+
+const char* const Apk::kMANIFEST_MF = "META-INF/MANIFEST.MF";
+
+Apk::Apk(const char* path) { Init(-1, path); }
+
+Apk::Apk(int fd) { Init(fd, nullptr); }
+
+Apk::Apk(int fd, bool ignoreHalyxFilter) : ignoreHalyxFilter_(ignoreHalyxFilter) {
+  Init(fd, nullptr);
+}
+
+Apk::Apk(int fd, const char* path) { Init(fd, path); }
+
+Apk::~Apk() {
+  if (archive_ != nullptr) CloseArchive(archive_);
+}
+
+void Apk::Init(int32_t fd, const char* path) {
+  fd_ = fd;
+  if (!OpenArchive(path)) return;
+  isGoodZip_ = true;
+
+  std::vector<uint8_t> androidManifest;
+  const int32_t androidManifestResult = ExtractByName("AndroidManifest.xml", androidManifest);
+  if (androidManifestResult != 0) {
+    QUILL_LOGI("Can't extract Android Manifest: %s\n", ErrorCodeString(androidManifestResult));
+    return;
+  }
+  isApk_ = true;
+
+  std::vector<uint8_t> manifestBytes;
+  const int32_t manifestResult = ExtractByName(kMANIFEST_MF, manifestBytes);
+  if (manifestResult != 0) manifestBytes.clear();
+  const std::string manifestText(manifestBytes.begin(), manifestBytes.end());
+  if (!manifest_.load(manifestText)) {
+    QUILL_LOGE("Can't load manifest: size=%zu\n", manifestText.size());
+    return;
+  }
+  if (!ParseAndroidManifest(androidManifest)) {
+    QUILL_LOGE("Can't process Android Manifest.\n");
+    return;
+  }
+  if (!ForcedIgnoreHalyxFilter() && !halyxPermissionRequired_) {
+    QUILL_LOGI("HALYX permissions are absent.\n");
+    return;
+  }
+  if (!VerifySignature(manifestResult, manifestBytes)) return;
+  FillEntryDigests();
+  verified_ = true;
+}
+
+bool Apk::OpenArchive(const char* path) {
+  if (fd_ < 0 && path == nullptr) {
+    QUILL_LOGE("Can't initialize Apk: need valid file descriptor or filename\n");
+    return false;
+  }
+  bool ownsFd = false;
+  if (fd_ == -1) {
+    fd_ = open(path, O_RDONLY);
+    if (fd_ < 0) {
+      QUILL_LOGE("open('%s') failed: %s\n", path, strerror(errno));
+      return false;
+    }
+    ownsFd = true;
+  }
+  path_ = path != nullptr ? path : GetFilenameByFd(fd_);
+
+  const int32_t result = OpenArchiveFd(fd_, path_.c_str(), &archive_, ownsFd);
+  if (result != 0) {
+    QUILL_LOGE("OpenArchiveFd(%d) [file: %s] returned: %d: %s\n", fd_,
+               GetUnifyFilenameByPath(path_).c_str(), result, ErrorCodeString(result));
+    if (archive_ != nullptr) CloseArchive(archive_);
+    archive_ = nullptr;
+    return false;
+  }
+  return true;
+}
+
+bool Apk::VerifySignature(int32_t manifestResult, const std::vector<uint8_t>& manifestBytes) {
+  switch (VerifyApkSignature(fd_, path_, signatureScheme_, manufacturerKey_)) {
+    case 0:
+      contentsConfirmed_ = true;
+      return true;
+    case 1:
+      return false;
+    default:
+      break;
+  }
+
+  QUILL_LOGI("Fallback to APK V1 signature. APK: %s\n", GetUnifyFilenameByPath(path_).c_str());
+  signatureScheme_ = ApkSignatureScheme::kJar;
+  if (manifestResult != 0) {
+    QUILL_LOGE("Can't extract manifest: %s\n", ErrorCodeString(manifestResult));
+    return false;
+  }
+  if (!InitCertSf()) return false;
+  if (!ValidateManifest(manifestBytes)) {
+    QUILL_LOGE("Can't validate manifest.\n");
+    return false;
+  }
+  return true;
+}
+
+void Apk::FillEntryDigests() {
+  for (const ManifestMf::Section& section : manifest_.getSections()) {
+    std::string entryName;
+    DigestNameAndValue digest;
+    for (const auto& [key, value] : section) {
+      if (key == "Name") entryName = value;
+      // Deliberate: of several digests the one whose name sorts last counts, not the strongest.
+      if (EndsWith(key, "-Digest")) digest = {key, value};
+    }
+    if (!entryName.empty() && !digest.first.empty() && !digest.second.empty()) {
+      entryDigests_[entryName] = std::move(digest);
+    }
+  }
+}
+
+bool Apk::IsGoodApk() {
+  if (!verified_) return false;
+  if (contentsConfirmed_) return true;
+
+  if (!VerifyFileHash("classes.dex")) {
+    QUILL_LOGE("Integrity not confirmed: classes.dex\n");
+    verified_ = false;
+  }
+  contentsConfirmed_ = true;
+  return verified_;
+}
+
+}  // namespace Quill

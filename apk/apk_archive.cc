@@ -1,0 +1,66 @@
+#include <ziparchive/zip_archive.h>
+
+#include "apk/apk.h"
+#include "util/file.h"
+
+namespace Quill {
+
+int32_t Apk::FindEntry(const std::string& name, ZipEntry* entry) {
+  return ::FindEntry(archive_, name.c_str(), entry);
+}
+
+int32_t Apk::FindEntry(std::string_view name, ZipEntry* entry) {
+  return ::FindEntry(archive_, name, entry);
+}
+
+int32_t Apk::Extract(ZipEntry* entry, std::vector<uint8_t>& out) {
+  out.resize(entry->uncompressed_length);
+  return ExtractToMemory(archive_, entry, out.data(), entry->uncompressed_length);
+}
+
+int32_t Apk::Extract(ZipEntry* entry, std::string& out) {
+  std::vector<uint8_t> bytes;
+  const int32_t result = Extract(entry, bytes);
+  if (result == 0) out.assign(bytes.begin(), bytes.end());
+  return result;
+}
+
+template <typename Container>
+int32_t Apk::ExtractByNameImpl(const std::string& name, Container& out) {
+  ZipEntry entry;
+  const int32_t result = FindEntry(name, &entry);
+  return result != 0 ? result : Extract(&entry, out);
+}
+
+int32_t Apk::ExtractByName(const std::string& name, std::vector<uint8_t>& out) {
+  return ExtractByNameImpl(name, out);
+}
+
+int32_t Apk::ExtractByName(const std::string& name, std::string& out) {
+  return ExtractByNameImpl(name, out);
+}
+
+int32_t Apk::GetContents(ZipEntry* entry, std::vector<uint8_t>& out) { return Extract(entry, out); }
+
+int32_t Apk::GetContents(const std::string& path, std::vector<uint8_t>& out) {
+  return ReadFile(path, out) ? 0 : -1;
+}
+
+int32_t Apk::StartIteration(void** cookie, const std::string& prefix, const std::string& suffix) {
+  return ::StartIteration(archive_, cookie, prefix.c_str(), suffix.c_str());
+}
+
+int32_t Apk::Next(void* cookie, ZipEntry* entry, std::string_view& name) {
+  return ::Next(cookie, entry, &name);
+}
+
+int32_t Apk::Next(void* cookie, ZipEntry* entry, std::string& name) {
+  std::string_view view;
+  const int32_t result = Next(cookie, entry, view);
+  if (result == 0) name = view;
+  return result;
+}
+
+void Apk::EndIteration(void* cookie) { ::EndIteration(cookie); }
+
+}  // namespace Quill

@@ -1,0 +1,204 @@
+#include <openssl/bn.h>
+#include <openssl/bytestring.h>
+#include <openssl/digest.h>
+#include <openssl/dsa.h>
+#include <openssl/err.h>
+#include <openssl/evp.h>
+#include <openssl/nid.h>
+#include <openssl/pkcs7.h>
+#include <openssl/rsa.h>
+#include <openssl/stack.h>
+#include <openssl/x509.h>
+#include <ziparchive/zip_archive.h>
+
+#include <string_view>
+
+#include "apk/apk.h"
+#include "jar/pkcs7.h"
+#include "util/base64.h"
+#include "util/digest.h"
+#include "util/log.h"
+#include "util/system.h"
+
+namespace Quill {
+namespace {
+
+// The bytes of META-INF/*.RSA or *.DSA, which sign the signature file.
+struct SignatureBlock {
+  std::vector<uint8_t> bytes;
+  bool isDsa = false;
+};
+
+// The digest that the block's signature covers.
+struct SignedDigest {
+  int nid = NID_undef;
+  std::vector<uint8_t> value;
+};
+
+const char* LibraryError() { return ERR_error_string(ERR_get_error(), nullptr); }
+
+std::vector<uint8_t> NumberToBytes(const BIGNUM* number) {
+  std::vector<uint8_t> bytes(BN_num_bytes(number));
+  BN_bn2bin(number, bytes.data());
+  return bytes;
+}
+
+bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFile,
+                         SignedDigest& out) {
+  const EVP_MD* md = EVP_parse_digest_algorithm(&algorithm);
+  if (md == nullptr) {
+    QUILL_LOGE("Can't parse digest algo\n");
+    return false;
+  }
+  out.nid = EVP_MD_type(md);
+  switch (out.nid) {
+    case NID_md5:
+      ComputeMD5Digest(signatureFile, out.value);
+      return true;
+    case NID_sha1:
+      ComputeSHA1Digest(signatureFile, out.value);
+      return true;
+    case NID_sha256:
+      ComputeSHA256Digest(signatureFile, out.value);
+      return true;
+    default:
+      QUILL_LOGE("Unknown hashing algorithm\n");
+      return false;
+  }
+}
+
+// The key of the block's last certificate. Null logs one error line.
+bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
+  const bssl::UniquePtr<STACK_OF(X509)> certificates(sk_X509_new_null());
+  CBS content;
+  CBS_init(&content, block.data(), block.size());
+  bssl::UniquePtr<EVP_PKEY> key;
+  if (certificates && PKCS7_get_certificates(certificates.get(), &content) == 1 &&
+      sk_X509_num(certificates.get()) != 0) {
+    // Deliberate: the last certificate counts, wherever the signer's stands.
+    const size_t last = sk_X509_num(certificates.get()) - 1;
+    key.reset(X509_get_pubkey(sk_X509_value(certificates.get(), last)));
+  }
+  if (!key) QUILL_LOGE("can not get public key(%s)\n", LibraryError());
+  return key;
+}
+
+// The check of a signature: `result` is the crypto library's answer, 1 for a good signature, and
+// `publicKey` the signer's key bytes. False, with one error line, when the check could not be made;
+// `publicKey` is set even then if a key of the block's kind was found.
+bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, const CBS& signature,
+              std::vector<uint8_t>& publicKey, int& result) {
+  const bssl::UniquePtr<RSA> rsa(EVP_PKEY_get1_RSA(key));
+  if (!rsa) {
+    QUILL_LOGE("can not get rsa contex(%s)\n", LibraryError());
+    return false;
+  }
+  const BIGNUM* modulus = nullptr;
+  RSA_get0_key(rsa.get(), &modulus, nullptr, nullptr);
+  publicKey = NumberToBytes(modulus);
+  result = RSA_verify(digest.nid, digest.value.data(), digest.value.size(), CBS_data(&signature),
+                      CBS_len(&signature), rsa.get());
+  return true;
+}
+
+bool CheckDsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
+              std::vector<uint8_t>& publicKey, int& result) {
+  const bssl::UniquePtr<DSA> dsa(EVP_PKEY_get1_DSA(key));
+  if (!dsa) {
+    QUILL_LOGE("can not get dsa contex(%s)\n", LibraryError());
+    return false;
+  }
+  const BIGNUM* publicValue = nullptr;
+  DSA_get0_key(dsa.get(), &publicValue, nullptr);
+  publicKey = NumberToBytes(publicValue);
+  const bssl::UniquePtr<DSA_SIG> parsed(DSA_SIG_parse(&signature));
+  if (!parsed) {
+    QUILL_LOGE("Error parsing DSA signature\n");
+    return false;
+  }
+  int valid = 0;
+  result = DSA_do_check_signature(&valid, digest.value.data(), digest.value.size(), parsed.get(),
+                                  dsa.get());
+  if (result == 1) result = valid;
+  return true;
+}
+
+}  // namespace
+
+bool Apk::InitCertSf() {
+  // Deliberate: of several signature files only the first in the archive's order is looked at.
+  ZipEntry entry;
+  std::string name;
+  void* cookie = nullptr;
+  if (StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
+  const bool found = Next(cookie, &entry, name) == 0;
+  EndIteration(cookie);
+  std::vector<uint8_t> signatureFile;
+  if (!found || Extract(&entry, signatureFile) != 0) return false;
+
+  if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) return false;
+  if (!ReadOnlyFS(fd_) && HasRollbackProtection(certSf_)) return false;
+
+  const std::string stem = name.substr(0, name.rfind('.') + 1);
+  SignatureBlock block;
+  if (ExtractByName(stem + "RSA", block.bytes) != 0 || block.bytes.empty()) {
+    block.isDsa = true;
+    const std::string dsaName = stem + "DSA";
+    if (ExtractByName(dsaName, block.bytes) != 0 || block.bytes.empty()) {
+      QUILL_LOGE("Can't extract DSA certificate: %s\n", dsaName.c_str());
+      return false;
+    }
+  }
+
+  CBS content;
+  CBS_init(&content, block.bytes.data(), block.bytes.size());
+  CBS digestAlgorithm;
+  CBS signatureAlgorithm;
+  CBS signature;
+  if (!parse_pkcs7(content, &digestAlgorithm, &signatureAlgorithm, &signature)) return false;
+  SignedDigest digest;
+  if (!DigestSignatureFile(digestAlgorithm, signatureFile, digest)) return false;
+
+  ERR_clear_error();  // so that a line below tells of this block
+  const bssl::UniquePtr<EVP_PKEY> key = SignerKey(block.bytes);
+  if (!key) return false;
+  int result = 0;
+  const bool checked = block.isDsa
+                           ? CheckDsa(key.get(), digest, signature, manufacturerKey_, result)
+                           : CheckRsa(key.get(), digest, signature, manufacturerKey_, result);
+  if (!checked) return false;
+  if (result != 1) {
+    QUILL_LOGE("file not verified: %s(ret=%d)\n", name.c_str(), result);
+    return false;
+  }
+  return true;
+}
+
+bool Apk::ValidateManifest(const std::vector<uint8_t>& manifestBytes) {
+  if (!certSf_) {
+    QUILL_LOGE("Can't validate manifest. Bad SF file.\n");
+    return false;
+  }
+  static const std::string manifestSuffix = "-Manifest";
+  const std::string suffix = "-Digest" + manifestSuffix;
+
+  std::string digestName;
+  std::vector<uint8_t> expected;
+  for (const ManifestMf::Section& section : certSf_.getSections()) {
+    for (const auto& [key, value] : section) {
+      if (key.size() < suffix.size() ||
+          key.compare(key.size() - suffix.size(), suffix.size(), suffix) != 0) {
+        continue;
+      }
+      // Deliberate: of several digests the one whose name sorts last counts.
+      expected = Base64Decode(value);
+      digestName = key.substr(0, key.size() - manifestSuffix.size());
+    }
+    if (!digestName.empty()) break;
+  }
+  if (!expected.empty() && VerifyData(digestName, expected, manifestBytes)) return true;
+  QUILL_LOGE("Can't validate manifest.\n");
+  return false;
+}
+
+}  // namespace Quill
