@@ -60,8 +60,8 @@ bool Apk::ParseAndroidManifest(const std::vector<uint8_t>& bytes) {
 
   String8 packageName;
   // A document that turns out bad ends the scan quietly: what was found so far counts.
-  for (auto event = tree.next(); event != ResXMLParser::END_DOCUMENT &&
-                                 event != ResXMLParser::BAD_DOCUMENT;
+  for (auto event = tree.next();
+       event != ResXMLParser::END_DOCUMENT && event != ResXMLParser::BAD_DOCUMENT;
        event = tree.next()) {
     if (event != ResXMLParser::START_TAG) continue;
     size_t length = 0;
@@ -74,8 +74,8 @@ bool Apk::ParseAndroidManifest(const std::vector<uint8_t>& bytes) {
     } else if (Equals(element, "uses-permission") || Equals(element, "permission")) {
       halyxPermissionRequired_ = IsHalyxPermission(getStrAttr(tree, "name"));
     } else if (Equals(element, "meta-data")) {
-      halyxPermissionRequired_ = Equals(getStrAttr(tree, "name"), "access") &&
-                                 IsHalyxMetaData(getStrAttr(tree, "value"));
+      halyxPermissionRequired_ =
+          Equals(getStrAttr(tree, "name"), "access") && IsHalyxMetaData(getStrAttr(tree, "value"));
     }
   }
   packageName_.assign(packageName.string(), packageName.length());

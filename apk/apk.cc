@@ -14,8 +14,7 @@ namespace Quill {
 namespace {
 
 bool EndsWith(const std::string& text, std::string_view end) {
-  return text.size() >= end.size() &&
-         text.compare(text.size() - end.size(), end.size(), end) == 0;
+  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
 }  // namespace

@@ -25,16 +25,17 @@ enum class ApkSignatureScheme : int32_t {
 };
 
 // One opened package. Construction runs the whole opening sequence: it opens the ZIP archive, reads
-// the compiled manifest, decides whether the package falls under the Halyx feature, and verifies the
-// signature. It never fails outright: the step that goes wrong is logged and stops the sequence, and
-// IsGoodZip, IsApk and IsGoodApk report how far it came. Only the standard library's own failures
-// (memory, a thread that cannot be started, an SDK property that is not a number) are thrown.
+// the compiled manifest, decides whether the package falls under the Halyx feature, and verifies
+// the signature. It never fails outright: the step that goes wrong is logged and stops the
+// sequence, and IsGoodZip, IsApk and IsGoodApk report how far it came. Only the standard library's
+// own failures (memory, a thread that cannot be started, an SDK property that is not a number) are
+// thrown.
 //
-// A descriptor that is handed in is borrowed: it must stay open as long as the object, which does not
-// close it. An object is used by one thread at a time; distinct objects are independent.
+// A descriptor that is handed in is borrowed: it must stay open as long as the object, which does
+// not close it. An object is used by one thread at a time; distinct objects are independent.
 //
-// The archive operations return libziparchive's result codes: 0 for success, negative errors, text by
-// its ErrorCodeString. They may be called only when IsGoodZip.
+// The archive operations return libziparchive's result codes: 0 for success, negative errors, text
+// by its ErrorCodeString. They may be called only when IsGoodZip.
 class QUILLON_EXPORT Apk {
  public:
   // "META-INF/MANIFEST.MF".
@@ -54,8 +55,8 @@ class QUILLON_EXPORT Apk {
   bool IsGoodZip() const { return isGoodZip_; }
   // The archive has an AndroidManifest.xml: it is a package, not a plain JAR or ZIP.
   bool IsApk() const { return isApk_; }
-  // The package verified. The first call on a v1 package also checks "classes.dex" and logs when that
-  // fails; the answer is then false for good.
+  // The package verified. The first call on a v1 package also checks "classes.dex" and logs when
+  // that fails; the answer is then false for good.
   bool IsGoodApk();
 
   // The manifest's package name; empty when there is none.
@@ -93,13 +94,13 @@ class QUILLON_EXPORT Apk {
   void EndIteration(void* cookie);
 
   // Verifies the v2 or v3 signature of the package behind `fd`; `path` serves for log lines.
-  // Returns 0 with the main signer's key in `publicKey`; 1 when a signing block was found but did not
-  // verify; 2 when there is no usable one or the file cannot be mapped. `scheme` is set as soon as a
-  // block was found. Logs the scheme, and the step that failed.
+  // Returns 0 with the main signer's key in `publicKey`; 1 when a signing block was found but did
+  // not verify; 2 when there is no usable one or the file cannot be mapped. `scheme` is set as soon
+  // as a block was found. Logs the scheme, and the step that failed.
   static int32_t VerifyApkSignature(int32_t fd, const std::string& path, ApkSignatureScheme& scheme,
                                     std::vector<uint8_t>& publicKey);
-  // True, with one info line, when a JAR signature file says that the package was also signed with v2
-  // or v3.
+  // True, with one info line, when a JAR signature file says that the package was also signed with
+  // v2 or v3.
   bool HasRollbackProtection(const ManifestMf& signatureFile);
 
   // Check an entry against its digest in META-INF/MANIFEST.MF, or, when a v2 or v3 package does not
@@ -110,8 +111,8 @@ class QUILLON_EXPORT Apk {
   bool VerifyFileHash(const std::string& name, const std::string& path);
   // True for the seven signature-related names that a v1 package may leave out of its manifest.
   bool CanSkipValidation(const std::string& name);
-  // Compares the digest of `data`, by "SHA1-Digest" or "SHA-256-Digest", with `expected`. An unknown
-  // name is false and logs one error line.
+  // Compares the digest of `data`, by "SHA1-Digest" or "SHA-256-Digest", with `expected`. An
+  // unknown name is false and logs one error line.
   bool VerifyData(const std::string& digestName, const std::vector<uint8_t>& expected,
                   const std::vector<uint8_t>& data);
 

@@ -4,6 +4,19 @@
 #include "util/file.h"
 
 namespace Quill {
+namespace {
+
+// libziparchive's code for lengths that contradict each other; its public header names no codes.
+constexpr int32_t kInconsistentInformation = -9;
+
+// Deflate makes at most 258 bytes of 2 bits. An entry that declares more cannot be extracted, so no
+// memory is set aside for it. (Lengths of stored entries are checked when the entry is found.)
+bool DeclaresTooMuch(const ZipEntry& entry) {
+  constexpr uint64_t kMostExpansion = 258 * 8 / 2;
+  return entry.uncompressed_length > entry.compressed_length * kMostExpansion;
+}
+
+}  // namespace
 
 int32_t Apk::FindEntry(const std::string& name, ZipEntry* entry) {
   return ::FindEntry(archive_, name.c_str(), entry);
@@ -14,6 +27,7 @@ int32_t Apk::FindEntry(std::string_view name, ZipEntry* entry) {
 }
 
 int32_t Apk::Extract(ZipEntry* entry, std::vector<uint8_t>& out) {
+  if (DeclaresTooMuch(*entry)) return kInconsistentInformation;
   out.resize(entry->uncompressed_length);
   return ExtractToMemory(archive_, entry, out.data(), entry->uncompressed_length);
 }

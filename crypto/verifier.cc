@@ -49,7 +49,8 @@ bool RSAVerifier::Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> 
                     key_.get()) == 1;
 }
 
-bool RSAPSSVerifier::Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> signature) const {
+bool RSAPSSVerifier::Verify(const std::vector<uint8_t>& data,
+                            std::vector<uint8_t> signature) const {
   const std::vector<uint8_t> digest = hash_->Digest(data);
   const EVP_MD* md = EVP_get_digestbynid(hash_->Type());
   if (md == nullptr) return false;

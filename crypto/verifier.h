@@ -15,20 +15,20 @@
 
 namespace Quill {
 
-// Checks one signature with one public key. Made empty, initialised once, used for one Verify. Nothing
-// here logs. Virtual functions stand in binary order.
+// Checks one signature with one public key. Made empty, initialised once, used for one Verify.
+// Nothing here logs. Virtual functions stand in binary order.
 class Verifier {
  public:
   virtual ~Verifier() = default;
-  // Parses `publicKeyDer`, a DER SubjectPublicKeyInfo without trailing bytes, and takes over `hash`, a
-  // fresh digest object of the signature's digest algorithm. Returns false when the key is not of this
-  // verifier's type or not well formed; `hash` is then destroyed.
+  // Parses `publicKeyDer`, a DER SubjectPublicKeyInfo without trailing bytes, and takes over
+  // `hash`, a fresh digest object of the signature's digest algorithm. Returns false when the key
+  // is not of this verifier's type or not well formed; `hash` is then destroyed.
   virtual bool Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr<Hash> hash) = 0;
   // The bytes that stand for the key, as the class says; false when there are none. `out` may have
   // changed all the same.
   virtual bool GetPublicKey(std::vector<uint8_t>& out) const = 0;
-  // True when `signature` is the key's over `data`. Deliberate: the digest object is not restarted, so
-  // a second call continues from the state that the first one left.
+  // True when `signature` is the key's over `data`. Deliberate: the digest object is not restarted,
+  // so a second call continues from the state that the first one left.
   virtual bool Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> signature) const = 0;
 
  protected:
@@ -63,8 +63,8 @@ class DSAVerifier : public Verifier {
   bssl::UniquePtr<DSA> key_;
 };
 
-// ECDSA with DER signatures. The public key is the encoded point without its first two bytes, in the
-// key's own conversion form: for an uncompressed P-256 point 63 bytes.
+// ECDSA with DER signatures. The public key is the encoded point without its first two bytes, in
+// the key's own conversion form: for an uncompressed P-256 point 63 bytes.
 class ECDSAVerifier : public Verifier {
  public:
   bool Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr<Hash> hash) override;
@@ -74,7 +74,8 @@ class ECDSAVerifier : public Verifier {
   // Encodes `point` into a buffer that the caller releases with OPENSSL_free. Returns its length in
   // bytes; 0, with no buffer to release, when that fails.
   static size_t EC_POINT_point2buf(const EC_GROUP* group, const EC_POINT* point,
-                                   point_conversion_form_t form, unsigned char** buffer, BN_CTX* ctx);
+                                   point_conversion_form_t form, unsigned char** buffer,
+                                   BN_CTX* ctx);
 
  private:
   bssl::UniquePtr<EC_KEY> key_;

@@ -53,8 +53,8 @@ bool Apk::VerifyFileHashImpl(const std::string& name, Source source) {
     QUILL_LOGI("verifyFileHashImpl: Not verified file from manifest: %s\n", name.c_str());
     return false;
   }
-  // The whole-file signature covers the archive; what is left to show is that these are the bytes of
-  // the entry that the name resolves to.
+  // The whole-file signature covers the archive; what is left to show is that these are the bytes
+  // of the entry that the name resolves to.
   std::vector<uint8_t> named;
   if (ExtractByName(name, named) != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract base file in APK: %s\n", name.c_str());
@@ -69,8 +69,8 @@ bool Apk::VerifyFileHashImpl(const std::string& name, Source source) {
 
 bool Apk::CanSkipValidation(const std::string& name) {
   static const std::string names[] = {
-      "META-INF/CERT.RSA", "META-INF/ANDROIDD.RSA", "META-INF/SECUREST.RSA", "META-INF/CERT.SF",
-      "META-INF/ANDROIDD.SF", "META-INF/SECUREST.SF", "META-INF/MANIFEST.MF"};
+      "META-INF/CERT.RSA",    "META-INF/ANDROIDD.RSA", "META-INF/SECUREST.RSA", "META-INF/CERT.SF",
+      "META-INF/ANDROIDD.SF", "META-INF/SECUREST.SF",  "META-INF/MANIFEST.MF"};
   static const std::set<std::string> skipped(std::begin(names), std::end(names));
   return skipped.count(name) != 0;
 }

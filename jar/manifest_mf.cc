@@ -27,8 +27,9 @@ bool ManifestMf::load(const std::string& text) {
   return valid_;
 }
 
-// The zero behind the text, like any zero inside it, stops every scan. Every step leaves the cursor at
-// most on it, so the character under the cursor and, short of the end, the one behind can be read.
+// The zero behind the text, like any zero inside it, stops every scan. Every step leaves the cursor
+// at most on it, so the character under the cursor and, short of the end, the one behind can be
+// read.
 bool ManifestMf::parse() {
   const char* const text = text_.c_str();
   const size_t end = text_.size();
@@ -76,8 +77,8 @@ bool ManifestMf::parse() {
                      static_cast<unsigned int>(static_cast<uint8_t>(next)), next);
           return false;
         }
-        // Deliberate: past a line break too, which P_EOL then looks for one character later; after a
-        // lone line feed the next line loses its first character.
+        // Deliberate: past a line break too, which P_EOL then looks for one character later; after
+        // a lone line feed the next line loses its first character.
         cursor += 2;
         state = next == ' ' ? P_VALUE : P_EOL;
         break;

@@ -6,22 +6,22 @@
 
 #include "util/export.h"
 
-// The attributes of a JAR manifest (META-INF/MANIFEST.MF) or of a JAR signature file (.SF), which has
-// the same syntax: sections of "Name: value" lines, each section ended by a blank line.
+// The attributes of a JAR manifest (META-INF/MANIFEST.MF) or of a JAR signature file (.SF), which
+// has the same syntax: sections of "Name: value" lines, each section ended by a blank line.
 class QUILLON_EXPORT ManifestMf {
  public:
   using Section = std::map<std::string, std::string>;
 
-  // Parses `text`, dropping what was loaded before. Returns false and logs one error line when a name
-  // has no colon before the end, or a colon is followed by neither a space nor a line break; the
-  // sections before the error are kept.
+  // Parses `text`, dropping what was loaded before. Returns false and logs one error line when a
+  // name has no colon before the end, or a colon is followed by neither a space nor a line break;
+  // the sections before the error are kept.
   bool load(const std::string& text);
 
   // The result of the last load; false before one.
   explicit operator bool() const { return valid_; }
 
-  // Sections in file order, the main section first. Only sections that a blank line ends are here, and
-  // only attributes with a value.
+  // Sections in file order, the main section first. Only sections that a blank line ends are here,
+  // and only attributes with a value.
   const std::vector<Section>& getSections() const { return sections_; }
 
  private:

@@ -10,8 +10,8 @@ namespace Quill {
 
 // One signature algorithm of the v2 and v3 schemes.
 struct SignatureAlgorithm {
-  uint32_t id;                            // as signers name it
-  int digestNid;                          // Hash::CreateHashFromAlgoId
+  uint32_t id;                              // as signers name it
+  int digestNid;                            // Hash::CreateHashFromAlgoId
   std::unique_ptr<Verifier> (*verifier)();  // a verifier without a key, null when out of memory
 };
 

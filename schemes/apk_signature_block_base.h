@@ -15,11 +15,11 @@
 
 namespace Quill {
 
-// What the v2 and the v3 scheme share: the parsers of a signer's items, the table of algorithms, and
-// the steps of a signer's verification.
+// What the v2 and the v3 scheme share: the parsers of a signer's items, the table of algorithms,
+// and the steps of a signer's verification.
 //
-// A block is made for one pair, then Parse, Verify and GetPublicKeys are called in this order, by one
-// thread. Virtual functions stand in binary order.
+// A block is made for one pair, then Parse, Verify and GetPublicKeys are called in this order, by
+// one thread. Virtual functions stand in binary order.
 //
 // Parsers of a field take null for a field that does not fit what encloses it, and refuse it.
 class ApkSignatureBlockBase {
@@ -63,8 +63,8 @@ class ApkSignatureBlockBase {
   static bool CompareOrder(const std::vector<Signature>& signatures,
                            const std::vector<Digest>& digests);
 
-  // A digest object for the signature algorithm, or a verifier without a key; null for an unknown ID,
-  // with one error line, or when it cannot be allocated, without one.
+  // A digest object for the signature algorithm, or a verifier without a key; null for an unknown
+  // ID, with one error line, or when it cannot be allocated, without one.
   static std::unique_ptr<Hash> CreateHashFromAlgoId(uint32_t id);
   static std::unique_ptr<Verifier> CreateVerifierFromAlgoId(uint32_t id);
 

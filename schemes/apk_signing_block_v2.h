@@ -12,7 +12,8 @@ namespace Quill {
 class ApkSigningBlockV2 : public ApkSignatureBlockBase {
  public:
   struct SignedDataV2 {
-    std::vector<uint8_t> data;  // a private copy of what the signature covers; the rest is read from it
+    std::vector<uint8_t>
+        data;  // a private copy of what the signature covers; the rest is read from it
     std::vector<Digest> digests;
     std::vector<std::vector<uint8_t>> certificates;  // DER
     std::vector<Attribute> attributes;

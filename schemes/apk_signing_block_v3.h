@@ -8,8 +8,9 @@
 
 namespace Quill {
 
-// APK Signature Scheme v3: exactly one signer must cover the running platform's SDK version, and only
-// that one is verified. The public keys are those of its lineage, the oldest first, and last its own.
+// APK Signature Scheme v3: exactly one signer must cover the running platform's SDK version, and
+// only that one is verified. The public keys are those of its lineage, the oldest first, and last
+// its own.
 class ApkSigningBlockV3 : public ApkSignatureBlockBase {
  public:
   using RotationParsedCertificate = Quill::RotationParsedCertificate;
@@ -17,7 +18,8 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   using ProofOfRotation = Quill::ProofOfRotation;
 
   struct SignedDataV3 {
-    std::vector<uint8_t> data;  // a private copy of what the signature covers; the rest is read from it
+    std::vector<uint8_t>
+        data;  // a private copy of what the signature covers; the rest is read from it
     uint32_t minSdk = 0;
     uint32_t maxSdk = 0;
     std::vector<Digest> digests;
@@ -46,18 +48,18 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   // Reads the lineage out of `attributes`. False logs one error line.
   static bool ParseAdditionalAttributes(SignedDataV3& signedData);
 
-  // Read a lineage, one level and a level's signed part; they log nothing. `value` is an attribute's
-  // stored value, four bytes longer than its own; a null level is refused. Levels read before a bad
-  // one stay in `chain`.
+  // Read a lineage, one level and a level's signed part; they log nothing. `value` is an
+  // attribute's stored value, four bytes longer than its own; a null level is refused. Levels read
+  // before a bad one stay in `chain`.
   static bool ParseProofOfRotation(const std::vector<uint8_t>& value,
                                    std::vector<ProofOfRotation>& chain);
   static bool ParseProofOfRotationLevel(const LengthValueItem* level, ProofOfRotation& out);
   static bool ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
                                              RotationParsedCertificate& out);
 
-  // Checks every link of `chain`, whose last certificate must be `signingCertificate`, and appends the
-  // public keys of all levels but the last to `publicKeys`. An empty chain passes. False logs one
-  // error line, after a certificate's own; keys appended before stay.
+  // Checks every link of `chain`, whose last certificate must be `signingCertificate`, and appends
+  // the public keys of all levels but the last to `publicKeys`. An empty chain passes. False logs
+  // one error line, after a certificate's own; keys appended before stay.
   static bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
                                   const std::vector<uint8_t>& signingCertificate,
                                   std::vector<std::vector<uint8_t>>& publicKeys);

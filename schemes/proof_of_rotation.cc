@@ -26,8 +26,8 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
                 std::vector<std::vector<uint8_t>>& publicKeys) {
   const std::unique_ptr<Hash> hash = ApkSignatureBlockBase::CreateHashFromAlgoId(algorithmId);
   if (!hash) {
-    QUILL_LOGE(
-        "Can't find supporting hash algo for certificate in proof of rotation chain: #%zu", number);
+    QUILL_LOGE("Can't find supporting hash algo for certificate in proof of rotation chain: #%zu",
+               number);
     return false;
   }
   const std::unique_ptr<Verifier> verifier =
@@ -57,7 +57,8 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
 
 }  // namespace
 
-bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value, std::vector<ProofOfRotation>& chain) {
+bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
+                                             std::vector<ProofOfRotation>& chain) {
   ByteCursor cursor(value);
   ByteCursor levels;
   uint32_t version;
@@ -73,7 +74,8 @@ bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value, 
   return true;
 }
 
-bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level, ProofOfRotation& out) {
+bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level,
+                                                  ProofOfRotation& out) {
   if (level == nullptr) return false;
   ByteCursor fields = ItemBody(level);
   ByteCursor signedPart;
@@ -93,7 +95,7 @@ bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level, 
 }
 
 bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
-                                    RotationParsedCertificate& out) {
+                                                       RotationParsedCertificate& out) {
   ByteCursor fields(data);
   ByteCursor certificate;
   if (!fields.TakeLengthValue(certificate)) return false;
@@ -102,8 +104,8 @@ bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t
 }
 
 bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
-                         const std::vector<uint8_t>& signingCertificate,
-                         std::vector<std::vector<uint8_t>>& publicKeys) {
+                                            const std::vector<uint8_t>& signingCertificate,
+                                            std::vector<std::vector<uint8_t>>& publicKeys) {
   if (chain.empty()) return true;
   if (CertificateOf(chain.back()) != signingCertificate) {
     QUILL_LOGE(
@@ -122,8 +124,8 @@ bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& 
     return false;
   }
 
-  std::set<std::reference_wrapper<const std::vector<uint8_t>>, std::less<std::vector<uint8_t>>> seen{
-      CertificateOf(chain.front())};
+  std::set<std::reference_wrapper<const std::vector<uint8_t>>, std::less<std::vector<uint8_t>>>
+      seen{CertificateOf(chain.front())};
   for (size_t i = 1; i < chain.size(); ++i) {
     const ProofOfRotation& level = chain[i];
     const size_t number = i + 1;

@@ -5,14 +5,14 @@
 
 #include "util/byte_cursor.h"
 
-// The length-prefixed items that signers are made of. All integers are little-endian. The parsers log
-// nothing; one that answers false has consumed nothing.
+// The length-prefixed items that signers are made of. All integers are little-endian. The parsers
+// log nothing; one that answers false has consumed nothing.
 
 namespace Quill {
 
-// A 32-bit length and that many bytes. Every field of a signer that is a sequence, and every element
-// of such a sequence, is one. A pointer to one is a promise that the whole item can be read; TakeItem
-// is the one place that makes such a promise about a package.
+// A 32-bit length and that many bytes. Every field of a signer that is a sequence, and every
+// element of such a sequence, is one. A pointer to one is a promise that the whole item can be
+// read; TakeItem is the one place that makes such a promise about a package.
 struct __attribute__((packed)) LengthValueItem {
   uint32_t length;  // bytes that follow
 };
@@ -35,13 +35,13 @@ struct Signature {
 
 struct Attribute {
   uint32_t id = 0;
-  // Deliberate: the attribute's own value and the four bytes that follow it in the signed data, zeros
-  // past its end. Readers look at the front alone.
+  // Deliberate: the attribute's own value and the four bytes that follow it in the signed data,
+  // zeros past its end. Readers look at the front alone.
   std::vector<uint8_t> value;
 };
 
-// Takes one digest or signature item: algorithm ID, value length, value. The item's length must be the
-// value's plus 8 exactly.
+// Takes one digest or signature item: algorithm ID, value length, value. The item's length must be
+// the value's plus 8 exactly.
 template <typename Record>
 bool TakeAlgorithmItem(ByteCursor& items, Record& out) {
   ByteCursor rest = items;
@@ -59,12 +59,12 @@ bool TakeAlgorithmItem(ByteCursor& items, Record& out) {
 // Takes one certificate item: the DER bytes, possibly none.
 bool TakeCertificate(ByteCursor& items, std::vector<uint8_t>& out);
 
-// Takes one attribute item: ID, value. `following` counts the bytes behind `items` that belong to the
-// same signed data.
+// Takes one attribute item: ID, value. `following` counts the bytes behind `items` that belong to
+// the same signed data.
 bool TakeAttributeItem(ByteCursor& items, uint64_t following, Attribute& out);
 
-// The one sequence loop: item kinds differ in `take` alone. Ends on an exact landing only; items read
-// before a bad one stay in `out`.
+// The one sequence loop: item kinds differ in `take` alone. Ends on an exact landing only; items
+// read before a bad one stay in `out`.
 template <typename Record, typename Take>
 bool TakeAll(ByteCursor items, Take take, std::vector<Record>& out) {
   while (items.Remaining() != 0) {

@@ -82,8 +82,8 @@ const ApkSigningBlock* ApkPackage::FindApkSigningBlock(
   const uint64_t end = OffsetOf(centralDirectory);
   if (end < kFooterSize) return nullptr;
   const auto footer = CopyRecord<ApkSigningBlockFooter>(mapping_->Data() + end - kFooterSize);
-  if (std::memcmp(footer.magic, ApkSigningBlockFooter::kMagic,
-                  ApkSigningBlockFooter::kMagicSize) != 0) {
+  if (std::memcmp(footer.magic, ApkSigningBlockFooter::kMagic, ApkSigningBlockFooter::kMagicSize) !=
+      0) {
     return nullptr;
   }
   if (footer.size > end - sizeof(ApkSigningBlock)) return nullptr;
@@ -108,7 +108,8 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
   const uint64_t size = CopyRecord<ApkSigningBlock>(block).size;
   if (size < kFooterSize) {
     QUILL_LOGI(
-        "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n");
+        "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing "
+        "Block\n");
     return false;
   }
 
@@ -207,8 +208,8 @@ std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
 }
 
 bool ApkPackage::VerifyApkPackage() {
-  // The rest of the file, which the parse found to be the record and its comment. The length field is
-  // not trusted a second time: the file may be changing under the mapping.
+  // The rest of the file, which the parse found to be the record and its comment. The length field
+  // is not trusted a second time: the file may be changing under the mapping.
   const uint64_t eocdOffset = OffsetOf(eocd_);
   std::vector<uint8_t> eocdCopy(mapping_->Data() + eocdOffset, mapping_->Data() + mapping_->Size());
   auto* eocd = reinterpret_cast<EocdRecord*>(eocdCopy.data());

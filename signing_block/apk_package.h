@@ -13,12 +13,13 @@ namespace Quill {
 
 class ApkSignatureBlockBase;
 
-// Finds the APK Signing Block of a mapped package, chooses its v3 block before its v2 block, and has
-// the chosen one verified. Works in place: nothing but the End of Central Directory record is copied.
+// Finds the APK Signing Block of a mapped package, chooses its v3 block before its v2 block, and
+// has the chosen one verified. Works in place: nothing but the End of Central Directory record is
+// copied.
 //
-// Called in this order only: ParseApkPackage, then, if that was true, VerifyApkPackage, then, if that
-// was true, GetMainPublicKey. Pointers that are handed around point into the mapping.
-// Virtual functions stand in binary order.
+// Called in this order only: ParseApkPackage, then, if that was true, VerifyApkPackage, then, if
+// that was true, GetMainPublicKey. Pointers that are handed around point into the mapping. Virtual
+// functions stand in binary order.
 class ApkPackage {
  public:
   // Shares the mapping of the whole package file.
@@ -28,22 +29,24 @@ class ApkPackage {
   virtual const EocdRecord* FindEocdRecord() const;
   // The central directory that `eocd` names, or null when it does not lie within the file.
   virtual const CentralDirectory* FindCentralDirectory(const EocdRecord* eocd) const;
-  // Replaces `out` with the block's pairs, each whole and inside the block; false, with one log line
-  // and `out` as it was, when the pairs do not fill the block exactly.
+  // Replaces `out` with the block's pairs, each whole and inside the block; false, with one log
+  // line and `out` as it was, when the pairs do not fill the block exactly.
   virtual bool ParseApkSignatureBlocks(const ApkSigningBlock* block,
                                        std::vector<const ApkSignatureBlock*>& out) const;
   // The signing block that ends where `centralDirectory` starts, or null.
   virtual const ApkSigningBlock* FindApkSigningBlock(
       const CentralDirectory* centralDirectory) const;
-  // True when the central directory, the record and its comment follow each other to the file's end.
+  // True when the central directory, the record and its comment follow each other to the file's
+  // end.
   virtual bool CheckEndOfCentralAndCentralDirectories(
       const EocdRecord* eocd, const CentralDirectory* centralDirectory) const;
-  // Appends the digested regions in pieces of at most 1 MiB: ZIP entries, central directory, and last
-  // the record. `eocdCopy`, a private copy of the record and its comment, is made to point at the
-  // signing block, as it did before the block was inserted; it must outlive the chunks.
+  // Appends the digested regions in pieces of at most 1 MiB: ZIP entries, central directory, and
+  // last the record. `eocdCopy`, a private copy of the record and its comment, is made to point at
+  // the signing block, as it did before the block was inserted; it must outlive the chunks.
   virtual void PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>& chunks) const;
   virtual ~ApkPackage() = default;
-  // False, with no message but that of ParseApkSignatureBlocks, when there is no usable v2 or v3 block.
+  // False, with no message but that of ParseApkSignatureBlocks, when there is no usable v2 or v3
+  // block.
   virtual bool ParseApkPackage();
   // Verifies the chosen block and keeps the public keys that it yields. Logs one line for the step
   // that failed, after that step's own.

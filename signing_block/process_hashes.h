@@ -9,8 +9,9 @@
 
 namespace Quill {
 
-// The content digest of a package: every chunk is digested with a prefix, on several threads, and the
-// digest over all chunk digests, in chunk order, is the top digest. Prefixes, integers little-endian:
+// The content digest of a package: every chunk is digested with a prefix, on several threads, and
+// the digest over all chunk digests, in chunk order, is the top digest. Prefixes, integers
+// little-endian:
 //
 //   chunk digest: 0xa5, 32-bit length of the chunk, the chunk's bytes
 //   top digest:   0x5a, 32-bit number of chunks, their digests
@@ -25,9 +26,9 @@ class ProcessHashes {
 
   virtual ~ProcessHashes() = default;
 
-  // Computes the top digest. `hash` names the algorithm: each worker digests with a clone of it, the
-  // top digest is made with `hash` itself. Returns false when there are no chunks or a
-  // clone cannot be allocated. Throws std::system_error when a thread cannot be started. No thread
+  // Computes the top digest. `hash` names the algorithm: each worker digests with a clone of it,
+  // the top digest is made with `hash` itself. Returns false when there are no chunks or a clone
+  // cannot be allocated. Throws std::system_error when a thread cannot be started. No thread
   // outlives the call, whichever way it ends.
   virtual bool Run(std::unique_ptr<Hash>& hash);
 

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// On-disk records that stand around the APK Signing Block. All integers are little-endian and none is
-// aligned; copy a field out before use and bind no reference to it.
+// On-disk records that stand around the APK Signing Block. All integers are little-endian and none
+// is aligned; copy a field out before use and bind no reference to it.
 
 namespace Quill {
 

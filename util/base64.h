@@ -7,8 +7,8 @@
 
 #include "util/export.h"
 
-// Base64 with the standard alphabet and "=" padding (RFC 4648, section 4), no line breaks on output.
-// Nothing here logs.
+// Base64 with the standard alphabet and "=" padding (RFC 4648, section 4), no line breaks on
+// output. Nothing here logs.
 
 extern "C" {
 
@@ -19,10 +19,10 @@ QUILLON_EXPORT size_t base64encode_len(size_t n);
 // characters are needed; `out` then holds as many as fit, unterminated.
 QUILLON_EXPORT int base64encode(const unsigned char* in, size_t n, char* out, size_t capacity);
 
-// Decodes `n` characters into `out`, which holds `*outLength` bytes. Line feeds, carriage returns and
-// zeros are skipped; decoding stops at the first "=", and padding is not required; a single character
-// left over is dropped. Returns 0 and sets `*outLength` to the bytes written, or returns 1 and leaves
-// it when a character is outside the alphabet or `out` is too small.
+// Decodes `n` characters into `out`, which holds `*outLength` bytes. Line feeds, carriage returns
+// and zeros are skipped; decoding stops at the first "=", and padding is not required; a single
+// character left over is dropped. Returns 0 and sets `*outLength` to the bytes written, or returns
+// 1 and leaves it when a character is outside the alphabet or `out` is too small.
 QUILLON_EXPORT int base64decode(const char* in, size_t n, unsigned char* out, size_t* outLength);
 
 }  // extern "C"

@@ -7,11 +7,11 @@
 namespace Quill {
 
 // The one reader of untrusted bytes: a position inside a range that it never leaves. Every getter
-// compares the wanted count with the count that is left, in 64 bits; a getter that answers false has
-// moved nothing and written nothing. Integers are little-endian.
+// compares the wanted count with the count that is left, in 64 bits; a getter that answers false
+// has moved nothing and written nothing. Integers are little-endian.
 //
-// A nested field is taken as a cursor of its own, over exactly that field's bytes, so that it cannot
-// see its neighbours, and "the field must end here" reads `Remaining() == 0`.
+// A nested field is taken as a cursor of its own, over exactly that field's bytes, so that it
+// cannot see its neighbours, and "the field must end here" reads `Remaining() == 0`.
 //
 // The bytes are borrowed and must outlive the cursor.
 class ByteCursor {

@@ -67,7 +67,8 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
   if (std::filesystem::is_directory(path, ignored)) size = -1;
   file.seekg(0, std::ios::beg);
   if (size < 0 || static_cast<uint64_t>(size) >= out.max_size()) {
-    QUILL_LOGE("Can't read file: %s (streamoff=%lld)\n", path.c_str(), static_cast<long long>(size));
+    QUILL_LOGE("Can't read file: %s (streamoff=%lld)\n", path.c_str(),
+               static_cast<long long>(size));
     return false;
   }
   out.resize(static_cast<size_t>(size));

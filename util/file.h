@@ -51,8 +51,8 @@ class QUILLON_EXPORT MapFile {
 // Opens `path` read-only. Returns null, without logging and with errno set, when that fails.
 QUILLON_EXPORT std::unique_ptr<Fd> OpenFileRO(const std::string& path);
 
-// Maps the whole file behind `fd`. Returns null, without logging, when fstat or mmap fails; an empty
-// file is such a failure. `fd` is borrowed and may be closed once this returns.
+// Maps the whole file behind `fd`. Returns null, without logging, when fstat or mmap fails; an
+// empty file is such a failure. `fd` is borrowed and may be closed once this returns.
 QUILLON_EXPORT std::unique_ptr<MapFile> MapFileRO(int fd);
 
 }  // namespace Quill

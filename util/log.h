@@ -2,8 +2,8 @@
 
 #include <android/log.h>
 
-// Log lines of the library, one per call, under the tag "Quillon". Arguments are those of printf and
-// are checked by the compiler. Texts stay whole at the call site, so that a line from a device can be
-// found by search; liblog cuts a line after 1,023 bytes.
+// Log lines of the library, one per call, under the tag "Quillon". Arguments are those of printf
+// and are checked by the compiler. Texts stay whole at the call site, so that a line from a device
+// can be found by search; liblog cuts a line after 1,023 bytes.
 #define QUILL_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, "Quillon", __VA_ARGS__)
 #define QUILL_LOGI(...) __android_log_print(ANDROID_LOG_INFO, "Quillon", __VA_ARGS__)

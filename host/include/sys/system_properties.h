@@ -8,8 +8,8 @@
 extern "C" {
 #endif
 
-// Copies the property's value and a terminating zero into `value`, which holds PROP_VALUE_MAX bytes.
-// Returns the value's length, 0 when there is no such property.
+// Copies the property's value and a terminating zero into `value`, which holds PROP_VALUE_MAX
+// bytes. Returns the value's length, 0 when there is no such property.
 int __system_property_get(const char* name, char* value);
 
 #ifdef __cplusplus
