@@ -1,0 +1,83 @@
+#pragma once
+
+#include <sys/ioctl.h>
+
+#include <cstddef>
+#include <cstdint>
+
+#include "integrity/tarn.h"
+
+// What Tarn and its clients agree on, besides the labels of tarn.h: the device's requests and the
+// commands and text files of the legacy interface.
+
+namespace Quill {
+
+constexpr char kTarnDevice[] = "/dev/task_integrity";
+constexpr char kTarnLegacyValue[] = "/proc/self/integrity/value";
+
+// One request to the device, the same record for all of them; little-endian. What a request does
+// not set is sent as zero.
+struct __attribute__((packed)) TarnRequest {
+  uint32_t version = 1;
+  int32_t target = 0;  // file descriptor or pid
+  uint8_t reserved[8] = {};
+  uint64_t wordA = 0;  // address of a label, or a value in the reply
+  uint32_t wordB = 0;
+  uint64_t pointerC = 0;  // address of the path buffer
+  uint16_t sizeD = 0;     // bytes in the path buffer, or of the path in the reply
+};
+static_assert(sizeof(TarnRequest) == 38);
+static_assert(offsetof(TarnRequest, target) == 4);
+static_assert(offsetof(TarnRequest, reserved) == 8);
+static_assert(offsetof(TarnRequest, wordA) == 16);
+static_assert(offsetof(TarnRequest, wordB) == 24);
+static_assert(offsetof(TarnRequest, pointerC) == 28);
+static_assert(offsetof(TarnRequest, sizeD) == 36);
+
+// The type is unsigned, not what _IOWR gives: the platform's ioctl is overloaded on it.
+constexpr unsigned TarnIoctl(unsigned number) {
+  return static_cast<unsigned>(_IOC(_IOC_READ | _IOC_WRITE, 0x66, number, sizeof(TarnRequest)));
+}
+constexpr unsigned kTarnIoctlReadIntegrity = TarnIoctl(1);  // A: the value
+constexpr unsigned kTarnIoctlReadLabel = TarnIoctl(2);      // A: address of a buffer; B: its size
+constexpr unsigned kTarnIoctlReadResetFile = TarnIoctl(3);  // C, D: path buffer; A, B: passed on
+constexpr unsigned kTarnIoctlSign = TarnIoctl(4);           // A: address of the label
+constexpr unsigned kTarnIoctlEdit = TarnIoctl(5);
+constexpr unsigned kTarnIoctlClose = TarnIoctl(6);
+constexpr unsigned kTarnIoctlVerifySync = TarnIoctl(7);
+constexpr unsigned kTarnIoctlVerify = TarnIoctl(8);
+static_assert(kTarnIoctlReadIntegrity == 0xC0266601);
+static_assert(kTarnIoctlReadLabel == 0xC0266602);
+static_assert(kTarnIoctlReadResetFile == 0xC0266603);
+static_assert(kTarnIoctlSign == 0xC0266604);
+static_assert(kTarnIoctlEdit == 0xC0266605);
+static_assert(kTarnIoctlClose == 0xC0266606);
+static_assert(kTarnIoctlVerifySync == 0xC0266607);
+static_assert(kTarnIoctlVerify == 0xC0266608);
+
+// Legacy commands, issued on the file itself; the argument is the label's address for signing, else
+// 0. 1127 is not used.
+constexpr int kTarnFcntlSign = 1124;
+constexpr int kTarnFcntlVerify = 1125;
+constexpr int kTarnFcntlVerifySync = 1126;
+constexpr int kTarnFcntlEdit = 1128;
+constexpr int kTarnFcntlClose = 1129;
+
+// A task's label has at most 256 bytes of data.
+constexpr uint16_t kTarnTaskLabelSize = 258;
+
+static_assert(sizeof(TarnLabel) == 2);
+static_assert(offsetof(TarnLabel, data) == 2);
+static_assert(sizeof(TarnExLabel) == 72);
+static_assert(offsetof(TarnExLabel, version) == 2);
+static_assert(offsetof(TarnExLabel, reserved) == 3);
+static_assert(offsetof(TarnExLabel, algorithm) == 5);
+static_assert(offsetof(TarnExLabel, hash) == 6);
+static_assert(offsetof(TarnExLabel, extraLength) == 70);
+static_assert(offsetof(TarnExLabel, extra) == 72);
+static_assert(sizeof(TarnResetFile) == 4110);
+static_assert(offsetof(TarnResetFile, wordB) == 8);
+static_assert(offsetof(TarnResetFile, pathLength) == 12);
+static_assert(offsetof(TarnResetFile, path) == 14);
+
+}  // namespace Quill
