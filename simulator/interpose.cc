@@ -1,0 +1,205 @@
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+#include "integrity/libhx.h"
+#include "simulator/process.h"
+#include "util/file_name.h"
+
+// The names that stand before the C library's. They are defined as assembler names, because C
+// libraries declare them differently. The 64-bit twins are the same functions wherever a long has
+// 64 bits.
+#define TARNSIM_NAME(name) __asm__(name) __attribute__((visibility("default")))
+static_assert(sizeof(long) == 8);
+
+extern "C" {
+int TarnsimStatvfs(const char* path, struct statvfs* info) TARNSIM_NAME("statvfs");
+int TarnsimFstatvfs(int fd, struct statvfs* info) TARNSIM_NAME("fstatvfs");
+int TarnsimOpen(const char* path, int flags, ...) TARNSIM_NAME("open");
+int TarnsimIoctl(int fd, unsigned long code, ...) TARNSIM_NAME("ioctl");
+int TarnsimFcntl(int fd, int command, ...) TARNSIM_NAME("fcntl");
+FILE* TarnsimFopen(const char* path, const char* mode) TARNSIM_NAME("fopen");
+
+int TarnsimStatvfs64(const char* path, struct statvfs* info) TARNSIM_NAME("statvfs64")
+    __attribute__((alias("statvfs")));
+int TarnsimFstatvfs64(int fd, struct statvfs* info) TARNSIM_NAME("fstatvfs64")
+    __attribute__((alias("fstatvfs")));
+int TarnsimOpen64(const char* path, int flags, ...) TARNSIM_NAME("open64")
+    __attribute__((alias("open")));
+int TarnsimFcntl64(int fd, int command, ...) TARNSIM_NAME("fcntl64")
+    __attribute__((alias("fcntl")));
+FILE* TarnsimFopen64(const char* path, const char* mode) TARNSIM_NAME("fopen64")
+    __attribute__((alias("fopen")));
+
+QUILLON_EXPORT int HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size);
+}
+
+namespace {
+
+using tarnsim::Answer;
+using tarnsim::Call;
+using tarnsim::KernelTurn;
+using tarnsim::TarnInterface;
+
+// An open device is an anonymous file of this name, which tells it even after dup and fork.
+constexpr char kDeviceFileName[] = "task_integrity";
+constexpr char kDeviceFilePath[] = "/memfd:task_integrity (deleted)";
+
+template <typename Function>
+Function* Next(const char* name) {
+  return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
+}
+
+// A success leaves errno alone, as a system call does.
+class ErrnoOfCall {
+ public:
+  ErrnoOfCall() = default;
+  ErrnoOfCall(const ErrnoOfCall&) = delete;
+  ErrnoOfCall& operator=(const ErrnoOfCall&) = delete;
+  ~ErrnoOfCall() { errno = error_; }
+
+  int Give(const Answer& answer) {
+    if (answer.result != 0) error_ = answer.error;
+    return answer.result;
+  }
+  int Give(int error) { return Give({error == 0 ? 0 : -1, error}); }
+
+ private:
+  int error_ = errno;
+};
+
+// Recognises "/proc/self/integrity/value" and its like; a pid of 0 stands for "self".
+bool IsTaskFile(std::string_view path, Call& call, int& pid) {
+  constexpr std::string_view kStart = "/proc/";
+  constexpr std::string_view kValue = "/integrity/value";
+  constexpr std::string_view kLabel = "/integrity/label";
+  if (path.substr(0, kStart.size()) != kStart) return false;
+  const size_t taskEnd = path.find('/', kStart.size());
+  if (taskEnd == std::string_view::npos) return false;
+  const std::string_view name = path.substr(taskEnd);
+  if (name != kValue && name != kLabel) return false;
+  call = name == kValue ? Call::kReadIntegrity : Call::kReadLabel;
+  pid = path.substr(kStart.size(), taskEnd - kStart.size()) == "self"
+            ? 0
+            : atoi(path.data() + kStart.size());
+  return true;
+}
+
+}  // namespace
+
+int TarnsimStatvfs(const char* path, struct statvfs* info) {
+  static auto* const next = Next<int(const char*, struct statvfs*)>("statvfs");
+  const bool isDevice = strcmp(path, Quill::kTarnDevice) == 0;
+  if (!isDevice && strcmp(path, Quill::kTarnLegacyValue) != 0) return next(path, info);
+
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr) return call.Give({next(path, info), errno});
+  const auto owner = isDevice ? TarnInterface::kDevice : TarnInterface::kLegacy;
+  if (turn.Kernel()->rules.Interface() != owner) return call.Give(ENOENT);
+  *info = {};
+  return call.Give(0);
+}
+
+int TarnsimFstatvfs(int fd, struct statvfs* info) {
+  static auto* const next = Next<int(int, struct statvfs*)>("fstatvfs");
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  const int result = call.Give({next(fd, info), errno});
+  if (result == 0 && turn.Kernel() != nullptr && turn.Kernel()->rules.LiesOnReadOnlyFs(fd)) {
+    info->f_flag |= ST_RDONLY;
+  }
+  return result;
+}
+
+int TarnsimOpen(const char* path, int flags, ...) {
+  static auto* const next = Next<int(const char*, int, ...)>("open");
+  va_list arguments;
+  va_start(arguments, flags);
+  const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
+  const mode_t mode = hasMode ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  if (strcmp(path, Quill::kTarnDevice) != 0) return next(path, flags, mode);
+
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr) return call.Give({next(path, flags, mode), errno});
+  if (const int error = turn.Kernel()->rules.Open(); error != 0) return call.Give(error);
+  const int fd = memfd_create(kDeviceFileName, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+  return fd < 0 ? call.Give(errno) : fd;
+}
+
+int TarnsimIoctl(int fd, unsigned long code, ...) {
+  static auto* const next = Next<int(int, unsigned long, ...)>("ioctl");
+  va_list arguments;
+  va_start(arguments, code);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  // The device answers every code, but only its own type is worth the look at the descriptor.
+  const auto code32 = static_cast<uint32_t>(code);
+  if (_IOC_TYPE(code32) != 0x66) return next(fd, code, argument);
+
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr || GetFilenameByFd(fd) != kDeviceFilePath) {
+    return call.Give({next(fd, code, argument), errno});
+  }
+  return call.Give(turn.Kernel()->rules.Ioctl(code32, reinterpret_cast<uintptr_t>(argument)));
+}
+
+int TarnsimFcntl(int fd, int command, ...) {
+  static auto* const next = Next<int(int, int, ...)>("fcntl");
+  va_list arguments;
+  va_start(arguments, command);
+  void* const argument = va_arg(arguments, void*);
+  va_end(arguments);
+  if (command < Quill::kTarnFcntlSign || command > Quill::kTarnFcntlClose) {
+    return next(fd, command, argument);
+  }
+
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr || turn.Kernel()->rules.Interface() != TarnInterface::kLegacy) {
+    return call.Give({next(fd, command, argument), errno});
+  }
+  return call.Give(turn.Kernel()->rules.Fcntl(fd, command, reinterpret_cast<uintptr_t>(argument)));
+}
+
+FILE* TarnsimFopen(const char* path, const char* mode) {
+  static auto* const next = Next<FILE*(const char*, const char*)>("fopen");
+  Call what{};
+  int pid = 0;
+  if (!IsTaskFile(path, what, pid)) return next(path, mode);
+
+  ErrnoOfCall call;
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr) {
+    FILE* const file = next(path, mode);
+    return call.Give(file == nullptr ? errno : 0) == 0 ? file : nullptr;
+  }
+  std::string text;
+  if (call.Give(turn.Kernel()->rules.OpenText(what, pid, text)) != 0) return nullptr;
+  const int fd = memfd_create("integrity", MFD_CLOEXEC);
+  if (fd < 0) return nullptr;
+  if (write(fd, text.data(), text.size()) < 0) text.clear();
+  lseek(fd, 0, SEEK_SET);
+  return fdopen(fd, "r");
+}
+
+int HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size) {
+  static auto* const next = Next<int(int, const char*, const uint8_t*, size_t)>("HxNewCertificate");
+  const KernelTurn turn;
+  if (turn.Kernel() != nullptr) {
+    return turn.Kernel()->rules.StoreCertificate(fd, name, data, size);
+  }
+  return next == nullptr ? 0 : next(fd, name, data, size);
+}
