@@ -1,0 +1,33 @@
+#include "cli/output.h"
+
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <system_error>
+
+#include "cli/escape.h"
+
+namespace Quill::Tool {
+
+bool PrintText(std::string_view text) {
+  if (std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0) {
+    return true;
+  }
+  const int error = errno;
+  PrintDiagnostic("cannot write to standard output: " + std::generic_category().message(error));
+  return false;
+}
+
+bool PrintLine(std::string_view line) { return PrintText(EscapeForTerminal(line) + '\n'); }
+
+void PrintErrorLine(std::string_view line) {
+  const std::string text = EscapeForTerminal(line) + '\n';
+  std::fwrite(text.data(), 1, text.size(), stderr);
+}
+
+void PrintDiagnostic(std::string_view message) {
+  PrintErrorLine(fmt::format("quillon: {}", message));
+}
+
+}  // namespace Quill::Tool

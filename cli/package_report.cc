@@ -1,0 +1,121 @@
+#include "cli/package_report.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <exception>
+#include <nlohmann/json.hpp>
+#include <system_error>
+
+#include "cli/escape.h"
+#include "util/digest.h"
+#include "util/file.h"
+
+namespace Quill::Tool {
+namespace {
+
+// Why there is nothing to read behind what open returned; empty when there is.
+std::string WhyUnreadable(int fd) {
+  struct stat info;
+  if (fd < 0 || fstat(fd, &info) != 0) return std::generic_category().message(errno);
+  if (S_ISDIR(info.st_mode)) return "is a directory";
+  if (!S_ISREG(info.st_mode)) return "not a regular file";
+  return info.st_size == 0 ? "empty file" : "";
+}
+
+bool StartsWithZipEntry(int fd) {
+  char start[4];
+  return pread(fd, start, sizeof start, 0) == sizeof start &&
+         std::memcmp(start, "PK\3\4", sizeof start) == 0;
+}
+
+void Examine(int fd, PackageReport& report) {
+  Apk apk(fd, report.ignoreHalyxFilter);
+  report.isGoodApk = apk.IsGoodApk();
+  report.isGoodZip = apk.IsGoodZip();
+  report.isApk = apk.IsApk();
+  report.scheme = apk.GetApkSignatureSchemeVersion();
+  report.packageName = apk.GetPackageName();
+  report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
+  report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
+  report.manufacturerKey = apk.GetManufacturerKey();
+}
+
+std::string KeySha256(const PackageReport& report) {
+  return fmt::format("{:02x}", fmt::join(ComputeSHA256Digest(report.manufacturerKey), ""));
+}
+
+}  // namespace
+
+PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
+  PackageReport report;
+  report.file = file;
+  report.ignoreHalyxFilter = ignoreHalyxFilter;
+  const Fd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  const std::string obstacle = WhyUnreadable(fd.GetFd());
+  if (!obstacle.empty()) {
+    report.verdict = {kUnreadable, obstacle};
+    return report;
+  }
+
+  LogRecorder log;
+  try {
+    Examine(fd.GetFd(), report);
+    report.verdict = Judge(report.isGoodApk, log.Lines());
+    if (!report.isGoodZip && StartsWithZipEntry(fd.GetFd())) {
+      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
+    }
+  } catch (const std::exception& error) {
+    report.verdict = {kFailed, fmt::format("verification broke off ({})", error.what())};
+  }
+  report.log = log.Lines();
+  return report;
+}
+
+std::string ToText(const PackageReport& report) {
+  const ExitStatus status = report.verdict.status;
+  std::string text = report.file;
+  if (!report.isGoodZip) return text + ": " + report.verdict.reason;
+
+  text += status == kDone ? ": verified" : status == kFailed ? ": refused" : ": not verified";
+  if (report.scheme != ApkSignatureScheme::kNone) {
+    text += fmt::format(", v{}", static_cast<int>(report.scheme));
+  }
+  if (report.isApk) {
+    text += ", " + (report.packageName.empty() ? "package name unknown" : report.packageName);
+  }
+  if (status != kDone) return text + ", " + report.verdict.reason;
+  return text + fmt::format(", key sha256:{} ({} bytes)", KeySha256(report),
+                            report.manufacturerKey.size());
+}
+
+std::string ToJson(const PackageReport& report) {
+  using Json = nlohmann::ordered_json;
+  Json log = Json::array();
+  for (const LogLine& line : report.log) {
+    log.push_back({std::string(1, line.priority), EscapeInvalidUtf8(line.text)});
+  }
+  Json object = {
+      {"schemaVersion", 1},
+      {"file", EscapeInvalidUtf8(report.file)},
+      {"isGoodZip", report.isGoodZip},
+      {"isApk", report.isApk},
+      {"isGoodApk", report.isGoodApk},
+      {"scheme", static_cast<int>(report.scheme)},
+      {"packageName", EscapeInvalidUtf8(report.packageName)},
+      {"halyxPermissionRequired", report.halyxPermissionRequired},
+      {"ignoreHalyxFilter", report.ignoreHalyxFilter},
+      {"manufacturerKeySha256", nullptr},
+      {"manufacturerKeyLength", report.manufacturerKey.size()},
+      {"log", log},
+  };
+  if (!report.manufacturerKey.empty()) object["manufacturerKeySha256"] = KeySha256(report);
+  if (!report.isGoodZip) object["error"] = EscapeInvalidUtf8(report.verdict.reason);
+  return object.dump(/*indent=*/-1, /*indent_char=*/' ', /*ensure_ascii=*/true);
+}
+
+}  // namespace Quill::Tool

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "apk/apk.h"
+#include "cli/log_recorder.h"
+#include "cli/verdict.h"
+
+namespace Quill::Tool {
+
+// One file, as the library found it. Of a file that is no ZIP archive, or on which the library gave
+// up with an exception, little more than `file` and `verdict` is known; isGoodZip is then false.
+struct PackageReport {
+  std::string file;  // as named on the command line
+  bool isGoodZip = false;
+  bool isApk = false;
+  bool isGoodApk = false;
+  ApkSignatureScheme scheme = ApkSignatureScheme::kNone;
+  std::string packageName;
+  bool halyxPermissionRequired = false;
+  bool ignoreHalyxFilter = false;
+  std::vector<uint8_t> manufacturerKey;
+  std::vector<LogLine> log;
+  Verdict verdict;
+};
+
+// Verifies the package at that path. Only regular files are read; a pipe is not waited for.
+PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
+
+// One line for people, without a line break, not escaped for a terminal.
+std::string ToText(const PackageReport& report);
+
+// The same facts as one JSON object on one line of ASCII. Bytes of a text that are not UTF-8 stand
+// in it as the four characters \xNN.
+std::string ToJson(const PackageReport& report);
+
+}  // namespace Quill::Tool

@@ -1,0 +1,24 @@
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+
+namespace Quill::Tool {
+
+// A line such as "verified 12 of 200" on standard error, while that is a terminal. It appears when
+// the work has taken a second, and is to be erased before anything else is written.
+class Progress {
+ public:
+  explicit Progress(size_t totalCount);
+
+  void Show(size_t doneCount);
+  void Erase();
+
+ private:
+  const size_t totalCount_;
+  const bool onTerminal_;
+  const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+  size_t shownLength_ = 0;  // columns
+};
+
+}  // namespace Quill::Tool

@@ -1,0 +1,29 @@
+# cmake --install: the library, its public headers, the tool, and what find_package and pkg-config read.
+# Everything is found relative to itself, so the installed tree can be moved.
+
+include(CMakePackageConfigHelpers)
+
+install(TARGETS quillon EXPORT QuillonTargets)
+if(TARGET quillon_cli)
+  install(TARGETS quillon_cli)
+endif()
+
+foreach(header IN LISTS QUILLON_PUBLIC_HEADERS)
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon/${folder})
+endforeach()
+
+set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Quillon)
+install(EXPORT QuillonTargets
+  NAMESPACE Quillon::
+  FILE QuillonConfig.cmake
+  DESTINATION ${packageDir})
+write_basic_package_version_file(${PROJECT_BINARY_DIR}/QuillonConfigVersion.cmake
+  COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/QuillonConfigVersion.cmake DESTINATION ${packageDir})
+
+set(pkgConfigDir ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+file(RELATIVE_PATH prefixFromPkgConfig
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
+configure_file(cmake/quillon.pc.in quillon.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/quillon.pc DESTINATION ${pkgConfigDir})

@@ -1,0 +1,80 @@
+# The sources of each product, folder by folder in include order. Android.bp lists the same files.
+
+set(QUILLON_SOURCES
+  util/base64.cc
+  util/byte_cursor.cc
+  util/digest.cc
+  util/file.cc
+  util/file_name.cc
+  util/strings.cc
+  util/system.cc
+  crypto/hash.cc
+  crypto/verifier.cc
+  crypto/x509_certificate.cc
+  signing_block/apk_package.cc
+  signing_block/process_hashes.cc
+  schemes/algorithms.cc
+  schemes/apk_signature_block_base.cc
+  schemes/apk_signing_block_v2.cc
+  schemes/apk_signing_block_v3.cc
+  schemes/proof_of_rotation.cc
+  schemes/signer_items.cc
+  jar/entry_digests.cc
+  jar/manifest_mf.cc
+  jar/pkcs7.cc
+  jar/signature_file.cc
+  apk/android_manifest.cc
+  apk/apk.cc
+  apk/apk_archive.cc
+  apk/signature_scheme.cc
+)
+
+set(QUILLON_PUBLIC_HEADERS
+  util/base64.h
+  util/digest.h
+  util/export.h
+  util/file.h
+  util/file_name.h
+  util/strings.h
+  util/system.h
+  jar/manifest_mf.h
+  apk/apk.h
+)
+
+# What the platform supplies and a workstation lacks.
+set(QUILLON_HOST_SOURCES
+  host/system_properties.cc
+)
+
+set(QUILLON_CLI_SOURCES
+  cli/cmd_verify.cc
+  cli/escape.cc
+  cli/log_recorder.cc
+  cli/main.cc
+  cli/output.cc
+  cli/package_report.cc
+  cli/progress.cc
+  cli/report_queue.cc
+  cli/verdict.cc
+)
+
+set(QUILLON_TEST_SOURCES
+  tests/support/jar_signature.cc
+  tests/support/log_capture.cc
+  tests/support/manifest_xml.cc
+  tests/support/package_builder.cc
+  tests/support/signers.cc
+  tests/support/signing_key.cc
+  tests/support/temp_file.cc
+  tests/apk_signing_block_v2_test.cc
+  tests/apk_test.cc
+  tests/cli_test.cc
+  tests/crypto_test.cc
+  tests/entry_digests_test.cc
+  tests/manifest_mf_test.cc
+  tests/process_hashes_test.cc
+  tests/real_packages_test.cc
+  tests/signature_file_test.cc
+  tests/signer_items_test.cc
+  tests/util_test.cc
+)

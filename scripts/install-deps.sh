@@ -1,0 +1,57 @@
+#!/bin/bash
+# Installs the Debian packages that are missing: those for building and testing, and on request more.
+# usage: install-deps.sh [--samples] [--ci]
+#   --samples   also what samples/make_samples.sh needs
+#   --ci        also the second compiler, the formatter and the linter
+set -euo pipefail
+
+packages=(
+  cmake ninja-build g++ pkg-config
+  android-libandroidfw-dev android-libbase-dev android-libboringssl-dev android-liblog-dev
+  android-libutils-dev android-libziparchive-dev
+  libcli11-dev libfmt-dev nlohmann-json3-dev
+  libbenchmark-dev libgmock-dev libgtest-dev
+)
+
+for option in "$@"; do
+  case $option in
+    --samples)
+      packages+=(aapt apksigner zipalign android-framework-res default-jre-headless openssl) ;;
+    --ci) packages+=(clang clang-format clang-tidy libclang-rt-dev) ;;
+    *) sed -n '2,5s/^# //p' "$0" >&2; exit 2 ;;
+  esac
+done
+
+Fail() {
+  echo "install-deps: $*" >&2
+  exit 1
+}
+
+Installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == installed* ]]; }
+Available() { [[ $(LC_ALL=C apt-cache policy "$1") == *"Candidate: "[^\(]* ]]; }
+
+command -v apt-get >/dev/null && command -v dpkg-query >/dev/null ||
+  Fail "no apt-get here; install what these Debian packages hold: ${packages[*]}"
+
+missing=()
+for package in "${packages[@]}"; do
+  Installed "$package" || missing+=("$package")
+done
+[ ${#missing[@]} -ne 0 ] || exit 0
+
+asRoot=()
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || Fail "neither root nor sudo; have root install: ${missing[*]}"
+  asRoot=(sudo)
+fi
+
+echo "install-deps: installing ${missing[*]}"
+"${asRoot[@]}" apt-get -qq update ||
+  echo "install-deps: cannot refresh the package lists; going on with those at hand" >&2
+for package in "${missing[@]}"; do
+  Available "$package" ||
+    Fail "this distribution ($(. /etc/os-release && echo "$PRETTY_NAME")) has no package $package"
+done
+"${asRoot[@]}" env DEBIAN_FRONTEND=noninteractive \
+  apt-get -qq -y --no-install-recommends install "${missing[@]}" >/dev/null ||
+  Fail "apt-get could not install: ${missing[*]}"

@@ -1,0 +1,10 @@
+#!/bin/bash
+# Installs what is missing, builds the library and the tool, and runs all tests.
+# usage: test.sh [CTEST_OPTION...]    for instance: test.sh -R ProcessHashes
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+cmake --preset release
+cmake --build --preset release
+ctest --preset release -j "$(nproc)" "$@"

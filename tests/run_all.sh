@@ -1,0 +1,60 @@
+#!/bin/bash
+# Checks the code in each configuration named, by default in all of them.
+# usage: run_all.sh [CONFIGURATION...]
+#   gcc clang     build with that compiler, warnings being errors, and run the tests
+#   asan tsan     the same with sanitizers: address and undefined behaviour, data races
+#   format tidy   clang-format and clang-tidy find nothing
+#   exports       the library exports the agreed names
+cd "$(dirname "$0")/.." || exit 1
+
+BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
+  local preset=$1
+  shift
+  rm -f "build/$preset/ctest.xml"
+  cmake --preset "$preset" "$@"
+  cmake --build --preset "$preset"
+  ctest --preset "$preset" -j "$(nproc)"
+}
+
+gcc() { BuildAndTest release; }
+clang() { BuildAndTest clang; }
+asan() { BuildAndTest asan; }
+tsan() { BuildAndTest tsan; }
+
+format() {
+  find . -path ./build -prune -o \( -name '*.cc' -o -name '*.h' \) -print0 |
+    xargs -0 clang-format --dry-run --Werror
+}
+
+tidy() {
+  cmake --preset clang
+  sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
+    xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
+    2> >(grep -v 'warnings generated' >&2)
+}
+
+exports() {
+  cmake --preset release
+  cmake --build --preset release --target quillon
+  tests/exports.sh build/release/libquillon.so
+}
+
+configurations=("$@")
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan format tidy exports)
+for name in "${configurations[@]}"; do
+  case $name in
+    gcc | clang | asan | tsan | format | tidy | exports) ;;
+    *) sed -n '2,8s/^# //p' "$0" >&2; exit 2 ;;
+  esac
+done
+
+status=0
+for name in "${configurations[@]}"; do
+  echo "== $name"
+  (set -euo pipefail; "$name")
+  if [ $? -ne 0 ]; then
+    echo "== $name failed" >&2
+    status=1
+  fi
+done
+exit $status

@@ -1,0 +1,90 @@
+#include "tests/support/jar_signature.h"
+
+#include <openssl/base64.h>
+#include <openssl/evp.h>
+#include <openssl/nid.h>
+#include <openssl/obj.h>
+
+namespace Quill {
+namespace {
+
+constexpr uint8_t kInteger = 0x02, kOctetString = 0x04, kSequence = 0x30, kSet = 0x31,
+                  kContext0 = 0xa0;
+
+std::string Base64(const ByteVector& bytes) {
+  ByteVector text(2 * bytes.size() + 4);
+  const size_t length = EVP_EncodeBlock(text.data(), bytes.data(), bytes.size());
+  return {text.begin(), text.begin() + static_cast<ptrdiff_t>(length)};
+}
+
+// One DER element around others.
+ByteVector Der(uint8_t tag, const std::vector<ByteVector>& elements) {
+  Wire content;
+  for (const ByteVector& element : elements) content.Bytes(element);
+  const auto low = static_cast<uint8_t>(content.Size());
+  const auto high = static_cast<uint8_t>(content.Size() >> 8);
+  const ByteVector length = content.Size() < 0x80 ? ByteVector{low} : ByteVector{0x82, high, low};
+  return Wire().U8(tag).Bytes(length).Bytes(content);
+}
+
+ByteVector Oid(int nid) {
+  const ASN1_OBJECT* object = OBJ_nid2obj(nid);
+  return Der(0x06, {{OBJ_get0_data(object), OBJ_get0_data(object) + OBJ_length(object)}});
+}
+
+// SignedData of PKCS #7, its content left out. The issuer that names the certificate is empty.
+ByteVector Pkcs7(const JarOptions& options, const ByteVector& signatureFile) {
+  const ByteVector null = {0x05, 0x00};
+  const ByteVector one = Der(kInteger, {ByteVector{1}});
+  const ByteVector issuerAndSerial = Der(kSequence, {Der(kSequence, {}), one});
+  const ByteVector digestAlgorithm =
+      Der(kSequence, {Oid(EVP_MD_type(options.signatureDigest)), null});
+  const ByteVector keyAlgorithm = Der(kSequence, {Oid(EVP_PKEY_id(options.key->key.get())), null});
+  const ByteVector signature = Sign(*options.key, options.signatureDigest, signatureFile);
+  const ByteVector signerInfo =
+      Der(kSequence, {one, issuerAndSerial, digestAlgorithm, options.signedAttributes, keyAlgorithm,
+                      Der(kOctetString, {signature})});
+
+  std::vector<ByteVector> certificates;
+  for (const SigningKey* key : options.certificates) certificates.push_back(key->certificate);
+  if (certificates.empty()) certificates.push_back(options.key->certificate);
+  const ByteVector signedData =
+      Der(kSequence, {one, Der(kSet, {digestAlgorithm}), Der(kSequence, {Oid(NID_pkcs7_data)}),
+                      Der(kContext0, certificates), Der(kSet, {signerInfo})});
+  return Der(kSequence, {Oid(NID_pkcs7_signed), Der(kContext0, {signedData})});
+}
+
+}  // namespace
+
+std::vector<ZipFile> SignJar(const std::vector<ZipFile>& entries, const JarOptions& options) {
+  const EVP_MD* md = options.digestName == "SHA1" ? EVP_sha1() : EVP_sha256();
+  const auto digestLine = [&](const std::string& suffix, const ByteVector& data) {
+    return options.digestName + suffix + ": " + Base64(DigestOf(md, data)) + "\r\n";
+  };
+  std::string manifest = "Manifest-Version: 1.0\r\n\r\n";
+  for (const ZipFile& entry : entries) {
+    manifest += "Name: " + entry.name + "\r\n" + digestLine("-Digest", entry.contents) + "\r\n";
+  }
+  if (options.editManifest) options.editManifest(manifest);
+  const ByteVector manifestBytes = Wire().Text(manifest);
+
+  std::string signatureFile = "Signature-Version: 1.0\r\n";
+  if (!options.apkSigned.empty()) {
+    signatureFile += "X-Android-APK-Signed: " + options.apkSigned + "\r\n";
+  }
+  signatureFile += digestLine("-Digest-Manifest", manifestBytes) + "\r\n";
+  if (options.editSignatureFile) options.editSignatureFile(signatureFile);
+  const ByteVector signatureFileBytes = Wire().Text(signatureFile);
+
+  ByteVector block = Pkcs7(options, signatureFileBytes);
+  if (options.editBlock) options.editBlock(block);
+
+  const int kind = EVP_PKEY_id(options.key->key.get());
+  const char* extension = kind == EVP_PKEY_RSA ? "RSA" : kind == EVP_PKEY_DSA ? "DSA" : "EC";
+  const std::string stem = "META-INF/" + options.signer + ".";
+  return {{"META-INF/MANIFEST.MF", manifestBytes},
+          {stem + "SF", signatureFileBytes},
+          {stem + extension, block}};
+}
+
+}  // namespace Quill

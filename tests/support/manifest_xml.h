@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "tests/support/wire.h"
+
+namespace Quill {
+
+struct XmlAttribute {
+  std::string name;
+  std::variant<std::string, uint32_t> value;  // a number is encoded as a decimal integer
+};
+
+struct XmlElement {
+  std::string name;
+  std::vector<XmlAttribute> attributes;
+};
+
+// The compiled form of a document, without namespaces: the first element encloses the others, which
+// are empty and stand side by side. Names and texts are ASCII.
+ByteVector BinaryXml(const std::vector<XmlElement>& elements);
+
+// A compiled manifest of the package, with those elements inside it.
+ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements = {});
+
+}  // namespace Quill

@@ -1,0 +1,118 @@
+#include "tests/support/package_builder.h"
+
+#include <ziparchive/zip_writer.h>
+
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+namespace {
+
+// The archive of the entries; its End of Central Directory record, the last 22 bytes, has no
+// comment.
+ByteVector Zip(const std::vector<ZipFile>& entries) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
+  if (!file) throw std::runtime_error("tmpfile");
+  ZipWriter writer(file.get());
+  bool good = true;
+  for (const ZipFile& entry : entries) {
+    const bool isDeflated = entry.compression == Compression::kDeflated;
+    good &= writer.StartEntry(entry.name, isDeflated ? ZipWriter::kCompress : 0) == 0 &&
+            writer.WriteBytes(entry.contents.data(), entry.contents.size()) == 0 &&
+            writer.FinishEntry() == 0;
+  }
+  good &= writer.Finish() == 0;
+  ByteVector bytes(static_cast<size_t>(std::ftell(file.get())));
+  std::rewind(file.get());
+  good &= std::fread(bytes.data(), 1, bytes.size(), file.get()) == bytes.size();
+  if (!good) throw std::runtime_error("zip writer");
+  return bytes;
+}
+
+ByteVector PairBytes(uint64_t length, uint32_t id, const ByteVector& value) {
+  return Wire().U64(length).U32(id).Bytes(value);
+}
+
+}  // namespace
+
+ByteVector SigningBlock(const ByteVector& pairs) {
+  const uint64_t size = pairs.size() + 24;
+  return Wire().U64(size).Bytes(pairs).U64(size).Text("APK Sig Block 42");
+}
+
+PackageBuilder& PackageBuilder::Entry(const std::string& name, const ByteVector& contents,
+                                      Compression compression) {
+  entries_.push_back({name, contents, compression});
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::Manifest(const ByteVector& xml) {
+  return Entry("AndroidManifest.xml", xml);
+}
+
+PackageBuilder& PackageBuilder::JarSignature(const JarOptions& options) {
+  for (const ZipFile& file : SignJar(entries_, options)) entries_.push_back(file);
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::V2(const std::vector<SignerOptions>& signers) {
+  pairs_.emplace_back([=](const Regions& regions) {
+    const ByteVector value = V2Value(signers, regions);
+    return PairBytes(4 + value.size(), 0x7109871a, value);
+  });
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::V3(const std::vector<SignerOptions>& signers) {
+  pairs_.emplace_back([=](const Regions& regions) {
+    const ByteVector value = V3Value(signers, regions);
+    return PairBytes(4 + value.size(), 0xf05368c0, value);
+  });
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::Pair(uint32_t id, const ByteVector& value) {
+  return RawPair(4 + value.size(), id, value);
+}
+
+PackageBuilder& PackageBuilder::RawPair(uint64_t length, uint32_t id, const ByteVector& value) {
+  pairs_.emplace_back([=](const Regions&) { return PairBytes(length, id, value); });
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::RawBlock(const ByteVector& block) {
+  rawBlock_ = block;
+  return *this;
+}
+
+PackageBuilder& PackageBuilder::Comment(const ByteVector& comment) {
+  comment_ = comment;
+  return *this;
+}
+
+ByteVector PackageBuilder::Build() const {
+  const ByteVector zip = Zip(entries_);
+  const auto eocdStart = zip.end() - 22;
+  uint32_t directoryOffset;
+  std::memcpy(&directoryOffset, &*eocdStart + 16, sizeof directoryOffset);
+  const auto directoryStart = zip.begin() + directoryOffset;
+  ByteVector eocd = Wire().Bytes({eocdStart, zip.end()}).Bytes(comment_);
+  Put(eocd, 20, Wire().U16(static_cast<uint16_t>(comment_.size())));
+  const Regions regions = {{zip.begin(), directoryStart}, {directoryStart, eocdStart}, eocd};
+
+  ByteVector block = rawBlock_;
+  if (block.empty() && !pairs_.empty()) {
+    Wire pairs;
+    for (const auto& makePair : pairs_) pairs.Bytes(makePair(regions));
+    block = SigningBlock(pairs);
+  }
+  Put(eocd, 16, Wire().U32(directoryOffset + block.size()));
+  return Wire().Bytes(regions[0]).Bytes(block).Bytes(regions[1]).Bytes(eocd);
+}
+
+std::shared_ptr<MapFile> PackageBuilder::Map() const { return GuardedMapping(Build()); }
+
+}  // namespace Quill

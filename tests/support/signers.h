@@ -1,0 +1,47 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+#include "schemes/proof_of_rotation.h"
+#include "tests/support/signing_key.h"
+#include "tests/support/wire.h"
+
+namespace Quill {
+
+// The regions of a package that its content digest covers, in order.
+using Regions = std::vector<ByteVector>;
+
+// The digest over the regions' pieces of 1 MiB, one piece after the other.
+ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions);
+
+// What a signer is made from. What is left out is made to fit the rest.
+struct SignerOptions {
+  const SigningKey* key = &TestKey(KeyType::kP256);
+  std::optional<std::vector<uint32_t>> signatureAlgorithms;  // default: what suits the key
+  std::optional<std::vector<uint32_t>> digestAlgorithms;     // default: the signatures'
+  std::optional<std::vector<ByteVector>> certificates;       // default: the key's
+  std::optional<ByteVector> publicKey;                       // default: the key's
+  std::vector<ByteVector> attributes;                        // ID and value
+  ByteVector behindAttributes;                               // more signed data
+  // For v3 alone.
+  uint32_t minSdk = 24;
+  uint32_t maxSdk = 0x7fffffff;
+  std::optional<uint32_t> signedMinSdk;  // default: minSdk
+  std::optional<uint32_t> signedMaxSdk;  // default: maxSdk
+};
+
+// The value of a v2 or v3 pair: signers over the regions.
+ByteVector V2Value(const std::vector<SignerOptions>& signers, const Regions& regions);
+ByteVector V3Value(const std::vector<SignerOptions>& signers, const Regions& regions);
+
+// Items behind each other, each with its length.
+ByteVector Sequence(const std::vector<ByteVector>& items);
+
+// The lineage of the keys, oldest first.
+std::vector<ProofOfRotation> Lineage(const std::vector<const SigningKey*>& keys);
+// The proof-of-rotation attribute that holds the levels.
+ByteVector LineageAttribute(const std::vector<ProofOfRotation>& levels);
+
+}  // namespace Quill
