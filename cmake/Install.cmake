@@ -4,6 +4,7 @@
 include(CMakePackageConfigHelpers)
 
 install(TARGETS quillon EXPORT QuillonTargets)
+install(TARGETS quillon_hx tarnsim)
 if(TARGET quillon_cli)
   install(TARGETS quillon_cli)
 endif()

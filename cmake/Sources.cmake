@@ -27,6 +27,13 @@ set(QUILLON_SOURCES
   apk/apk.cc
   apk/apk_archive.cc
   apk/signature_scheme.cc
+  integrity/certificate.cc
+  integrity/entry_points.cc
+  integrity/signing.cc
+  integrity/tarn_device.cc
+  integrity/tarn_file.cc
+  integrity/tarn_label.cc
+  integrity/tarn_task.cc
 )
 
 set(QUILLON_PUBLIC_HEADERS
@@ -39,11 +46,29 @@ set(QUILLON_PUBLIC_HEADERS
   util/system.h
   jar/manifest_mf.h
   apk/apk.h
+  integrity/certificate.h
+  integrity/entry_points.h
+  integrity/signing.h
+  integrity/tarn.h
 )
 
 # What the platform supplies and a workstation lacks.
 set(QUILLON_HOST_SOURCES
   host/system_properties.cc
+)
+set(QUILLON_HX_SOURCES
+  host/libhx.cc
+)
+
+# The simulated kernel, which shares a few helpers with the library but no object.
+set(TARNSIM_SOURCES
+  simulator/environment.cc
+  simulator/interpose.cc
+  simulator/local_machine.cc
+  simulator/simulator.cc
+  simulator/tarn_kernel.cc
+  util/file_name.cc
+  util/strings.cc
 )
 
 set(QUILLON_CLI_SOURCES
@@ -76,5 +101,8 @@ set(QUILLON_TEST_SOURCES
   tests/real_packages_test.cc
   tests/signature_file_test.cc
   tests/signer_items_test.cc
+  tests/signing_test.cc
+  tests/tarn_test.cc
+  tests/tarnsim_test.cc
   tests/util_test.cc
 )

@@ -24,7 +24,7 @@ uint64_t ParseNumber(const char* variable, const std::string& text, int base) {
   return number;
 }
 
-void ParseInterface(const char* variable, const std::string& value, Setup& setup) {
+void ParseInterface(const char* variable, const std::string& value, KernelSetup& setup) {
   if (value == "device") {
     setup.interface = TarnInterface::kDevice;
   } else if (value == "legacy") {
@@ -36,14 +36,15 @@ void ParseInterface(const char* variable, const std::string& value, Setup& setup
   }
 }
 
-void ParseIntegrity(const char* variable, const std::string& value, Setup& setup) {
+void ParseIntegrity(const char* variable, const std::string& value, KernelSetup& setup) {
   setup.integrity.clear();
   for (const std::string& number : SplitString(value, ',')) {
     setup.integrity.push_back(static_cast<uint32_t>(ParseNumber(variable, number, 16)));
   }
+  if (setup.integrity.empty()) Refuse(variable, value);
 }
 
-void ParseTaskLabel(const char* variable, const std::string& value, Setup& setup) {
+void ParseTaskLabel(const char* variable, const std::string& value, KernelSetup& setup) {
   const size_t length = value.size() / 2;
   Bytes label = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
   for (size_t i = 0; i < length; ++i) {
@@ -53,7 +54,7 @@ void ParseTaskLabel(const char* variable, const std::string& value, Setup& setup
   setup.taskLabel = std::move(label);
 }
 
-void ParseResetFile(const char* variable, const std::string& value, Setup& setup) {
+void ParseResetFile(const char* variable, const std::string& value, KernelSetup& setup) {
   const size_t first = value.find(',');
   const size_t second = first == std::string::npos ? first : value.find(',', first + 1);
   if (second == std::string::npos) Refuse(variable, value);
@@ -65,11 +66,11 @@ void ParseResetFile(const char* variable, const std::string& value, Setup& setup
   setup.resetFile = std::move(reset);
 }
 
-void ParseReadOnly(const char*, const std::string& value, Setup& setup) {
+void ParseReadOnly(const char*, const std::string& value, KernelSetup& setup) {
   setup.readOnly = SplitString(value, ':');
 }
 
-void ParseFaults(const char* variable, const std::string& value, Setup& setup) {
+void ParseFaults(const char* variable, const std::string& value, KernelSetup& setup) {
   for (const std::string& text : SplitString(value, ',')) {
     const std::vector<std::string> parts = SplitString(text, ':');
     Fault fault{};
@@ -85,7 +86,7 @@ void ParseFaults(const char* variable, const std::string& value, Setup& setup) {
 
 constexpr struct {
   const char* name;
-  void (*parse)(const char* variable, const std::string& value, Setup& setup);
+  void (*parse)(const char* variable, const std::string& value, KernelSetup& setup);
 } kVariables[] = {
     {"TARNSIM_INTERFACE", ParseInterface},  {"TARNSIM_INTEGRITY", ParseIntegrity},
     {"TARNSIM_TASK_LABEL", ParseTaskLabel}, {"TARNSIM_RESET_FILE", ParseResetFile},
@@ -106,7 +107,7 @@ void Append(const std::string& path, const std::string& line) {
 
 std::unique_ptr<SimulatedKernel> KernelFromEnvironment() {
   if (getenv("TARNSIM_INTERFACE") == nullptr) return nullptr;
-  Setup setup;
+  KernelSetup setup;
   setup.labelsInFiles = true;
   for (const auto& variable : kVariables) {
     if (const char* value = getenv(variable.name)) variable.parse(variable.name, value, setup);

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -83,15 +84,14 @@ bool IsTaskFile(std::string_view path, Call& call, int& pid) {
   constexpr std::string_view kValue = "/integrity/value";
   constexpr std::string_view kLabel = "/integrity/label";
   if (path.substr(0, kStart.size()) != kStart) return false;
-  const size_t taskEnd = path.find('/', kStart.size());
-  if (taskEnd == std::string_view::npos) return false;
-  const std::string_view name = path.substr(taskEnd);
-  if (name != kValue && name != kLabel) return false;
-  call = name == kValue ? Call::kReadIntegrity : Call::kReadLabel;
-  pid = path.substr(kStart.size(), taskEnd - kStart.size()) == "self"
-            ? 0
-            : atoi(path.data() + kStart.size());
-  return true;
+  path.remove_prefix(kStart.size());
+  const std::string_view task = path.substr(0, path.find('/'));
+  path.remove_prefix(task.size());
+  if (path != kValue && path != kLabel) return false;
+  call = path == kValue ? Call::kReadIntegrity : Call::kReadLabel;
+  pid = 0;
+  return task == "self" ||
+         std::from_chars(task.data(), task.data() + task.size(), pid).ptr == path.data();
 }
 
 }  // namespace
@@ -125,8 +125,7 @@ int TarnsimOpen(const char* path, int flags, ...) {
   static auto* const next = Next<int(const char*, int, ...)>("open");
   va_list arguments;
   va_start(arguments, flags);
-  const bool hasMode = (flags & O_CREAT) != 0 || (flags & O_TMPFILE) == O_TMPFILE;
-  const mode_t mode = hasMode ? va_arg(arguments, mode_t) : 0;
+  const mode_t mode = va_arg(arguments, mode_t);  // read only where a file is created
   va_end(arguments);
   if (strcmp(path, Quill::kTarnDevice) != 0) return next(path, flags, mode);
 

@@ -20,7 +20,7 @@ constexpr size_t kMaxLabelSize = sizeof(TarnExLabel) + 0xFFFF;
 
 // The machine's own kernel refuses memory that the program cannot access, so the bytes go through a
 // file of its own. `syscall` goes past sanitizers, which would take the caller's mistake for ours.
-bool CopyThroughFile(const void* from, void* to, size_t size) {
+bool CopyThroughFile(uint64_t from, uint64_t to, size_t size) {
   const int file = memfd_create("copy", MFD_CLOEXEC);
   if (file < 0) return false;
   const auto count = static_cast<long>(size);
@@ -52,11 +52,11 @@ int Identify(int fd, FileId& file) {
 }  // namespace
 
 bool LocalMachine::CopyIn(uint64_t address, void* out, size_t size) {
-  return CopyThroughFile(reinterpret_cast<const void*>(address), out, size);
+  return CopyThroughFile(address, reinterpret_cast<uintptr_t>(out), size);
 }
 
 bool LocalMachine::CopyOut(uint64_t address, const void* data, size_t size) {
-  return CopyThroughFile(data, reinterpret_cast<void*>(address), size);
+  return CopyThroughFile(reinterpret_cast<uintptr_t>(data), address, size);
 }
 
 bool LocalMachine::HasTask(int pid) { return pid > 0 && (kill(pid, 0) == 0 || errno == EPERM); }

@@ -14,7 +14,7 @@ using FileId = std::pair<dev_t, ino_t>;
 // The machine that this process runs on, seen as its kernel sees it.
 class LocalMachine : public Machine {
  public:
-  // `labelsInFiles`: see Setup.
+  // `labelsInFiles`: see KernelSetup.
   explicit LocalMachine(bool labelsInFiles) : labelsInFiles_(labelsInFiles) {}
 
   bool CopyIn(uint64_t address, void* out, size_t size) override;

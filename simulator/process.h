@@ -10,7 +10,7 @@
 namespace tarnsim {
 
 struct SimulatedKernel {
-  SimulatedKernel(Setup setup, TarnKernel::Journal journal)
+  SimulatedKernel(KernelSetup setup, TarnKernel::Journal journal)
       : machine(setup.labelsInFiles), rules(std::move(setup), machine, std::move(journal)) {}
 
   LocalMachine machine;

@@ -96,9 +96,11 @@ KernelTurn::KernelTurn() {
   slot_ = slot;
 }
 
-Simulation::Simulation(Setup setup) {
-  KernelTurn().Replace(std::make_unique<SimulatedKernel>(
-      std::move(setup), [this](const Request& request) { journal_.push_back(request); }));
+Simulation::Simulation(const KernelSetup& setup) {
+  auto kernel = std::make_unique<SimulatedKernel>(
+      setup, [this](const Request& request) { journal_.push_back(request); });
+  for (const auto& [fd, label] : setup.labels) kernel->machine.StoreLabel(fd, label);
+  KernelTurn().Replace(std::move(kernel));
 }
 
 Simulation::~Simulation() { KernelTurn().Replace(nullptr); }

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "integrity/tarn_device.h"
@@ -52,7 +53,7 @@ struct ResetFile {
 };
 
 // The kernel at the start. It never checks what it is made to say: labels and lengths can be wrong.
-struct Setup {
+struct KernelSetup {
   TarnInterface interface = TarnInterface::kDevice;
   // What successive readings of a task's integrity see; the last one stays. Signing and editing go
   // by the value read last, at first by the first. All tasks are alike.
@@ -65,6 +66,8 @@ struct Setup {
   // What the legacy files hold instead of the integrity and the label above.
   std::optional<std::string> valueText;
   std::optional<std::string> labelText;
+  // Labels that files have already, by open descriptor.
+  std::vector<std::pair<int, Bytes>> labels;
   // Keep labels in the extended attribute "user.tarn.label" of the files instead of in memory.
   bool labelsInFiles = false;
 };
@@ -86,6 +89,9 @@ struct Request {
   int error = 0;  // errno
 };
 
+// The call's name in journals and settings, such as "verify-sync".
+QUILLON_EXPORT const char* NameOf(Call call);
+
 // One line of JSON, without a line break: "request", "interface", "command", "fd" and "file" or
 // "pid", "label" decoded, "integrity", "identity" and "certificate", "result" and "errno".
 QUILLON_EXPORT std::string ToJson(const Request& request);
@@ -93,7 +99,7 @@ QUILLON_EXPORT std::string ToJson(const Request& request);
 // Simulates while it lives. One at a time; its threads may use the kernel at once.
 class QUILLON_EXPORT Simulation {
  public:
-  explicit Simulation(Setup setup = {});
+  explicit Simulation(const KernelSetup& setup = {});
   Simulation(const Simulation&) = delete;
   Simulation& operator=(const Simulation&) = delete;
   ~Simulation();

@@ -97,7 +97,7 @@ bool CallByName(const std::string& name, Call& call) {
   return info != nullptr;
 }
 
-TarnKernel::TarnKernel(Setup setup, Machine& machine, Journal journal)
+TarnKernel::TarnKernel(KernelSetup setup, Machine& machine, Journal journal)
     : setup_(std::move(setup)), machine_(machine), journal_(std::move(journal)) {
   if (setup_.integrity.empty()) setup_.integrity = {0};
 }
@@ -105,8 +105,9 @@ TarnKernel::TarnKernel(Setup setup, Machine& machine, Journal journal)
 bool TarnKernel::LiesOnReadOnlyFs(int fd) const {
   const std::string path = machine_.PathOf(fd);
   return std::any_of(setup_.readOnly.begin(), setup_.readOnly.end(), [&](const std::string& top) {
-    return path.compare(0, top.size(), top) == 0 &&
-           (path.size() == top.size() || path[top.size()] == '/');
+    const size_t length = top.find_last_not_of('/') + 1;
+    return path.compare(0, length, top, 0, length) == 0 &&
+           (path.size() == length || path[length] == '/');
   });
 }
 
@@ -275,10 +276,8 @@ int TarnKernel::Verify(const Request& request) {
   Bytes label;
   if (const int error = machine_.LoadLabel(request.target, label); error != 0) return error;
   if (!IsWellFormed(label)) return EBADMSG;
-  if (!IsExtended(label)) return 0;  // a plain label does not tell a digest
-
   TarnExLabel front;
-  ReadFront(label, front);
+  if (!IsExtended(label) || !ReadFront(label, front)) return 0;  // a plain label has no digest
   Bytes digest;
   if (const int error = machine_.Digest(request.target, front.algorithm, digest); error != 0) {
     return error;

@@ -36,9 +36,7 @@ class Machine {
 // Bytes of a label's digest; 0 for an algorithm that no label may name.
 size_t DigestSize(uint32_t algorithm);
 
-// The name of a call in journals and settings, such as "verify-sync".
-const char* NameOf(Call call);
-// False when there is no such call.
+// The call that NameOf names so; false when there is none.
 bool CallByName(const std::string& name, Call& call);
 
 struct Answer {
@@ -65,7 +63,7 @@ class TarnKernel {
   using Journal = std::function<void(const Request&)>;
 
   // `machine` must outlive the kernel.
-  TarnKernel(Setup setup, Machine& machine, Journal journal);
+  TarnKernel(KernelSetup setup, Machine& machine, Journal journal);
 
   TarnInterface Interface() const { return setup_.interface; }
   bool LiesOnReadOnlyFs(int fd) const;
@@ -91,7 +89,7 @@ class TarnKernel {
   int Verify(const Request& request);
   uint32_t ReadIntegrity();
 
-  Setup setup_;
+  KernelSetup setup_;
   Machine& machine_;
   Journal journal_;
   size_t integrityIndex_ = 0;

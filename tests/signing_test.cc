@@ -1,0 +1,439 @@
+#include "integrity/signing.h"
+
+#include <gtest/gtest.h>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <set>
+#include <string>
+
+#include "apk/apk.h"
+#include "integrity/certificate.h"
+#include "integrity/entry_points.h"
+#include "integrity/tarn.h"
+#include "simulator/simulator.h"
+#include "tests/support/descriptors.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/package_builder.h"
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+namespace {
+
+using tarnsim::Call;
+using tarnsim::Fault;
+using tarnsim::KernelSetup;
+using tarnsim::Request;
+using tarnsim::Simulation;
+
+// Every test uses these descriptors, so that log lines are literals.
+constexpr int kApk = 100;
+constexpr int kOat = 101;
+constexpr int kVdex = 102;
+
+// What the log holds, one line after the other. "~" stands where a line does not end in a line
+// feed, "PATH" for the path of a file in memory.
+std::string Text(LogCapture& log) {
+  std::string text;
+  for (const LogLine& line : log.Take()) {
+    text += (line.priority == Error("").priority ? "E " : "I ") + line.text;
+    if (text.back() != '\n') text += "~\n";
+  }
+  const std::string path = "/memfd:quillon-test (deleted)";
+  for (size_t at; (at = text.find(path)) != std::string::npos;)
+    text.replace(at, path.size(), "PATH");
+  return text;
+}
+
+// The lines with every "@" replaced by the descriptor.
+std::string For(int fd, std::string lines) {
+  for (size_t at; (at = lines.find('@')) != std::string::npos;) {
+    lines.replace(at, 1, std::to_string(fd));
+  }
+  return lines;
+}
+
+std::string Requests(Simulation& simulation) {
+  std::string text;
+  for (const Request& request : simulation.TakeJournal()) {
+    text += std::string(text.empty() ? "" : ", ") + NameOf(request.call);
+    if (!request.file.empty()) text += " " + std::to_string(request.target);
+  }
+  return text;
+}
+
+PackageBuilder Builder(bool inHalyx) {
+  std::vector<XmlElement> elements;
+  if (inHalyx) {
+    elements = {{"uses-permission", {{"name", std::string("com.vrk.android.SECURE_STORAGE")}}}};
+  }
+  return PackageBuilder().Manifest(ManifestXml("org.quillon.test", elements));
+}
+
+ByteVector Package() { return Builder(true).V3().Build(); }
+
+ByteVector OutsideHalyx() { return Builder(false).Entry("lib/armeabi/a.so", {1}).V3().Build(); }
+
+ByteVector ChangedPackage() {
+  ByteVector package = Package();
+  package[10] ^= 1;  // the time stamp of the first entry
+  return package;
+}
+
+ByteVector Broken() { return {1}; }
+
+ByteVector Jar() { return PackageBuilder().Entry("a", {1}).Build(); }
+
+// The label that lets the kernel verify a file of these contents.
+ByteVector LabelFor(const ByteVector& contents) {
+  return Wire().Bytes({0xFF, 0xFF, 2, 0, 0, 2}).Bytes(DigestOf(EVP_sha1(), contents)).Fill(46);
+}
+
+// Whatever a workflow does, the caller's descriptors stay open and no other does.
+class Workflows : public testing::Test {
+ protected:
+  Workflows() {
+    for (const int fd : {kApk, kOat, kVdex}) Open(fd, {1});
+    descriptors_ = OpenDescriptors();
+  }
+  ~Workflows() override {
+    EXPECT_EQ(descriptors_, OpenDescriptors());
+    for (const int fd : {kApk, kOat, kVdex}) EXPECT_EQ(0, close(fd));
+  }
+
+  static void Open(int fd, const ByteVector& contents) { dup2(MemoryFile(contents).GetFd(), fd); }
+
+ private:
+  size_t descriptors_;
+};
+
+const char* const kVerified =
+    "I Use APK V3 signature. APK: PATH\n"
+    "I Found the best signature algorithm ID: 0x201~\n";
+const char* const kPlainArchive = "I Can't extract Android Manifest: Entry not found\n";
+const char* const kCertified = "I HxAddCertificate: HxNewCertificate return 0.\n";
+
+Fault Always(Call call, int error, int result = -1) { return {call, 0, error, result}; }
+const Fault kNoFault = {Call::kUnknown, 0, 0};
+
+struct Scenario {
+  const char* name;
+  ByteVector archive;
+  std::string opening;   // what opening the archive logs
+  std::string signing;   // what the file "@" logs
+  std::string failure;   // the end of the entry point's own line, and the line after it
+  std::string requests;  // of the OAT and VDEX files; certificates go without saying
+  std::string certificate;
+  Fault fault = kNoFault;
+  unsigned state = 0;
+};
+constexpr unsigned kArchiveHasLabel = 1;
+constexpr unsigned kTargetsAreEmpty = 2;
+
+std::vector<Scenario> Scenarios() {
+  const std::string package =
+      "I TarnSign starts: zip_fd = 100, fd = @.\n"
+      "I TarnSignOat: Apk case.\n";
+  const std::string jar =
+      "I TarnSign starts: zip_fd = 100, fd = @.\n"
+      "I TarnSignOat: non-Apk (Jar) case\n";
+  const std::string unmapped =
+      "E Can't map file: @\n"
+      "E Can't calculate hash of file: @.\n";
+  const std::string done = "I TarnSign finished: 0.\n";
+  const std::string failed = "I TarnSign finished: 65536.\n";
+  const std::string integrity = "~\nI TARN current integrity: 0x1~\n";
+  const std::string signs = "read-integrity, sign 101, read-integrity, sign 102";
+  return {
+      {"v3 package in the feature", Package(), kVerified, package + done, "", signs, kCertified},
+      {"outside the feature", OutsideHalyx(), "I HALYX permissions are absent.\n",
+       "I TarnSign starts: zip_fd = 100, fd = @.\n"
+       "I HALYX permissions are absent.\n" +
+           done,
+       "", "close 101, close 102", ""},
+      {"refused package", ChangedPackage(),
+       std::string(kVerified) + "E Can't verify digests of APK~\n"
+                                "E Can't verify APK signature block~\n"
+                                "E Can't verify signature APK V3: PATH\n",
+       package + failed, "Success" + integrity, "read-integrity, read-integrity",
+       "E Apk archive is not valid for fd=100, path=PATH\n"},
+      {"no archive", Broken(), "E OpenArchiveFd(100) [file: PATH] returned: -3: Invalid file\n",
+       "I TarnSign starts: zip_fd = 100, fd = @.\n"
+       "E Zip archive is not valid for fd=100\n",
+       "Success" + integrity, "read-integrity, read-integrity", ""},
+      {"JAR that the kernel verifies", Jar(), kPlainArchive, jar + done, "",
+       "verify 100, read-integrity, sign 101, verify 100, read-integrity, sign 102", "", kNoFault,
+       kArchiveHasLabel},
+      {"JAR that it does not verify", Jar(), kPlainArchive,
+       jar + "I TARN can't verify a file 61: /No data available.\n"
+             "I TarnSign finished: 4294967235.\n",
+       "No data available" + integrity, "verify 100, read-integrity, verify 100, read-integrity",
+       ""},
+      {"targets that cannot be mapped", Package(), kVerified, package + unmapped + failed,
+       "Invalid argument" + integrity, "read-integrity, read-integrity", kCertified, kNoFault,
+       kTargetsAreEmpty},
+      {"a JAR's targets that cannot be mapped", Jar(), kPlainArchive, jar + unmapped + done, "",
+       "verify 100, verify 100", "", kNoFault, kArchiveHasLabel | kTargetsAreEmpty},
+      {"labels refused", Package(), kVerified,
+       package + "E TARN can't sign a file (result=fffffffb, errno 5: Input/output error).\n"
+                 "I TarnSign finished: 4294967291.\n",
+       "Input/output error" + integrity,
+       "read-integrity, sign 101, read-integrity, read-integrity, sign 102, read-integrity",
+       kCertified, Always(Call::kSign, EIO)},
+      {"a JAR's labels refused", Jar(), kPlainArchive,
+       jar + "E TARN can't sign a non-APK file (result=fffffffb, errno 5: Input/output error).\n"
+             "I TarnSign finished: 4294967291.\n",
+       "Input/output error" + integrity,
+       "verify 100, read-integrity, sign 101, read-integrity, "
+       "verify 100, read-integrity, sign 102, read-integrity",
+       "", Always(Call::kSign, EIO), kArchiveHasLabel},
+      {"integrity unreadable", Package(), kVerified,
+       package + "E TARN can't sign a file (result=10000, errno 13: Permission denied).\n" + failed,
+       "Permission denied~\nE TARN can't read current integrity: 0xfffffff3~\n",
+       "read-integrity, read-integrity, read-integrity, read-integrity", kCertified,
+       Always(Call::kReadIntegrity, EACCES)},
+      {"certificates stored before", Package(), kVerified, package + done, "", signs,
+       "I HxAddCertificate: HxNewCertificate return 65540.\n",
+       Always(Call::kCertificate, 0, 0x10004)},
+      {"certificates refused", Package(), kVerified, package + done, "", signs,
+       "E HxAddCertificate: HxNewCertificate failed -5.\n", Always(Call::kCertificate, 0, -5)},
+  };
+}
+
+TEST_F(Workflows, ProvisioningLogsEachFateWholeAndInOrder) {
+  for (const Scenario& c : Scenarios()) {
+    SCOPED_TRACE(c.name);
+    Open(kApk, c.archive);
+    const bool empty = (c.state & kTargetsAreEmpty) != 0;
+    for (const int fd : {kOat, kVdex}) Open(fd, empty ? ByteVector() : ByteVector{1});
+    KernelSetup setup;
+    setup.faults = {c.fault};
+    if ((c.state & kArchiveHasLabel) != 0) setup.labels = {{kApk, LabelFor(c.archive)}};
+    Simulation simulation(setup);
+    LogCapture log;
+    const auto failure = [&](const char* start) {
+      return c.failure.empty() ? "" : start + c.failure;
+    };
+
+    errno = 0;
+    RunOEMFuncForProvisionOat(kApk, kOat, kVdex);
+    EXPECT_EQ(
+        "I <TARN>: Enter to ProvisionOat\n"
+        "I <TARN>: Enter ProvisionOat APK: 100 PATH\n"
+        "I <TARN>: Enter ProvisionOat OAT: 101 PATH\n"
+        "I <TARN>: Enter ProvisionOat VDEX: 102 PATH\n" +
+            c.opening + For(kOat, c.signing) +
+            failure("E TARN can't sign a file: apk_fd=100, oat_fd=101, error: ") +
+            For(kVdex, c.signing) +
+            failure("E TARN can't sign a file: apk_fd=100, vdex_fd=102, error: ") + c.certificate +
+            c.certificate + "I <TARN>: Exit from ProvisionOat\n",
+        Text(log));
+    const bool certifies = c.certificate.find("HxNewCertificate") != std::string::npos;
+    EXPECT_EQ(c.requests + (certifies ? ", certificate 101, certificate 102" : ""),
+              Requests(simulation));
+
+    errno = 0;
+    RunOEMFuncForProvisionBootArt(kApk, kOat);
+    EXPECT_EQ(
+        "I <TARN>: Enter to ProvisionBootArt\n"
+        "I <TARN>: Enter ProvisionBootArt APK: 100 PATH\n"
+        "I <TARN>: Enter ProvisionBootArt ART: 101 PATH\n" +
+            c.opening + For(kOat, c.signing) + failure("E TARN can't sign a file: 101, error: ") +
+            "I <TARN>: Exit from ProvisionBootArt\n",
+        Text(log));
+  }
+}
+
+TEST_F(Workflows, BootArtRefusesNegativeDescriptors) {
+  Simulation simulation;
+  LogCapture log;
+  RunOEMFuncForProvisionBootArt(-1, kOat);
+  EXPECT_EQ(
+      "I <TARN>: Enter to ProvisionBootArt\n"
+      "I <TARN>: Enter ProvisionBootArt APK: -1 \n"
+      "I <TARN>: Enter ProvisionBootArt ART: 101 PATH\n"
+      "E TARN incorrect arguments: apk_fd=-1, target_fd=101~\n"
+      "I TARN current integrity: 0x1~\n"
+      "I <TARN>: Exit from ProvisionBootArt\n",
+      Text(log));
+  EXPECT_EQ("read-integrity", Requests(simulation));
+}
+
+TEST_F(Workflows, StartOfProvisioningOpensVdexBeforeOat) {
+  KernelSetup setup;
+  setup.faults = {{Call::kEdit, 1, EBUSY}, {Call::kReadIntegrity, 2, EIO}};
+  Simulation simulation(setup);
+  LogCapture log;
+  RunOEMFuncForStartProvisionOat(kOat, kVdex);
+  EXPECT_EQ(
+      "I <TARN>: Enter to StartProvisionOat\n"
+      "I <TARN>: Enter StartProvisionOat OAT: 101 VDEX: 102\n"
+      "E TARN can't edit a VDEX file fd=102 (result=fffffff0, errno 16: Device or resource "
+      "busy).\n"
+      "E TARN can't edit an OAT file fd=101 (result=10000, errno 5: Input/output error).\n"
+      "I <TARN>: Exit from StartProvisionOat\n",
+      Text(log));
+  RunOEMFuncForStartProvisionOat(kOat, kVdex);
+  EXPECT_EQ(
+      "read-integrity, edit 102, read-integrity, "
+      "read-integrity, edit 102, read-integrity, edit 101",
+      Requests(simulation));
+}
+
+TEST_F(Workflows, LabelOfASampleIsKnownByteForByte) {
+  const auto sample = OpenFileRO(QUILLON_SAMPLES_DIR "/v3.apk");
+  Open(kOat, {'f', 'i', 'l', 'e'});
+  Simulation simulation;
+  const LogCapture log;
+  EXPECT_EQ(0u, TarnSign(sample->GetFd(), kOat));
+  EXPECT_EQ(
+      "ffff02000002"
+      "971c419dd609331343dee105fffd0f4608dc0bf2"  // SHA-1 of "file", in 64 bytes
+      "0000000000000000000000000000000000000000000000000000000000000000000000000000000000000000"
+      "2000"  // SHA-256 of the signer's key
+      "16c2e52936dd87b7455c85628658c6719e19017c7f93919e70be1a610d5b2d8e",
+      Hex(simulation.LabelOf(kOat)));
+}
+
+TEST_F(Workflows, AJarIsCertifiedByItsAttributeAndPath) {
+  const TempFolder folder;
+  const std::string path = folder.Write("a.jar", Jar());
+  const auto jar = OpenFileRO(path);
+  Simulation simulation;
+  LogCapture log;
+  HxSign(jar->GetFd(), kOat);
+  EXPECT_EQ(kPlainArchive, Text(log));
+  EXPECT_EQ("", Requests(simulation));
+
+  if (setxattr(path.c_str(), "user.hx", "1", 1, 0) != 0) GTEST_SKIP() << "no attributes here";
+  HxSign(jar->GetFd(), -1);
+  EXPECT_EQ(kPlainArchive +
+                std::string("E Can't get oat location from fd=-1\n"
+                            "I HxAddCertificate: Call HxNewCertificate for JAR.\n") +
+                kCertified,
+            Text(log));
+  const Request request = simulation.TakeJournal().at(0);
+  EXPECT_EQ(path, request.identity);
+  ByteVector chain;
+  for (ByteVector link(path.begin(), path.end()); chain.size() < 128;) {
+    link = DigestOf(EVP_sha256(), link);
+    chain.insert(chain.end(), link.begin(), link.end());
+  }
+  EXPECT_EQ(chain, request.certificate);
+}
+
+TEST_F(Workflows, APackageIsCertifiedByNameAndKeyUnlessOnlyWaived) {
+  Simulation simulation;
+  LogCapture log;
+  Open(kApk, Package());
+  Apk apk(kApk);
+  HxSign(apk, kApk, -1);
+  EXPECT_EQ(std::string(kVerified) + "E Can't get oat location from fd=-1\n" + kCertified,
+            Text(log));
+  const Request request = simulation.TakeJournal().at(0);
+  EXPECT_EQ("org.quillon.test", request.identity);
+  EXPECT_EQ(apk.GetManufacturerKey(), request.certificate);
+
+  Open(kApk, OutsideHalyx());
+  Apk waived(kApk, /*ignoreHalyxFilter=*/true);
+  HxSign(waived, kApk, kOat);
+  EXPECT_EQ(kVerified, Text(log));
+  EXPECT_EQ("", Requests(simulation));
+}
+
+TEST_F(Workflows, NativeLibrariesBesideThePackageAreLabelled) {
+  const TempFolder folder;
+  PackageBuilder builder = Builder(false);
+  for (const char* name :
+       {"lib/armeabi-v7a/7.so", "lib/armeabi-v8a/8.so", "lib/arm64-v8a/64.so", "lib/armeabi/5.so",
+        "lib/armeabi/deep/5.so", "lib/x86/86.so", "lib/arm64-v8a/absent.so", "lib/armeabi/loop.so",
+        "lib/armeabi/notes.txt", "lib/arm64-v8a/../../../outside.so"}) {
+    builder.Entry(name, {1});
+  }
+  const std::string package = folder.Write("app/base.apk", builder.V3().Build());
+  std::set<std::string> expected;
+  for (const char* name : {"arm/5.so", "arm/7.so", "arm/deep/5.so", "arm64/64.so", "arm64/8.so"}) {
+    expected.insert(folder.Write(std::string("app/lib/") + name, {1}));
+  }
+  for (const char* name :
+       {"outside.so", "app/outside.so", "app/lib/x86/86.so", "app/lib/arm/notes.txt"}) {
+    folder.Write(name, {1});
+  }
+  const std::string loop = folder.Path() + "/app/lib/arm/loop.so";  // not even root can open it
+  std::filesystem::create_symlink("loop.so", loop);
+
+  const auto file = OpenFileRO(package);
+  Simulation simulation;
+  LogCapture log;
+  RunOEMFuncForApkSigner(file->GetFd(), "/data/app/p-WxYzAbCdEfGhIjKlMnOpQr==/base.apk", 3);
+  std::string text = Text(log);
+  const std::string notOpened =
+      "E File " + loop + " is not opened, errno 40: Too many levels of symbolic links.\n";
+  ASSERT_NE(std::string::npos, text.find(notOpened));  // somewhere among the libraries
+  text.erase(text.find(notOpened), notOpened.size());
+  const std::string library = "I TarnSignOat: Apk case.\n";
+  EXPECT_EQ(For(file->GetFd(),
+                "I <TARN>: Enter to ApkSigner\n"
+                "I <TARN>: Enter ApkSigner APK: @ p/base.apk\n"
+                "I Use APK V3 signature. APK: " +
+                    package +
+                    "\n"
+                    "I Found the best signature algorithm ID: 0x201~\n"
+                    "I TarnSignJni starts: @.\n" +
+                    library + library + library + library + library +
+                    "I TarnSignJni finished: 0.\n"
+                    "I TarnSign starts: zip_fd = @, fd = @.\n"
+                    "I TarnSignOat: Apk case.\n"
+                    "I TarnSign finished: 0.\n"
+                    "I <TARN>: Exit from ApkSigner\n"),
+            text);
+  std::vector<std::string> files;
+  for (const Request& request : simulation.TakeJournal()) {
+    if (request.call == Call::kSign) files.push_back(request.file);
+  }
+  EXPECT_EQ(package, files.back());
+  EXPECT_EQ(expected, std::set<std::string>(files.begin(), files.end() - 1));
+}
+
+TEST_F(Workflows, NoLibraryIsLabelledForAPackageOutsideTheFeatureOrRefused) {
+  Simulation simulation;
+  LogCapture log;
+  Open(kApk, OutsideHalyx());
+  RunOEMFuncForApkSigner(kApk, "p", 2);
+  EXPECT_EQ(
+      "I <TARN>: Enter to ApkSigner\n"
+      "I <TARN>: Enter ApkSigner APK: 100 p\n"
+      "I HALYX permissions are absent.\n"
+      "I TarnSign starts: zip_fd = 100, fd = 100.\n"
+      "I HALYX permissions are absent.\n"
+      "I TarnSign finished: 0.\n"
+      "I <TARN>: Exit from ApkSigner\n",
+      Text(log));
+  EXPECT_EQ("close 100, close 100", Requests(simulation));
+
+  Open(kApk, ChangedPackage());
+  Apk apk(kApk);
+  log.Take();
+  EXPECT_EQ(0x10000u, TarnSignJni(apk, kApk, nullptr));
+  EXPECT_EQ(
+      "I TarnSignJni starts: 100.\n"
+      "E TarnSignJni: malformed apk: PATH\n",
+      Text(log));
+
+  Open(kApk, {1});
+  RunOEMFuncForApkSigner(kApk, nullptr, 0);
+  EXPECT_EQ(
+      "I <TARN>: Enter to ApkSigner\n"
+      "I <TARN>: Enter ApkSigner APK: 100 \n"
+      "E OpenArchiveFd(100) [file: PATH] returned: -3: Invalid file\n"
+      "I TarnSign starts: zip_fd = 100, fd = 100.\n"
+      "E Zip archive is not valid for fd=100\n"
+      "I <TARN>: Exit from ApkSigner\n",
+      Text(log));
+  EXPECT_EQ("close 100", Requests(simulation));
+}
+
+}  // namespace
+}  // namespace Quill
