@@ -2,7 +2,8 @@
 #include <utils/String8.h>
 
 #include <algorithm>
-#include <cstring>
+#include <cstdint>
+#include <string_view>
 
 #include "apk/apk.h"
 #include "util/log.h"
@@ -14,44 +15,63 @@ using android::ResXMLParser;
 using android::ResXMLTree;
 using android::String8;
 
-bool Equals(const String8& text, const char* other) {
-  return std::strcmp(text.string(), other) == 0;
+// The parser reads a whole attribute record even where the document ends before it does, and a
+// document's header even where there are fewer bytes: at most these many past the end.
+constexpr size_t kOverread = sizeof(android::ResXMLTree_attribute);
+
+// UTF-16 units of names and values that one scan may fetch, far beyond any real manifest. A short
+// document can ask for one long text again and again, and the parser may convert it each time.
+class Budget {
+ public:
+  bool IsSpent() const { return spent_ > kMost; }
+  void Spend(size_t units) { spent_ += 1 + units; }
+
+ private:
+  static constexpr uint64_t kMost = 16 << 20;
+  uint64_t spent_ = 0;
+};
+
+// Compares a text of the document, up to its first zero, with ASCII.
+bool Equals(const char16_t* text, size_t length, std::string_view ascii) {
+  if (text == nullptr || length < ascii.size()) return false;
+  return std::equal(ascii.begin(), ascii.end(), text) &&
+         (length == ascii.size() || text[ascii.size()] == u'\0');
 }
 
 bool IsHalyxPermission(const String8& name) {
-  return Equals(name, "com.vrk.android.SECURE_STORAGE") ||
-         Equals(name, "com.vrk.android.securestorage.permission.SECURE_STORAGE");
+  return name == "com.vrk.android.SECURE_STORAGE" ||
+         name == "com.vrk.android.securestorage.permission.SECURE_STORAGE";
 }
 
 bool IsHalyxMetaData(const String8& value) {
-  return Equals(value, "SS_META") || Equals(value, "HALYX_PROTECTED");
-}
-
-String8 ToUtf8(const char16_t* text, size_t length) {
-  return text == nullptr ? String8() : String8(text, length);
+  return value == "SS_META" || value == "HALYX_PROTECTED";
 }
 
 // The current element's first attribute of that local name with a string value; empty when there is
-// none. Deliberate: its namespace is not looked at.
-String8 getStrAttr(const ResXMLTree& tree, const char* name) {
-  for (size_t i = 0; i < tree.getAttributeCount(); ++i) {
+// none or the budget is spent. Deliberate: its namespace is not looked at.
+String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
+  for (size_t i = 0; i < tree.getAttributeCount() && !budget.IsSpent(); ++i) {
     size_t length = 0;
     const char16_t* attributeName = tree.getAttributeName(i, &length);
-    if (!Equals(ToUtf8(attributeName, length), name)) continue;
+    budget.Spend(length);
+    if (!Equals(attributeName, length, name)) continue;
     android::Res_value value;
     if (tree.getAttributeValue(i, &value) < 0) continue;
     if (value.dataType != android::Res_value::TYPE_STRING) continue;
     const char16_t* text = tree.getAttributeStringValue(i, &length);
-    if (text != nullptr) return ToUtf8(text, length);
+    budget.Spend(length);
+    if (text != nullptr) return String8(text, length);
   }
   return String8();
 }
 
 }  // namespace
 
-bool Apk::ParseAndroidManifest(const std::vector<uint8_t>& bytes) {
+bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
+  const size_t size = bytes.size();
+  bytes.resize(size + kOverread);
   ResXMLTree tree;
-  tree.setTo(bytes.data(), bytes.size(), /*copyData=*/false);
+  tree.setTo(bytes.data(), size, /*copyData=*/false);
   if (tree.getError() != 0) {
     QUILL_LOGE("%s failed to init xml parser, error=0x%08x\n", "ParseAndroidManifest",
                static_cast<unsigned int>(tree.getError()));
@@ -59,23 +79,26 @@ bool Apk::ParseAndroidManifest(const std::vector<uint8_t>& bytes) {
   }
 
   String8 packageName;
-  // A document that turns out bad ends the scan quietly: what was found so far counts.
-  for (auto event = tree.next();
-       event != ResXMLParser::END_DOCUMENT && event != ResXMLParser::BAD_DOCUMENT;
+  Budget budget;
+  // A document that turns out bad, or spends the budget, ends the scan quietly: what was found so
+  // far counts.
+  for (auto event = tree.next(); event != ResXMLParser::END_DOCUMENT &&
+                                 event != ResXMLParser::BAD_DOCUMENT && !budget.IsSpent();
        event = tree.next()) {
     if (event != ResXMLParser::START_TAG) continue;
     size_t length = 0;
-    const char16_t* elementName = tree.getElementName(&length);
-    const String8 element = ToUtf8(elementName, length);
-    if (Equals(element, "manifest")) {
-      if (packageName.length() == 0) packageName = getStrAttr(tree, "package");
+    const char16_t* element = tree.getElementName(&length);
+    budget.Spend(length);
+    if (Equals(element, length, "manifest")) {
+      if (packageName.length() == 0) packageName = getStrAttr(tree, "package", budget);
     } else if (halyxPermissionRequired_) {
       continue;
-    } else if (Equals(element, "uses-permission") || Equals(element, "permission")) {
-      halyxPermissionRequired_ = IsHalyxPermission(getStrAttr(tree, "name"));
-    } else if (Equals(element, "meta-data")) {
-      halyxPermissionRequired_ =
-          Equals(getStrAttr(tree, "name"), "access") && IsHalyxMetaData(getStrAttr(tree, "value"));
+    } else if (Equals(element, length, "uses-permission") ||
+               Equals(element, length, "permission")) {
+      halyxPermissionRequired_ = IsHalyxPermission(getStrAttr(tree, "name", budget));
+    } else if (Equals(element, length, "meta-data")) {
+      halyxPermissionRequired_ = getStrAttr(tree, "name", budget) == "access" &&
+                                 IsHalyxMetaData(getStrAttr(tree, "value", budget));
     }
   }
   packageName_.assign(packageName.string(), packageName.length());

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "util/file_name.h"
 #include "util/log.h"
@@ -51,12 +52,11 @@ void Apk::Init(int32_t fd, const char* path) {
   std::vector<uint8_t> manifestBytes;
   const int32_t manifestResult = ExtractByName(kMANIFEST_MF, manifestBytes);
   if (manifestResult != 0) manifestBytes.clear();
-  const std::string manifestText(manifestBytes.begin(), manifestBytes.end());
-  if (!manifest_.load(manifestText)) {
-    QUILL_LOGE("Can't load manifest: size=%zu\n", manifestText.size());
+  if (!manifest_.load({manifestBytes.begin(), manifestBytes.end()})) {
+    QUILL_LOGE("Can't load manifest: size=%zu\n", manifestBytes.size());
     return;
   }
-  if (!ParseAndroidManifest(androidManifest)) {
+  if (!ParseAndroidManifest(std::move(androidManifest))) {
     QUILL_LOGE("Can't process Android Manifest.\n");
     return;
   }

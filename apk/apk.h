@@ -127,7 +127,7 @@ class QUILLON_EXPORT Apk {
   template <typename Container>
   int32_t ExtractByNameImpl(const std::string& name, Container& out);
 
-  bool ParseAndroidManifest(const std::vector<uint8_t>& bytes);
+  bool ParseAndroidManifest(std::vector<uint8_t> bytes);
 
   bool InitCertSf();
   bool ValidateManifest(const std::vector<uint8_t>& manifestBytes);

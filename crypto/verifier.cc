@@ -66,7 +66,10 @@ bool DSAVerifier::Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr
 }
 
 bool DSAVerifier::GetPublicKey(std::vector<uint8_t>& out) const {
-  if (!key_ || DSA_size(key_.get()) == 0) return false;
+  if (!key_) return false;
+  const BIGNUM* q = nullptr;  // DSA_size cannot do without; a key may leave its parameters out
+  DSA_get0_pqg(key_.get(), nullptr, &q, nullptr);
+  if (q == nullptr || DSA_size(key_.get()) == 0) return false;
   const BIGNUM* publicValue = nullptr;
   DSA_get0_key(key_.get(), &publicValue, nullptr);
   if (publicValue == nullptr || BN_num_bytes(publicValue) == 0) return false;

@@ -34,10 +34,12 @@ bool X509Certificate::GetPublicKey(std::vector<uint8_t>& out) {
     QUILL_LOGE("X509 certificate is not initialized\n");
     return false;
   }
+  ERR_clear_error();  // so that the line below tells of this certificate
   const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(certificate_.get()));
   if (!key) {
+    char reason[ERR_ERROR_STRING_BUF_LEN];
     QUILL_LOGE("Can't get public key from certificate: %s\n",
-               ERR_error_string(ERR_get_error(), nullptr));
+               ERR_error_string(ERR_get_error(), reason));
     return false;
   }
   uint8_t* der = nullptr;

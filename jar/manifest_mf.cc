@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 #include "util/log.h"
 
@@ -20,8 +21,8 @@ bool IsLineBreak(char c) { return c == '\n' || c == '\r'; }
 
 }  // namespace
 
-bool ManifestMf::load(const std::string& text) {
-  text_ = text;
+bool ManifestMf::load(std::string text) {
+  text_ = std::move(text);
   sections_.clear();
   valid_ = parse();
   return valid_;
@@ -100,7 +101,7 @@ bool ManifestMf::parse() {
         cursor += IsLineBreak(second) && second != first ? 2 : 1;
         if (IsLineBreak(text[cursor])) {
           storeAttribute();
-          sections_.push_back(section);
+          sections_.push_back(std::move(section));
           section.clear();
           state = P_SECTION_START;
         } else if (text[cursor] == ' ') {

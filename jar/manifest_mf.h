@@ -15,7 +15,7 @@ class QUILLON_EXPORT ManifestMf {
   // Parses `text`, dropping what was loaded before. Returns false and logs one error line when a
   // name has no colon before the end, or a colon is followed by neither a space nor a line break;
   // the sections before the error are kept.
-  bool load(const std::string& text);
+  bool load(std::string text);
 
   // The result of the last load; false before one.
   explicit operator bool() const { return valid_; }

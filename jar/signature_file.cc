@@ -35,7 +35,10 @@ struct SignedDigest {
   std::vector<uint8_t> value;
 };
 
-const char* LibraryError() { return ERR_error_string(ERR_get_error(), nullptr); }
+std::string LibraryError() {
+  char text[ERR_ERROR_STRING_BUF_LEN];
+  return ERR_error_string(ERR_get_error(), text);
+}
 
 std::vector<uint8_t> NumberToBytes(const BIGNUM* number) {
   std::vector<uint8_t> bytes(BN_num_bytes(number));
@@ -79,7 +82,7 @@ bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
     const size_t last = sk_X509_num(certificates.get()) - 1;
     key.reset(X509_get_pubkey(sk_X509_value(certificates.get(), last)));
   }
-  if (!key) QUILL_LOGE("can not get public key(%s)\n", LibraryError());
+  if (!key) QUILL_LOGE("can not get public key(%s)\n", LibraryError().c_str());
   return key;
 }
 
@@ -90,7 +93,7 @@ bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, const CBS& signature,
               std::vector<uint8_t>& publicKey, int& result) {
   const bssl::UniquePtr<RSA> rsa(EVP_PKEY_get1_RSA(key));
   if (!rsa) {
-    QUILL_LOGE("can not get rsa contex(%s)\n", LibraryError());
+    QUILL_LOGE("can not get rsa contex(%s)\n", LibraryError().c_str());
     return false;
   }
   const BIGNUM* modulus = nullptr;
@@ -105,7 +108,7 @@ bool CheckDsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
               std::vector<uint8_t>& publicKey, int& result) {
   const bssl::UniquePtr<DSA> dsa(EVP_PKEY_get1_DSA(key));
   if (!dsa) {
-    QUILL_LOGE("can not get dsa contex(%s)\n", LibraryError());
+    QUILL_LOGE("can not get dsa contex(%s)\n", LibraryError().c_str());
     return false;
   }
   const BIGNUM* publicValue = nullptr;

@@ -43,9 +43,17 @@ MakeElf() {
     Le32 "$flags"; Le16 "$headerSize"; Zeros 10)"
 }
 
-MakeKey() {  # MakeKey NAME rsa|ec
-  local kind=(-algorithm RSA -pkeyopt rsa_keygen_bits:2048)
-  [ "$2" = rsa ] || kind=(-algorithm EC -pkeyopt ec_paramgen_curve:P-256)
+MakeKey() {  # MakeKey NAME rsa|ec|dsa
+  local kind
+  case $2 in
+    rsa) kind=(-algorithm RSA -pkeyopt rsa_keygen_bits:2048) ;;
+    ec) kind=(-algorithm EC -pkeyopt ec_paramgen_curve:P-256) ;;
+    dsa)
+      openssl genpkey -quiet -genparam -algorithm DSA -pkeyopt dsa_paramgen_bits:2048 \
+        -pkeyopt dsa_paramgen_q_bits:256 -out "$work/$1.params"
+      kind=(-paramfile "$work/$1.params")
+      ;;
+  esac
   openssl genpkey -quiet "${kind[@]}" -out "$work/$1.key"
   openssl pkcs8 -topk8 -nocrypt -in "$work/$1.key" -outform DER -out "$work/$1.pk8"
   openssl req -new -x509 -key "$work/$1.key" -sha256 -days 10000 \
@@ -84,13 +92,15 @@ MakeDex >"$work/content/classes.dex"
 MakeElf 2 183 >"$work/content/lib/arm64-v8a/libsample.so"
 MakeElf 1 40 >"$work/content/lib/armeabi-v7a/libsample.so"
 
-for key in v1:rsa v2:rsa v3:ec first:rsa second:ec third:ec; do
+for key in v1:rsa v1-dsa:dsa v2:rsa v3:ec first:rsa second:ec third:ec; do
   MakeKey "${key%:*}" "${key#*:}"
 done
 
 # A JAR signature alone is valid up to target SDK 29; minimum SDK 24 selects SHA-256 digests.
-MakeUnsigned org.quillon.sample.v1 24 29
-Sign v1.apk v1 1 --v1-signer-name CERT
+for name in v1 v1-dsa; do
+  MakeUnsigned "org.quillon.sample.${name/-/.}" 24 29
+  Sign "$name.apk" "$name" 1 --v1-signer-name CERT
+done
 
 MakeUnsigned org.quillon.sample.v2 24 30
 Sign v2.apk v2 2

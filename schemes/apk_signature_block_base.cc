@@ -207,11 +207,12 @@ bool ApkSignatureBlockBase::TakeSignaturesAndPublicKey(ByteCursor& signer,
     return false;
   }
   ByteCursor key;
-  if (!signer.TakeLengthValue(key) || signer.Remaining() != 0) {
+  const bool fits = signer.TakeLengthValue(key);
+  publicKey = key.ToVector();
+  if (!fits || signer.Remaining() != 0) {
     QUILL_LOGE("Can't iterate to the next field public key");
     return false;
   }
-  publicKey = key.ToVector();
   return true;
 }
 

@@ -23,7 +23,7 @@ namespace Quill {
 //
 // Parsers of a field take null for a field that does not fit what encloses it, and refuse it.
 class ApkSignatureBlockBase {
- protected:
+ public:
   // Scheme rules about the signed attributes; false logs one error line.
   virtual bool VerifyAttributes(const std::vector<Attribute>& attributes) = 0;
   // True when the first certificate carries `publicKey`, a DER SubjectPublicKeyInfo. The others are
@@ -31,8 +31,7 @@ class ApkSignatureBlockBase {
   virtual bool VerifyMainCertificate(const std::vector<std::vector<uint8_t>>& certificates,
                                      const std::vector<uint8_t>& publicKey) const;
 
- public:
-  // `block` points at a whole pair inside the mapped package and is borrowed, as are the bytes of
+  // `block` points at a whole pair, which must not change, and is borrowed, as are the bytes of
   // `chunks`, the package's digested regions.
   ApkSignatureBlockBase(const ApkSignatureBlock* block, std::vector<RawData> chunks);
   ApkSignatureBlockBase(const ApkSignatureBlockBase&) = delete;
@@ -92,7 +91,7 @@ class ApkSignatureBlockBase {
     std::unique_ptr<Verifier> verifier;
   };
 
-  // Parsing steps. Each logs one error line for the field that failed.
+  // Parsing steps. They log one error line for the field that failed, if it is theirs.
 
   // Hands every item of the pair's signer sequence to `parseSigner`, null for one that does not fit
   // the pair, until it answers false or an item ends past the sequence.

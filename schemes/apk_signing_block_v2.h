@@ -26,6 +26,7 @@ class ApkSigningBlockV2 : public ApkSignatureBlockBase {
 
   using ApkSignatureBlockBase::ApkSignatureBlockBase;
 
+  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
   bool Parse() override;
   bool Verify() override;
 
@@ -33,9 +34,6 @@ class ApkSigningBlockV2 : public ApkSignatureBlockBase {
   static bool ParseSigner(const LengthValueItem* item, SignerV2& signer);
   // Reads the other members from `data`. False logs one error line.
   static bool ParseSignedData(SignedDataV2& signedData);
-
- protected:
-  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
 
  private:
   bool VerifySigner(const SignerV2& signer);

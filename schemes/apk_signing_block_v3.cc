@@ -103,6 +103,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
   for (const SignerV3& signer : signers_) {
     const SignedDataV3& signedData = signer.signedData;
     if (signer.minSdk != signedData.minSdk || signer.maxSdk != signedData.maxSdk) {
+      // Deliberate: the text with its slips is what log readers know.
       QUILL_LOGE(
           "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed "
           "data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",

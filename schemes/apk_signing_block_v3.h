@@ -37,6 +37,7 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
 
   using ApkSignatureBlockBase::ApkSignatureBlockBase;
 
+  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
   bool Parse() override;
   // Throws what GetVersionSDK throws for an SDK property that is not a number.
   bool Verify() override;
@@ -67,9 +68,6 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   // Copies the signer for the running platform. False logs one error line when there is not exactly
   // one, or when any signer's SDK range differs from the one in its signed data.
   bool FindSigner(SignerV3& out);
-
- protected:
-  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
 
  private:
   std::vector<SignerV3> signers_;

@@ -108,6 +108,7 @@ bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& 
                                             std::vector<std::vector<uint8_t>>& publicKeys) {
   if (chain.empty()) return true;
   if (CertificateOf(chain.back()) != signingCertificate) {
+    // Deliberate: the blanks here and the slip in the next message are what log readers know.
     QUILL_LOGE(
         "Terminal certificate in Proof-of-rotation record does not match             APK signing "
         "certificate");

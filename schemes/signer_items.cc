@@ -1,6 +1,5 @@
 #include "schemes/signer_items.h"
 
-#include <algorithm>
 #include <cstring>
 
 namespace Quill {
@@ -29,12 +28,12 @@ bool TakeAttributeItem(ByteCursor& items, uint64_t following, Attribute& out) {
   if (!items.TakeLengthValue(body)) return false;
 
   // ID and value are read without regard to the item's own end, 4 bytes past it.
-  std::vector<uint8_t> bytes(sizeof out.id + body.Remaining());
   ByteCursor source(body.Data(), body.Remaining() + items.Remaining() + following);
-  source = source.TakeAtMost(bytes.size());
-  std::copy_n(source.Data(), source.Remaining(), bytes.begin());
-  std::memcpy(&out.id, bytes.data(), sizeof out.id);
-  out.value.assign(bytes.begin() + sizeof out.id, bytes.end());
+  const ByteCursor id = source.TakeAtMost(sizeof out.id);
+  out.id = 0;
+  if (id.Remaining() != 0) std::memcpy(&out.id, id.Data(), id.Remaining());
+  out.value = source.TakeAtMost(body.Remaining()).ToVector();
+  out.value.resize(body.Remaining());
   return true;
 }
 

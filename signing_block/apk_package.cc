@@ -105,8 +105,10 @@ bool ApkPackage::CheckEndOfCentralAndCentralDirectories(
 
 bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
                                          std::vector<const ApkSignatureBlock*>& out) const {
+  // Deliberate: the one message here at info priority; the slips of the others are kept as well.
   const uint64_t size = CopyRecord<ApkSigningBlock>(block).size;
-  if (size < kFooterSize) {
+  const uint64_t room = mapping_->Size() - OffsetOf(block) - sizeof *block;
+  if (size < kFooterSize || size > room) {
     QUILL_LOGI(
         "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing "
         "Block\n");
@@ -207,6 +209,20 @@ std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
   }
 }
 
+std::vector<uint8_t> ApkPackage::CopyChosenPair() const {
+  const uint64_t pairsEnd = OffsetOf(centralDirectory_) - kFooterSize;
+  ByteCursor pairs(chosenPair_, pairsEnd - OffsetOf(chosenPair_));
+  const uint8_t* start = pairs.Data();
+  uint64_t length;
+  ByteCursor body;
+  if (!pairs.TakeU64(length) || length < sizeof chosenPair_->id || !pairs.Take(length, body)) {
+    return {};
+  }
+  std::vector<uint8_t> copy(start, body.Data() + length);
+  std::memcpy(copy.data(), &length, sizeof length);
+  return copy;
+}
+
 bool ApkPackage::VerifyApkPackage() {
   // The rest of the file, which the parse found to be the record and its comment. The length field
   // is not trusted a second time: the file may be changing under the mapping.
@@ -217,7 +233,9 @@ bool ApkPackage::VerifyApkPackage() {
   std::vector<RawData> chunks;
   PrepareRawDataChunks(eocd, chunks);
 
-  const std::unique_ptr<ApkSignatureBlockBase> block = CreateApkSignatureBlock(chosenPair_, chunks);
+  const std::vector<uint8_t> pair = CopyChosenPair();
+  const std::unique_ptr<ApkSignatureBlockBase> block = CreateApkSignatureBlock(
+      pair.empty() ? nullptr : reinterpret_cast<const ApkSignatureBlock*>(pair.data()), chunks);
   if (!block) {
     QUILL_LOGE("Can't create APK signature block");
     return false;

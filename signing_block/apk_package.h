@@ -14,8 +14,8 @@ namespace Quill {
 class ApkSignatureBlockBase;
 
 // Finds the APK Signing Block of a mapped package, chooses its v3 block before its v2 block, and
-// has the chosen one verified. Works in place: nothing but the End of Central Directory record is
-// copied.
+// has the chosen one verified. Works in place: nothing but the chosen pair and the End of
+// Central Directory record is copied.
 //
 // Called in this order only: ParseApkPackage, then, if that was true, VerifyApkPackage, then, if
 // that was true, GetMainPublicKey. Pointers that are handed around point into the mapping. Virtual
@@ -27,7 +27,7 @@ class ApkPackage {
 
   // The last record in the file that does not start within its first 22 bytes, or null.
   virtual const EocdRecord* FindEocdRecord() const;
-  // The central directory that `eocd` names, or null when it does not lie within the file.
+  // The central directory that `eocd` names, or null when the file has none there.
   virtual const CentralDirectory* FindCentralDirectory(const EocdRecord* eocd) const;
   // Replaces `out` with the block's pairs, each whole and inside the block; false, with one log
   // line and `out` as it was, when the pairs do not fill the block exactly.
@@ -55,7 +55,7 @@ class ApkPackage {
   virtual bool GetMainPublicKey(std::vector<uint8_t>& out);
   // 2 or 3; 0 before a successful parse.
   virtual uint32_t GetVersionScheme() const;
-  // "V2" or "V3", for log lines.
+  // "V2" or "V3", for log lines; "Unknown version" before a successful parse.
   virtual std::string GetVersionName() const;
 
   // The pair to verify, v3 before v2, or null; sets the version scheme when there is one.
@@ -67,6 +67,9 @@ class ApkPackage {
       const ApkSignatureBlock* pair, const std::vector<RawData>& chunks);
 
  private:
+  // A private copy of the chosen pair, whose lengths are read more than once: the file may be
+  // changing under the mapping. Empty when the pair is no longer whole.
+  std::vector<uint8_t> CopyChosenPair() const;
   uint64_t OffsetOf(const void* position) const;
 
   std::shared_ptr<MapFile> mapping_;

@@ -6,6 +6,8 @@
 #include <unistd.h>
 #include <ziparchive/zip_archive.h>
 
+#include <algorithm>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"
@@ -192,6 +194,26 @@ TEST(Apk, AnswersEveryTruncationOfTheManifest) {
     EXPECT_FALSE(apk.IsGoodApk());
     EXPECT_EQ("", apk.GetPackageName()) << "the document's own size no longer fits";
   }
+}
+
+// Attribute records of no size, all at the same place, let a short document name one long text
+// 65,535 times per element. What was found before the work became too much counts.
+TEST(Apk, BoundsTheWorkThatAManifestAsksFor) {
+  std::vector<XmlElement> elements(100, {"manifest", {{std::string(30000, 'x'), "y"}}});
+  elements.push_back({"manifest", {{"package", "too.late"}}});
+  ByteVector xml = BinaryXml(elements);
+  const ByteVector startTag = Wire().U16(0x0102).U16(16);
+  for (auto at = xml.begin();; ++at) {
+    at = std::search(at, xml.end(), startTag.begin(), startTag.end());
+    if (at == xml.end()) break;
+    const auto attributeCount = at + 16 + 12;
+    if (*attributeCount == 1) Put(xml, attributeCount - 2 - xml.begin(), Wire().U16(0).U16(65535));
+  }
+  const Fd file = MemoryFile(PackageBuilder().Manifest(xml).V2().Build());
+  LogCapture log;
+  Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
+  EXPECT_TRUE(apk.IsGoodApk());
+  EXPECT_EQ("", apk.GetPackageName());
 }
 
 TEST(Apk, OpensByDescriptorOrPath) {

@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <set>
+
 #include "apk/apk.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
@@ -172,36 +175,61 @@ TEST(SignatureFile, NamesTheElementOfTheBlockThatIsMissing) {
   }
 }
 
-// No change of one byte in the manifest, the signature file or the signature block keeps the
-// verdict, but where the block's bytes bear no meaning here.
-TEST(SignatureFile, EveryChangedByteIsRefused) {
+// No change of one byte in the manifest or the signature file keeps the verdict, nor one in the
+// signature; the rest of the block holds bytes that bear no meaning here. The last line names the
+// link.
+TEST(SignatureFile, EveryChangedByteIsRefusedByTheStepThatFindsIt) {
+  const std::set<std::string> lastLines[] = {
+      {"Can't validate manifest.\n", "Can't load manifest: size="},
+      {"file not verified: META-INF/CERT.SF(ret=0)\n", "Parse manifest: Error: P_COLON",
+       "Parse manifest: Error: P_KEY"},
+      {"file not verified: META-INF/CERT.SF(ret=0)\n",
+       "PKCS7 parsing:", "Can't parse digest algo\n", "Unknown hashing algorithm\n", "can not get",
+       "Error parsing DSA signature\n"}};
+  const auto isNamed = [](const std::set<std::string>& lines, const std::string& line) {
+    return std::any_of(lines.begin(), lines.end(), [&line](const std::string& start) {
+      return line.compare(0, start.size(), start) == 0;
+    });
+  };
   for (const KeyType type : {KeyType::kRsa2048, KeyType::kDsa1024}) {
     JarOptions options;
     options.key = &TestKey(type);
     const std::vector<ZipFile> files = SignJar({{"classes.dex", kDex}}, options);
-    const auto isGood = [](const std::vector<ZipFile>& edited) {
-      PackageBuilder builder = PackageBuilder().Manifest().Entry("classes.dex", kDex);
-      for (const ZipFile& file : edited) builder.Entry(file.name, file.contents);
-      const Fd file = MemoryFile(builder.Build());
-      Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
-      return apk.IsGoodApk();
-    };
     LogCapture log;
-    ASSERT_TRUE(isGood(files));
     size_t meaningless = 0;
     for (size_t n = 0; n < files.size(); ++n) {
       for (size_t i = 0; i < files[n].contents.size(); ++i) {
-        std::vector<ZipFile> edited = files;
-        edited[n].contents[i] ^= 0x01;
-        if (!isGood(edited)) continue;
-        EXPECT_EQ(2u, n) << files[n].name << " byte " << i;
-        ++meaningless;
+        SCOPED_TRACE(files[n].name + " byte " + std::to_string(i));
+        PackageBuilder builder = PackageBuilder().Manifest().Entry("classes.dex", kDex);
+        for (size_t k = 0; k < files.size(); ++k) {
+          ByteVector contents = files[k].contents;
+          if (k == n) contents[i] ^= 0x01;
+          builder.Entry(files[k].name, contents);
+        }
+        const Fd file = MemoryFile(builder.Build());
+        Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
+        const std::vector<LogLine> lines = log.Take();
+        if (apk.IsGoodApk()) {
+          EXPECT_EQ(2u, n);
+          ++meaningless;
+          continue;
+        }
+        EXPECT_TRUE(isNamed(lastLines[n], lines.back().text)) << lines.back().text;
       }
     }
     // The versions, the content info, issuers, serial numbers, the certificate around its key and
     // the signature algorithm's identifier.
     EXPECT_LT(meaningless, files[2].contents.size() - 256) << "key and signature at least count";
     EXPECT_GT(meaningless, 0u);
+  }
+}
+
+TEST(SignatureFile, SamplesVerify) {
+  for (const char* name : {"v1.apk", "v1-dsa.apk"}) {
+    LogCapture log;
+    Apk apk((std::string(QUILLON_SAMPLES_DIR "/") + name).c_str());
+    EXPECT_TRUE(apk.IsGoodApk()) << name;
+    EXPECT_EQ(ApkSignatureScheme::kJar, apk.GetApkSignatureSchemeVersion());
   }
 }
 

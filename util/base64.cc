@@ -80,6 +80,7 @@ int base64decode(const char* in, size_t n, unsigned char* out, size_t* outLength
     for (const int shift : {16, 8, 0}) writer.Put(static_cast<unsigned char>(bits >> shift));
   }
 
+  // Deliberate: a single digit left over is dropped.
   const size_t left = digits % 4;
   if (left >= 2) {
     bits <<= 6 * (4 - left);

@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <new>
+#include <stdexcept>
 
 #include "util/log.h"
 #include "util/nothrow.h"
@@ -54,6 +56,22 @@ std::unique_ptr<MapFile> MapFileRO(int fd) {
 
 }  // namespace Quill
 
+namespace {
+
+// Replaces `out` with `size` zeros; false, with `out` as it was, when memory does not hold them.
+bool FillWithZeros(uint64_t size, std::vector<uint8_t>& out) {
+  try {
+    out = std::vector<uint8_t>(size);
+    return true;
+  } catch (const std::bad_alloc&) {
+    return false;
+  } catch (const std::length_error&) {
+    return false;
+  }
+}
+
+}  // namespace
+
 bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
   std::ifstream file(path, std::ios::binary);
   if (!file) {
@@ -66,12 +84,11 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
   std::error_code ignored;
   if (std::filesystem::is_directory(path, ignored)) size = -1;
   file.seekg(0, std::ios::beg);
-  if (size < 0 || static_cast<uint64_t>(size) >= out.max_size()) {
+  if (size < 0 || !FillWithZeros(static_cast<uint64_t>(size), out)) {
     QUILL_LOGE("Can't read file: %s (streamoff=%lld)\n", path.c_str(),
                static_cast<long long>(size));
     return false;
   }
-  out.resize(static_cast<size_t>(size));
   file.read(reinterpret_cast<char*>(out.data()), size);
   return true;
 }

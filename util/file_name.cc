@@ -29,11 +29,11 @@ std::string GetUnifyFilenameByPath(std::string_view path) {
 
   const size_t nameEnd = tokenEnd - kTokenTail;
   const size_t outerToken = path.substr(0, nameEnd).find(kTokenEnd);
-  const size_t nameStart =
-      outerToken == std::string_view::npos ? kAppFolder.size() : outerToken + kTokenEnd.size();
-  const size_t nameLength = nameEnd - std::min(nameStart, nameEnd);
+  const size_t nameStart = std::min(
+      outerToken == std::string_view::npos ? kAppFolder.size() : outerToken + kTokenEnd.size(),
+      nameEnd);
 
-  std::string name(path.substr(std::min(nameStart, nameEnd), nameLength));
+  std::string name(path.substr(nameStart, nameEnd - nameStart));
   name += path.substr(tokenEnd + 2);
   return name;
 }
