@@ -91,13 +91,16 @@ set(QUILLON_TEST_SOURCES
   tests/support/signers.cc
   tests/support/signing_key.cc
   tests/support/temp_file.cc
+  tests/apk_package_test.cc
   tests/apk_signing_block_v2_test.cc
+  tests/apk_signing_block_v3_test.cc
   tests/apk_test.cc
   tests/cli_test.cc
   tests/crypto_test.cc
   tests/entry_digests_test.cc
   tests/manifest_mf_test.cc
   tests/process_hashes_test.cc
+  tests/proof_of_rotation_test.cc
   tests/real_packages_test.cc
   tests/signature_file_test.cc
   tests/signer_items_test.cc

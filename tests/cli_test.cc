@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <regex>
+#include <string>
 
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"
@@ -32,13 +32,12 @@ class Tool : public testing::Test {
   // called DIR in them and the digest of a key KEY.
   std::string Run(const std::string& line) {
     const std::string script =
-        "cd " + folder_.Path() + "; quillon() { " QUILLON_TOOL " \"$@\"; }; " + "{ " + line +
-        "; } >out 2>err; s=$?;" +
-        "{ cat out; sed 's/^/! /' err; echo exit $s; } | sed s,$PWD,DIR, >all";
+        "cd " + folder_.Path() + "; quillon() { " QUILLON_TOOL " \"$@\"; }; { " + line +
+        "; } >out 2>err; status=$?; { cat out; sed 's/^/! /' err; echo exit $status; } |"
+        " sed -E \"s,$PWD,DIR,; s,[0-9a-f]{64},KEY,\" >all";
     EXPECT_EQ(0, std::system(script.c_str()));
     const ByteVector bytes = ReadFile(folder_.Path() + "/all");
-    const std::string text(bytes.begin(), bytes.end());
-    return std::regex_replace(text, std::regex("[0-9a-f]{64}"), "KEY");
+    return {bytes.begin(), bytes.end()};
   }
 
   const TempFolder folder_;

@@ -23,7 +23,7 @@ Run() {  # Run TITLE COMMAND...
   [[ $output == "$expected"?* ]]
 }
 
-cmake -S "$work" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
+cmake -G Ninja -S "$work" -B "$work/build" -DCMAKE_PREFIX_PATH="$work/prefix" >/dev/null
 cmake --build "$work/build" >/dev/null
 Run find_package "$work/build/consumer" "$sample"
 

@@ -66,9 +66,10 @@ PackageBuilder& PackageBuilder::V2(const std::vector<SignerOptions>& signers) {
   return *this;
 }
 
-PackageBuilder& PackageBuilder::V3(const std::vector<SignerOptions>& signers) {
+PackageBuilder& PackageBuilder::V3(const std::vector<SignerOptions>& signers,
+                                   const ByteVector& behind) {
   pairs_.emplace_back([=](const Regions& regions) {
-    const ByteVector value = V3Value(signers, regions);
+    const ByteVector value = Wire().Bytes(V3Value(signers, regions)).Bytes(behind);
     return PairBytes(4 + value.size(), 0xf05368c0, value);
   });
   return *this;

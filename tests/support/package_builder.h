@@ -27,8 +27,10 @@ class PackageBuilder {
   // Adds the manifest, signature file and signature block over the entries added so far.
   PackageBuilder& JarSignature(const JarOptions& options = {});
 
+  // Pairs of the schemes; `behind` follows the sequence of signers.
   PackageBuilder& V2(const std::vector<SignerOptions>& signers = {{}});
-  PackageBuilder& V3(const std::vector<SignerOptions>& signers = {{}});
+  PackageBuilder& V3(const std::vector<SignerOptions>& signers = {{}},
+                     const ByteVector& behind = {});
   PackageBuilder& Pair(uint32_t id, const ByteVector& value);
   PackageBuilder& RawPair(uint64_t length, uint32_t id, const ByteVector& value);
   // Stands in the signing block's place, whatever pairs there are.

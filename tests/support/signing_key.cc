@@ -84,7 +84,7 @@ SigningKey MakeKey(KeyType type) {
 }
 
 ByteVector Sign(const SigningKey& key, const EVP_MD* md, Padding padding, const ByteVector& data) {
-  ByteVector signature(EVP_PKEY_size(key.key.get()));
+  ByteVector signature(static_cast<size_t>(EVP_PKEY_size(key.key.get())));
   size_t length = signature.size();
   if (const DSA* dsa = EVP_PKEY_get0_DSA(key.key.get())) {
     const ByteVector digest = DigestOf(md, data);
