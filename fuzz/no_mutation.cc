@@ -1,0 +1,4 @@
+#include "fuzz/fuzzing.h"
+
+// For programs without libFuzzer, where the mutators only have to link.
+size_t LLVMFuzzerMutate(uint8_t* /*data*/, size_t size, size_t /*maxSize*/) { return size; }

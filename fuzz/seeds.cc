@@ -1,0 +1,136 @@
+// Writes inputs to start the targets from, one folder per target: whole packages made on the fly,
+// and the pieces of these and of other packages.
+// usage: fuzz_seeds FOLDER [PACKAGE...]
+
+#include <ziparchive/zip_archive.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <string_view>
+
+#include "apk/apk.h"
+#include "fuzz/fixed_keys.h"
+#include "fuzz/package_mutator.h"
+#include "signing_block/zip_format.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_file.h"
+#include "util/byte_cursor.h"
+#include "util/digest.h"
+
+using namespace Quill;  // NOLINT(google-build-using-namespace)
+
+namespace fs = std::filesystem;
+
+namespace {
+
+void Save(const fs::path& folder, const std::string& target, const ByteVector& bytes) {
+  if (bytes.empty()) return;
+  fs::create_directories(folder / target);
+  std::ofstream file(folder / target / Hex(ComputeSHA1Digest(bytes)), std::ios::binary);
+  file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<ptrdiff_t>(bytes.size()));
+}
+
+void SavePairs(const fs::path& folder, ByteCursor pairs) {
+  uint64_t length;
+  uint32_t id;
+  ByteCursor pair;
+  while (pairs.TakeU64(length) && pairs.Take(length, pair) && pair.TakeU32(id)) {
+    if (id == ApkSignatureBlock::kSchemeV2Id) Save(folder, "v2_value", pair.ToVector());
+    if (id == ApkSignatureBlock::kSchemeV3Id) Save(folder, "v3_value", pair.ToVector());
+  }
+}
+
+void SaveEntries(const fs::path& folder, Apk& apk) {
+  static constexpr std::pair<std::string_view, const char*> kTargets[] = {
+      {"AndroidManifest.xml", "android_manifest"},
+      {".MF", "manifest_mf"},
+      {".SF", "manifest_mf"},
+      {".RSA", "pkcs7"},
+      {".DSA", "pkcs7"},
+      {".EC", "pkcs7"}};
+  for (const auto& [suffix, target] : kTargets) {
+    void* cookie = nullptr;
+    if (apk.StartIteration(&cookie, "", std::string(suffix)) != 0) continue;
+    ZipEntry entry;
+    std::string name;
+    ByteVector contents;
+    while (apk.Next(cookie, &entry, name) == 0) {
+      if (apk.Extract(&entry, contents) == 0) Save(folder, target, contents);
+    }
+    apk.EndIteration(cookie);
+  }
+}
+
+void SavePieces(const fs::path& folder, const ByteVector& package) {
+  const LogCapture log;
+  if (const auto parts = TakeApart(package)) SavePairs(folder, ByteCursor(parts->pairs));
+  const Fd file = MemoryFile(package);
+  Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
+  if (apk.IsGoodZip()) SaveEntries(folder, apk);
+}
+
+std::vector<ByteVector> MakePackages() {
+  const auto start = [] {
+    return PackageBuilder()
+        .Manifest(
+            ManifestXml("org.quillon.test",
+                        {{"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}},
+                         {"meta-data", {{"name", "access"}, {"value", "SS_META"}, {"level", 1U}}}}))
+        .Entry("classes.dex", {'d', 'e', 'x'}, Compression::kDeflated);
+  };
+  const ByteVector shortestBlock = Wire().U64(16).Text("APK Sig Block 42");
+  std::vector<ByteVector> packages = {start().Build(), start().RawBlock(shortestBlock).Build()};
+  for (const KeyType type :
+       {KeyType::kRsa2048, KeyType::kP256, KeyType::kP384, KeyType::kP521, KeyType::kDsa1024}) {
+    SignerOptions signer;
+    signer.key = &TestKey(type);
+    packages.push_back(start().V2({signer}).Build());
+    packages.push_back(start().V3({signer}).Build());
+    JarOptions options;
+    options.key = signer.key;
+    packages.push_back(start().JarSignature(options).Build());
+  }
+
+  JarOptions options;
+  options.key = &FixedKeys().back();
+  options.digestName = "SHA1";
+  options.signatureDigest = EVP_sha1();
+  packages.push_back(start().JarSignature(options).Comment({'P', 'K', 5, 6}).Build());
+  options.digestName = "SHA-256";
+  options.signatureDigest = EVP_md5();
+  options.apkSigned = "2,3";
+  packages.push_back(start().JarSignature(options).Build());
+
+  SignerOptions newest;
+  SignerOptions other;
+  newest.key = &FixedKeys()[0];
+  other.key = &FixedKeys()[1];
+  packages.push_back(start().JarSignature(options).V2({newest, other}).Build());
+  newest.attributes = {LineageAttribute(Lineage({&FixedKeys().back(), other.key, newest.key}))};
+  packages.push_back(start().V2().V3({newest}).Pair(0x42726577, {0, 0, 0}).Build());
+  return packages;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return 2;
+  const fs::path folder = argv[1];
+  for (const ByteVector& package : MakePackages()) {
+    Save(folder, "apk", package);
+    Save(folder, "signing_block", package);
+    SavePieces(folder, package);
+  }
+  for (int i = 2; i < argc; ++i) {
+    std::ifstream file(argv[i], std::ios::binary);
+    SavePieces(folder, {std::istreambuf_iterator<char>(file), {}});
+  }
+  for (const char* text : {"QUJD", "QUI=", "QQ==", "QUJD\r\nREVG\n", "Q", "****"}) {
+    Save(folder, "base64", Wire().Text(text));
+  }
+  for (const char* text : {"4 01ff", "0x1f", "-1", "513 00", "514", "ffffffff\n", "10"}) {
+    Save(folder, "task_text", Wire().Text(text));
+  }
+  return 0;
+}
