@@ -3,6 +3,7 @@
 # usage: run_all.sh [CONFIGURATION...]
 #   gcc clang     build with that compiler, warnings being errors, and run the tests
 #   asan tsan     the same with sanitizers: address and undefined behaviour, data races
+#   fuzz          every fuzz target finds nothing in a fixed number of runs
 #   format tidy   clang-format and clang-tidy find nothing
 #   exports       the library exports the agreed names
 cd "$(dirname "$0")/.." || exit 1
@@ -20,6 +21,27 @@ gcc() { BuildAndTest release; }
 clang() { BuildAndTest clang; }
 asan() { BuildAndTest asan; }
 tsan() { BuildAndTest tsan; }
+
+# A few seconds for each target. What is found besides goes to the build folder, not to the corpora.
+fuzz() {
+  cmake --preset fuzz
+  cmake --build --preset fuzz
+  local fuzzer name
+  for fuzzer in build/fuzz/fuzz/*_fuzzer; do
+    name=$(basename "$fuzzer" _fuzzer)
+    echo "$name"
+    mkdir -p "build/fuzz/found/$name"
+    "$fuzzer" -runs="$(FuzzRuns "$name")" -seed=1 -timeout=25 -verbosity=0 \
+      -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
+  done
+}
+
+FuzzRuns() {  # FuzzRuns TARGET
+  case $1 in
+    base64 | manifest_mf | pkcs7) echo 100000 ;;
+    *) echo 3000 ;;
+  esac
+}
 
 format() {
   find . -path ./build -prune -o \( -name '*.cc' -o -name '*.h' \) -print0 |
@@ -40,11 +62,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan format tidy exports)
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan fuzz format tidy exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | format | tidy | exports) ;;
-    *) sed -n '2,8s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | asan | tsan | fuzz | format | tidy | exports) ;;
+    *) sed -n '2,9s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
