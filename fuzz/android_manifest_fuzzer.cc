@@ -1,17 +1,11 @@
-// The library that reads compiled manifests is not instrumented, so the vectors that hold a
-// manifest end where a page starts that cannot be touched.
-
 #include <androidfw/ResourceTypes.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
-#include <new>
 
 #include "apk/apk.h"
 #include "fuzz/fuzzing.h"
+#include "fuzz/guarded_vectors.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"
@@ -19,89 +13,16 @@
 using Quill::ByteVector;
 using Quill::Random;
 
-namespace {
-
-constexpr size_t kMostBytes = 1 << 16;
-
-// Room for one allocation.
-struct Room {
-  uint8_t* end = nullptr;
-  void* taken = nullptr;
-};
-
-Room rooms[8];
-
-// The manifest's size while it is parsed, else 0.
-size_t manifestSize = 0;
-
-// How much of an allocation holds a manifest; 0 when it is not one for a manifest. The scan makes
-// its vector longer by a record, and vectors then grow to twice their size.
-size_t BytesInUse(size_t size) {
-  constexpr size_t kBehind = sizeof(android::ResXMLTree_attribute);
-  if (manifestSize == 0) return 0;
-  if (size == manifestSize) return size;
-  const size_t longer = manifestSize + kBehind;
-  return size == std::max(longer, 2 * manifestSize) ? longer : 0;
-}
-
-void* Allocate(size_t size) {
-  if (const size_t used = BytesInUse(size)) {
-    for (Room& room : rooms) {
-      if (room.taken == nullptr) return room.taken = room.end - (used + 3) / 4 * 4;  // aligned
-    }
-  }
-  return std::malloc(size);
-}
-
-bool MakeRooms() {
-  const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
-  const size_t size = kMostBytes + page;
-  for (Room& room : rooms) {
-    void* start =
-        mmap(nullptr, size + page, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (start == MAP_FAILED) return false;
-    room.end = static_cast<uint8_t*>(start) + size;
-    if (mprotect(room.end, page, PROT_NONE) != 0) return false;
-  }
-  return true;
-}
-
-}  // namespace
-
-void* operator new(size_t size) {
-  void* block = Allocate(size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
-
-void* operator new(size_t size, const std::nothrow_t& /*tag*/) noexcept { return Allocate(size); }
-
-void operator delete(void* block) noexcept {
-  for (Room& room : rooms) {
-    if (block == nullptr || block != room.taken) continue;
-    room.taken = nullptr;
-    return;
-  }
-  std::free(block);
-}
-
-void operator delete(void* block, size_t /*size*/) noexcept { operator delete(block); }
-
-void operator delete(void* block, const std::nothrow_t& /*tag*/) noexcept {
-  operator delete(block);
-}
-
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static const bool areRoomsMade = MakeRooms();
-  Quill::Require(areRoomsMade, "there is memory");
-  if (size == 0 || size > kMostBytes) return 0;
+  if (size == 0 || size > Quill::kMostGuarded) return 0;
 
   Quill::LogCapture log;
   const Quill::Fd file =
       Quill::MemoryFile(Quill::PackageBuilder().Manifest({data, data + size}).Build());
-  manifestSize = size;
+  // The parser is not instrumented. The scan makes the manifest longer by the parser's record.
+  Quill::GuardVectors(size, sizeof(android::ResXMLTree_attribute));
   Quill::Apk apk(file.GetFd());
-  manifestSize = 0;
+  Quill::GuardVectors(0, 0);
   Quill::Require(apk.IsApk(), "the manifest is there");
   Quill::Require(!apk.IsGoodApk(), "a package without a signature is not good");
   Quill::Require(apk.GetPackageName().size() <= 2 * size, "the name comes from the manifest");
