@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <iterator>
 #include <new>
 
 #include "fuzz/fuzzing.h"
@@ -17,6 +18,7 @@ namespace {
 struct Room {
   uint8_t* end = nullptr;
   void* taken = nullptr;
+  size_t size = 0;  // of what is taken
 };
 
 Room rooms[8];
@@ -36,19 +38,28 @@ bool MakeRooms() {
   return true;
 }
 
-// How many bytes a vector uses of an allocation, 0 when it is not one to guard. Vectors that grow
-// take twice their size if that is enough.
+bool IsGuarded(size_t size) {
+  return std::any_of(std::begin(rooms), std::end(rooms), [size](const Room& room) {
+    return room.taken != nullptr && room.size == size;
+  });
+}
+
+// How many bytes a vector uses of an allocation, 0 when it is not one to guard. A vector that grows
+// still has its old bytes, and takes twice their number if that is enough.
 size_t BytesInUse(size_t size) {
   if (guardedSize == 0) return 0;
   if (size == guardedSize) return size;
   const size_t longer = guardedSize + guardedBehind;
-  return size == std::max(longer, 2 * guardedSize) ? longer : 0;
+  const bool isGrown = IsGuarded(guardedSize) && size == std::max(longer, 2 * guardedSize);
+  return isGrown ? longer : 0;
 }
 
 void* Allocate(size_t size) {
   if (const size_t used = BytesInUse(size)) {
     for (Room& room : rooms) {
-      if (room.taken == nullptr) return room.taken = room.end - (used + 3) / 4 * 4;  // aligned
+      if (room.taken != nullptr) continue;
+      room.size = used;
+      return room.taken = room.end - (used + 3) / 4 * 4;  // aligned
     }
   }
   return std::malloc(size);
