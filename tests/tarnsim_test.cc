@@ -152,7 +152,7 @@ TEST(Tarnsim, StandsBeforeThe64BitNamesAndBehindNothingElse) {
   EXPECT_EQ(-1, open("/dev/task_integrity", O_RDWR));
   EXPECT_EQ(ENOENT, errno);
   EXPECT_EQ(-1, ioctl(file.GetFd(), 0xC0266608, nullptr));
-  EXPECT_EQ(ENOTTY, errno);
+  EXPECT_TRUE(errno == ENOTTY || errno == ENOSYS) << errno;  // an emulator's answer is the latter
 }
 
 TEST(Tarnsim, ThreadsUseTheKernelAtOnce) {
