@@ -3,6 +3,7 @@
 # usage: run_all.sh [CONFIGURATION...]
 #   gcc clang     build with that compiler, warnings being errors, and run the tests
 #   asan tsan     the same with sanitizers: address and undefined behaviour, data races
+#   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 #   fuzz          every fuzz target finds nothing in a fixed number of runs
 #   format tidy   clang-format and clang-tidy find nothing
 #   exports       the library exports the agreed names
@@ -21,6 +22,7 @@ gcc() { BuildAndTest release; }
 clang() { BuildAndTest clang; }
 asan() { BuildAndTest asan; }
 tsan() { BuildAndTest tsan; }
+arm64() { BuildAndTest arm64; }
 
 # A few seconds for each target. What is found besides goes to the build folder, not to the corpora.
 fuzz() {
@@ -62,11 +64,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan fuzz format tidy exports)
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz format tidy exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | fuzz | format | tidy | exports) ;;
-    *) sed -n '2,9s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | asan | tsan | arm64 | fuzz | format | tidy | exports) ;;
+    *) sed -n '2,10s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
