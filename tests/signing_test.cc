@@ -88,7 +88,7 @@ ByteVector Jar() { return PackageBuilder().Entry("a", {1}).Build(); }
 
 // The label that lets the kernel verify a file of these contents.
 ByteVector LabelFor(const ByteVector& contents) {
-  return Wire().Bytes({0xFF, 0xFF, 2, 0, 0, 2}).Bytes(DigestOf(EVP_sha1(), contents)).Fill(46);
+  return Wire().U16(0xFFFF).U8(2).U16(0).U8(2).Bytes(DigestOf(EVP_sha1(), contents)).Fill(46);
 }
 
 // Whatever a workflow does, the caller's descriptors stay open and no other does.

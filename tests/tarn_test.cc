@@ -104,11 +104,8 @@ TEST_F(Tarn, ExtendedLabelIsChecked) {
   const ByteVector hash(65, 0xAA);
   TarnExLabel* label = nullptr;
   EXPECT_EQ(0u, TarnExLabelAlloc(4, hash.data(), 32, "extra", 5, &label));
-  const ByteVector expected = Wire()
-                                  .Bytes({0xFF, 0xFF, 2, 0, 0, 4})
-                                  .Fill(32, 0xAA)
-                                  .Fill(32)
-                                  .Bytes({5, 0, 'e', 'x', 't', 'r', 'a'});
+  const ByteVector expected = Wire().U16(0xFFFF).U8(2).U16(0).U8(4).Fill(32, 0xAA).Fill(32).Bytes(
+      {5, 0, 'e', 'x', 't', 'r', 'a'});
   EXPECT_EQ(expected, BytesOf(label, 77));
   TarnExLabelFree(label);
 
