@@ -78,8 +78,14 @@ class ErrnoOfCall {
   int error_ = errno;
 };
 
+// A program may hand over a null path; the next library knows what to answer.
+bool IsFile(const char* path, const char* file) {
+  return path != nullptr && strcmp(path, file) == 0;
+}
+
 // Recognises "/proc/self/integrity/value" and its like; a pid of 0 stands for "self".
-bool IsTaskFile(std::string_view path, Call& call, int& pid) {
+bool IsTaskFile(const char* name, Call& call, int& pid) {
+  std::string_view path(name == nullptr ? "" : name);
   constexpr std::string_view kStart = "/proc/";
   constexpr std::string_view kValue = "/integrity/value";
   constexpr std::string_view kLabel = "/integrity/label";
@@ -98,8 +104,8 @@ bool IsTaskFile(std::string_view path, Call& call, int& pid) {
 
 int TarnsimStatvfs(const char* path, struct statvfs* info) {
   static auto* const next = Next<int(const char*, struct statvfs*)>("statvfs");
-  const bool isDevice = strcmp(path, Quill::kTarnDevice) == 0;
-  if (!isDevice && strcmp(path, Quill::kTarnLegacyValue) != 0) return next(path, info);
+  const bool isDevice = IsFile(path, Quill::kTarnDevice);
+  if (!isDevice && !IsFile(path, Quill::kTarnLegacyValue)) return next(path, info);
 
   ErrnoOfCall call;
   const KernelTurn turn;
@@ -127,7 +133,7 @@ int TarnsimOpen(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = va_arg(arguments, mode_t);  // read only where a file is created
   va_end(arguments);
-  if (strcmp(path, Quill::kTarnDevice) != 0) return next(path, flags, mode);
+  if (!IsFile(path, Quill::kTarnDevice)) return next(path, flags, mode);
 
   ErrnoOfCall call;
   const KernelTurn turn;
