@@ -60,7 +60,7 @@ Function* Next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// A success leaves errno alone, as a system call does.
+// Without an error errno is left alone, as by a system call.
 class ErrnoOfCall {
  public:
   ErrnoOfCall() = default;
@@ -69,8 +69,13 @@ class ErrnoOfCall {
   ~ErrnoOfCall() { errno = error_; }
 
   int Give(const Answer& answer) {
-    if (answer.result != 0) error_ = answer.error;
+    if (answer.error != 0) error_ = answer.error;
     return answer.result;
+  }
+  // What the next library returned, with its errno if it failed.
+  int Forward(int result) {
+    if (result == -1) error_ = errno;
+    return result;
   }
   int Give(int error) { return Give({error == 0 ? 0 : -1, error}); }
 
@@ -109,7 +114,7 @@ int TarnsimStatvfs(const char* path, struct statvfs* info) {
 
   ErrnoOfCall call;
   const KernelTurn turn;
-  if (turn.Kernel() == nullptr) return call.Give({next(path, info), errno});
+  if (turn.Kernel() == nullptr) return call.Forward(next(path, info));
   const auto owner = isDevice ? TarnInterface::kDevice : TarnInterface::kLegacy;
   if (turn.Kernel()->rules.Interface() != owner) return call.Give(ENOENT);
   *info = {};
@@ -120,7 +125,7 @@ int TarnsimFstatvfs(int fd, struct statvfs* info) {
   static auto* const next = Next<int(int, struct statvfs*)>("fstatvfs");
   ErrnoOfCall call;
   const KernelTurn turn;
-  const int result = call.Give({next(fd, info), errno});
+  const int result = call.Forward(next(fd, info));
   if (result == 0 && turn.Kernel() != nullptr && turn.Kernel()->rules.LiesOnReadOnlyFs(fd)) {
     info->f_flag |= ST_RDONLY;
   }
@@ -137,7 +142,7 @@ int TarnsimOpen(const char* path, int flags, ...) {
 
   ErrnoOfCall call;
   const KernelTurn turn;
-  if (turn.Kernel() == nullptr) return call.Give({next(path, flags, mode), errno});
+  if (turn.Kernel() == nullptr) return call.Forward(next(path, flags, mode));
   if (const int error = turn.Kernel()->rules.Open(); error != 0) return call.Give(error);
   const int fd = memfd_create(kDeviceFileName, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
   return fd < 0 ? call.Give(errno) : fd;
@@ -156,7 +161,7 @@ int TarnsimIoctl(int fd, unsigned long code, ...) {
   ErrnoOfCall call;
   const KernelTurn turn;
   if (turn.Kernel() == nullptr || GetFilenameByFd(fd) != kDeviceFilePath) {
-    return call.Give({next(fd, code, argument), errno});
+    return call.Forward(next(fd, code, argument));
   }
   return call.Give(turn.Kernel()->rules.Ioctl(code32, reinterpret_cast<uintptr_t>(argument)));
 }
@@ -174,7 +179,7 @@ int TarnsimFcntl(int fd, int command, ...) {
   ErrnoOfCall call;
   const KernelTurn turn;
   if (turn.Kernel() == nullptr || turn.Kernel()->rules.Interface() != TarnInterface::kLegacy) {
-    return call.Give({next(fd, command, argument), errno});
+    return call.Forward(next(fd, command, argument));
   }
   return call.Give(turn.Kernel()->rules.Fcntl(fd, command, reinterpret_cast<uintptr_t>(argument)));
 }

@@ -21,11 +21,17 @@ int failingAllocation = 0;  // the n-th from now fails
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
+void __real_free(void* block);
 void* __wrap_malloc(size_t size) {
   return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : __real_malloc(size);
 }
 void* __wrap_calloc(size_t count, size_t size) {
   return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : __real_calloc(count, size);
+}
+// A C library may leave errno changed.
+void __wrap_free(void* block) {
+  __real_free(block);
+  errno = ENOTUNIQ;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
