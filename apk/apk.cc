@@ -22,15 +22,17 @@ bool EndsWith(const std::string& text, std::string_view end) {
 
 const char* const Apk::kMANIFEST_MF = "META-INF/MANIFEST.MF";
 
-Apk::Apk(const char* path) { Init(-1, path); }
+// The constructors delegate, so that what Init has opened is closed even when it throws.
+Apk::Apk(const char* path) : Apk() { Init(-1, path); }
 
-Apk::Apk(int fd) { Init(fd, nullptr); }
+Apk::Apk(int fd) : Apk() { Init(fd, nullptr); }
 
-Apk::Apk(int fd, bool ignoreHalyxFilter) : ignoreHalyxFilter_(ignoreHalyxFilter) {
+Apk::Apk(int fd, bool ignoreHalyxFilter) : Apk() {
+  ignoreHalyxFilter_ = ignoreHalyxFilter;
   Init(fd, nullptr);
 }
 
-Apk::Apk(int fd, const char* path) { Init(fd, path); }
+Apk::Apk(int fd, const char* path) : Apk() { Init(fd, path); }
 
 Apk::~Apk() {
   if (archive_ != nullptr) CloseArchive(archive_);

@@ -119,6 +119,7 @@ class QUILLON_EXPORT Apk {
  private:
   using DigestNameAndValue = std::pair<std::string, std::string>;
 
+  Apk() = default;
   void Init(int32_t fd, const char* path);
   bool OpenArchive(const char* path);
   bool VerifySignature(int32_t manifestResult, const std::vector<uint8_t>& manifestBytes);

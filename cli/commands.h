@@ -29,5 +29,11 @@ struct Command {
 };
 
 CommandRun DeclareVerify(CLI::App& parser);
+CommandRun DeclareProvision(CLI::App& parser);
+CommandRun DeclareProvisionArt(CLI::App& parser);
+CommandRun DeclareStartProvision(CLI::App& parser);
+CommandRun DeclareSignApk(CLI::App& parser);
+CommandRun DeclareLabel(CLI::App& parser);
+CommandRun DeclareTask(CLI::App& parser);
 
 }  // namespace Quill::Tool

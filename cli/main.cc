@@ -15,6 +15,12 @@ constexpr const char* kVersion = "1.0.0";
 
 constexpr Command kCommands[] = {
     {"verify", "Verify the signatures of packages", DeclareVerify},
+    {"provision", "Label and certify a package's OAT and VDEX files", DeclareProvision},
+    {"provision-art", "Label a package's ART file", DeclareProvisionArt},
+    {"start-provision", "Open OAT and VDEX files for editing", DeclareStartProvision},
+    {"sign-apk", "Label a package and its native libraries", DeclareSignApk},
+    {"label", "Have the kernel verify a file against its label", DeclareLabel},
+    {"task", "Show what the kernel keeps of a process", DeclareTask},
 };
 
 ExitStatus RefuseUsage(const char* mistake) {
@@ -32,7 +38,7 @@ ExitStatus Answer(const CLI::App& app, const CLI::ParseError& error) {
 }
 
 ExitStatus Run(int argc, const char* const* argv) {
-  CLI::App app("Verify signed Android packages.", "quillon");
+  CLI::App app("Verify signed Android packages and label their files.", "quillon");
   app.set_version_flag("--version", std::string("quillon ") + kVersion);
   app.require_subcommand(0, 1);
   std::vector<std::pair<const CLI::App*, CommandRun>> runs;

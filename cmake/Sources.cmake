@@ -72,14 +72,20 @@ set(TARNSIM_SOURCES
 )
 
 set(QUILLON_CLI_SOURCES
+  cli/cmd_label.cc
+  cli/cmd_provision.cc
+  cli/cmd_task.cc
   cli/cmd_verify.cc
   cli/escape.cc
+  cli/file_label.cc
+  cli/integrity_run.cc
   cli/log_recorder.cc
   cli/main.cc
   cli/output.cc
   cli/package_report.cc
   cli/progress.cc
   cli/report_queue.cc
+  cli/tarn_code.cc
   cli/verdict.cc
 )
 
@@ -95,6 +101,7 @@ set(QUILLON_TEST_SOURCES
   tests/apk_signing_block_v2_test.cc
   tests/apk_signing_block_v3_test.cc
   tests/apk_test.cc
+  tests/cli_integrity_test.cc
   tests/cli_test.cc
   tests/crypto_test.cc
   tests/entry_digests_test.cc

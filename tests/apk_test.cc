@@ -207,7 +207,9 @@ TEST(Apk, BoundsTheWorkThatAManifestAsksFor) {
     at = std::search(at, xml.end(), startTag.begin(), startTag.end());
     if (at == xml.end()) break;
     const auto attributeCount = at + 16 + 12;
-    if (*attributeCount == 1) Put(xml, attributeCount - 2 - xml.begin(), Wire().U16(0).U16(65535));
+    if (*attributeCount == 1) {
+      Put(xml, static_cast<size_t>(attributeCount - 2 - xml.begin()), Wire().U16(0).U16(65535));
+    }
   }
   const Fd file = MemoryFile(PackageBuilder().Manifest(xml).V2().Build());
   LogCapture log;
@@ -254,6 +256,20 @@ TEST(Apk, OpensByDescriptorOrPath) {
   EXPECT_EQ(-1, fcntl(noZip.GetFd(), F_GETFD));
 }
 
+TEST(Apk, ClosesWhatItOpenedWhenItThrows) {
+  const TempFolder folder;
+  const std::string path = folder.Write(
+      "base.apk",
+      PackageBuilder().Manifest(ManifestXml("com.google.android.webview")).V3().Build());
+  LogCapture log;
+  setenv("QUILLON_SDK", "R", 1);
+  const int nextFd = dup(0);
+  close(nextFd);
+  EXPECT_THROW(Apk(path.c_str()), std::invalid_argument);
+  unsetenv("QUILLON_SDK");
+  EXPECT_EQ(-1, fcntl(nextFd, F_GETFD));
+}
+
 TEST(Apk, FindsExtractsAndIteratesEntries) {
   const ByteVector dex(5000, 'd');
   const Fd file = MemoryFile(PackageBuilder()
@@ -297,7 +313,7 @@ TEST(Apk, RefusesLengthsThatNoStreamCanHaveWithoutSettingMemoryAside) {
       PackageBuilder().Entry("AndroidManifest.xml", {1, 2, 3}, Compression::kDeflated).Build();
   const ByteVector declared = Wire().U32(0xfffffffe);
   Put(package, 22, declared);  // in the local header, and in the directory behind name and data
-  const size_t directory = 30 + 19 + (package[18] | package[19] << 8U);
+  const size_t directory = 30U + 19U + package[18];
   Put(package, directory + 24, declared);
   const Fd file = MemoryFile(package);
   LogCapture log;

@@ -58,11 +58,14 @@ TEST(ProcessHashes, DigestsHaveTheirPrefixes) {
   EXPECT_EQ("67c8625d4d223b4455ecab495946c809bf3feb06f244566eb6c0cfc18bf39379",
             Hex(ProcessHashes::CalcChunkHash(mebibyte.data(), 1 << 20, hash)));
   const Regions regions = {{'a', 'b', 'c'}, {'d'}, {}};
-  const std::vector<RawData> chunks = Chunks(regions);
+  std::vector<RawData> chunks = Chunks(regions);
   ProcessHashes engine(chunks);
   EXPECT_TRUE(engine.Run(hash));
   EXPECT_EQ("dab9c103537eab3d423a6bac5b496ae54f87149d6f6f93787fb03e6d27af49e7",
             Hex(engine.TopDigest()));
+  chunks.clear();
+  EXPECT_FALSE(engine.Run(hash));
+  EXPECT_EQ(ByteVector(), engine.TopDigest());
 }
 
 TEST(ProcessHashes, EveryNumberOfWorkersGivesTheDigestOfOne) {

@@ -121,7 +121,8 @@ TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
        [](Chain& c) { c[2].signatureAlgorithmId = 0x0421; },
        2,
        {}},
-      {"last certificate is not the signer's", [](Chain& c) { c.pop_back(); }, 0,
+      {"last certificate is not the signer's",
+       [](Chain& c) { c[2].rotationCertificate.parsed.certificate.back() ^= 1; }, 0,
        Lines(Error("Terminal certificate in Proof-of-rotation record does not match             "
                    "APK signing certificate"))},
       {"unknown algorithm", [](Chain& c) { c[1].signatureAlgorithmId = 0x0421; }, 1,

@@ -1,0 +1,48 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/file_label.h"
+#include "cli/integrity_run.h"
+#include "cli/log_recorder.h"
+#include "cli/output.h"
+#include "cli/tarn_code.h"
+#include "integrity/tarn.h"
+
+namespace Quill::Tool {
+namespace {
+
+// The kernel's answer, and the label itself where it can be read: only the simulated kernel keeps
+// it where a program can.
+ExitStatus ShowLabel(const std::string& file) {
+  LogRecorder::Install();
+  std::vector<std::unique_ptr<Fd>> opened;
+  if (!OpenFiles({file}, opened)) return kUnreadable;
+  const uint32_t code = TarnVerifyFdSync(opened[0]->GetFd());
+  const std::string verdict = code == TARN_OK ? "verified by the kernel"
+                                              : "not verified by the kernel, " + TarnCodeText(code);
+  const auto label = DescribeLabel(file, /*package=*/"");
+  if (!PrintLine(fmt::format("{}: {}{}", file, verdict, label ? "; label: " + *label : ""))) {
+    return kFailed;
+  }
+  return code == TARN_OK ? kDone : kFailed;
+}
+
+}  // namespace
+
+CommandRun DeclareLabel(CLI::App& parser) {
+  struct Options {
+    std::string file;
+    std::string simulate;
+  };
+  const auto options = std::make_shared<Options>();
+  parser.add_option("FILE", options->file, "A file that was labelled")->type_name("")->required();
+  DeclareSimulate(parser, options->simulate);
+  return [options] {
+    return RunMaybeSimulated(options->simulate, "", [options] { return ShowLabel(options->file); });
+  };
+}
+
+}  // namespace Quill::Tool

@@ -1,0 +1,80 @@
+#include <CLI/CLI.hpp>
+#include <memory>
+
+#include "cli/commands.h"
+#include "cli/integrity_run.h"
+#include "cli/output.h"
+#include "integrity/entry_points.h"
+
+// The commands that stand for the platform's own calls: each opens its files, makes the one call
+// and shows its log.
+
+namespace Quill::Tool {
+namespace {
+
+struct Options {
+  std::vector<std::string> files;
+  bool ignoreHalyx = false;
+  std::string simulate;
+};
+
+using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files, const Options& options);
+
+// `names` are those of the positional arguments; the package is the first when it is "APK".
+CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, const char*>>& names,
+                   const std::shared_ptr<Options>& options, EntryPoint entryPoint) {
+  options->files.resize(names.size());
+  for (size_t i = 0; i < names.size(); ++i) {
+    parser.add_option(names[i].first, options->files[i], names[i].second)
+        ->type_name("")
+        ->required();
+  }
+  DeclareSimulate(parser, options->simulate);
+  const bool hasPackage = std::string(names[0].first) == "APK";
+  return [options, entryPoint, hasPackage] {
+    const auto run = [&options, entryPoint]() -> ExitStatus {
+      std::vector<std::unique_ptr<Fd>> files;
+      if (!OpenFiles(options->files, files)) return kUnreadable;
+      return RunLogged([&] { entryPoint(files, *options); });
+    };
+    return RunMaybeSimulated(options->simulate, hasPackage ? options->files[0] : "", run);
+  };
+}
+
+}  // namespace
+
+CommandRun DeclareProvision(CLI::App& parser) {
+  return Declare(
+      parser,
+      {{"APK", "The package"}, {"OAT", "Its compiled code"}, {"VDEX", "Its verified bytecode"}},
+      std::make_shared<Options>(), [](const auto& files, const Options&) {
+        RunOEMFuncForProvisionOat(files[0]->GetFd(), files[1]->GetFd(), files[2]->GetFd());
+      });
+}
+
+CommandRun DeclareProvisionArt(CLI::App& parser) {
+  return Declare(parser, {{"APK", "The package"}, {"ART", "Its image"}},
+                 std::make_shared<Options>(), [](const auto& files, const Options&) {
+                   RunOEMFuncForProvisionBootArt(files[0]->GetFd(), files[1]->GetFd());
+                 });
+}
+
+CommandRun DeclareStartProvision(CLI::App& parser) {
+  return Declare(parser, {{"OAT", "Compiled code"}, {"VDEX", "Verified bytecode"}},
+                 std::make_shared<Options>(), [](const auto& files, const Options&) {
+                   RunOEMFuncForStartProvisionOat(files[0]->GetFd(), files[1]->GetFd());
+                 });
+}
+
+CommandRun DeclareSignApk(CLI::App& parser) {
+  const auto options = std::make_shared<Options>();
+  parser.add_flag("--ignore-halyx", options->ignoreHalyx,
+                  "Label the package even when it is outside the Halyx feature");
+  return Declare(parser, {{"APK", "The package"}}, options,
+                 [](const auto& files, const Options& given) {
+                   RunOEMFuncForApkSigner(files[0]->GetFd(), given.files[0].c_str(),
+                                          given.ignoreHalyx ? 1 : 0);
+                 });
+}
+
+}  // namespace Quill::Tool

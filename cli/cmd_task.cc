@@ -1,0 +1,86 @@
+#include <fmt/format.h>
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
+#include <memory>
+#include <vector>
+
+#include "cli/commands.h"
+#include "cli/integrity_run.h"
+#include "cli/output.h"
+#include "cli/tarn_code.h"
+#include "integrity/tarn.h"
+
+namespace Quill::Tool {
+namespace {
+
+struct Line {
+  std::string text;
+  uint32_t code;
+};
+
+Line IntegrityLine(int pid) {
+  uint32_t value = 0;
+  const uint32_t code = TarnTaskReadIntegrity(pid, /*wait=*/0, &value);
+  return {fmt::format("{:#x}", value), code};
+}
+
+Line LabelLine(int pid) {
+  TarnLabel* label = nullptr;
+  const uint32_t code = TarnTaskGetIntegrityLabel(pid, &label);
+  const std::unique_ptr<TarnLabel, void (*)(TarnLabel*)> owner(label, TarnLabelFree);
+  if (!label) return {"none", code};
+  const std::vector<uint8_t> data(label->data, label->data + label->length);
+  return {fmt::format("{:02x} ({} bytes)", fmt::join(data, ""), data.size()), code};
+}
+
+Line ResetFileLine(int pid) {
+  TarnResetFile* record = nullptr;
+  const uint32_t code = TarnGetResetFile(pid, &record);
+  const std::unique_ptr<TarnResetFile, void (*)(TarnResetFile*)> owner(record, TarnResetFileFree);
+  if (!record) return {"none", code};
+  return {fmt::format("{} ({:#x}, {:#x})", record->path, uint64_t{record->wordA},
+                      uint32_t{record->wordB}),
+          code};
+}
+
+ExitStatus ShowTask(int pid) {
+  const struct {
+    const char* title;
+    Line line;
+  } kLines[] = {
+      {"integrity", IntegrityLine(pid)},
+      {"label", LabelLine(pid)},
+      {"reset by", ResetFileLine(pid)},
+  };
+  ExitStatus status = kDone;
+  for (const auto& [title, line] : kLines) {
+    if (line.code == TARN_OK) {
+      if (!PrintLine(fmt::format("{}: {}", title, line.text))) return kFailed;
+      continue;
+    }
+    PrintDiagnostic(fmt::format("{}: {}", title, TarnCodeText(line.code)));
+    status = kFailed;
+  }
+  return status;
+}
+
+}  // namespace
+
+CommandRun DeclareTask(CLI::App& parser) {
+  struct Options {
+    int pid = 0;
+    std::string simulate;
+  };
+  const auto options = std::make_shared<Options>();
+  parser.add_option("PID", options->pid, "A process; this one unless given")
+      ->type_name("")
+      ->check(CLI::Range(0, std::numeric_limits<int>::max()));
+  DeclareSimulate(parser, options->simulate);
+  return [options] {
+    return RunMaybeSimulated(options->simulate, "", [options] { return ShowTask(options->pid); });
+  };
+}
+
+}  // namespace Quill::Tool

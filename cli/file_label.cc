@@ -1,0 +1,86 @@
+#include "cli/file_label.h"
+
+#include <fmt/format.h>
+#include <sys/xattr.h>
+
+#include <cstring>
+#include <vector>
+
+#include "apk/apk.h"
+#include "cli/log_recorder.h"
+#include "integrity/tarn.h"
+#include "util/digest.h"
+#include "util/file.h"
+
+namespace Quill::Tool {
+namespace {
+
+using Bytes = std::vector<uint8_t>;
+
+constexpr char kLabelAttribute[] = "user.tarn.label";
+
+Bytes ReadLabel(const std::string& file) {
+  Bytes label(sizeof(TarnExLabel) + UINT16_MAX);
+  const ssize_t size = getxattr(file.c_str(), kLabelAttribute, label.data(), label.size());
+  label.resize(size < 0 ? 0 : static_cast<size_t>(size));
+  return label;
+}
+
+std::string Hex(const Bytes& bytes) { return fmt::format("{:02x}", fmt::join(bytes, "")); }
+
+// The digest that a label of the library's own names.
+struct Algorithm {
+  uint8_t id;
+  const char* name;
+  size_t size;  // bytes
+};
+constexpr Algorithm kAlgorithms[] = {
+    {TARN_SHA1, "sha1", 20}, {TARN_SHA256, "sha256", 32}, {TARN_SHA512, "sha512", 64}};
+
+const Algorithm* FindAlgorithm(uint8_t id) {
+  for (const Algorithm& algorithm : kAlgorithms) {
+    if (algorithm.id == id) return &algorithm;
+  }
+  return nullptr;
+}
+
+std::string DescribeFileDigest(const std::string& file, const Algorithm& algorithm,
+                               const Bytes& digest) {
+  const std::string text = fmt::format("file {}:{}", algorithm.name, Hex(digest));
+  if (algorithm.id != TARN_SHA1) return text;
+  const LogRecorder unread;
+  const auto opened = OpenFileRO(file);
+  const auto mapping = opened ? MapFileRO(opened->GetFd()) : nullptr;
+  if (!mapping) return text + " (the file cannot be read now)";
+  const Bytes now = ComputeSHA1Digest({mapping->Data(), mapping->Data() + mapping->Size()});
+  return text + (now == digest ? " (the file now)" : " (NOT the file now)");
+}
+
+std::string DescribeKeyDigest(const std::string& package, const Bytes& digest) {
+  if (digest.empty()) return "no key";
+  const std::string text = "key sha256:" + Hex(digest);
+  if (package.empty()) return text;
+  const LogRecorder unread;
+  const auto opened = OpenFileRO(package);
+  if (!opened) return text + " (the package cannot be read now)";
+  const Apk apk(opened->GetFd(), /*ignoreHalyxFilter=*/true);
+  const bool same = ComputeSHA256Digest(apk.GetManufacturerKey()) == digest;
+  return text + (same ? " (the package's now)" : " (NOT the package's now)");
+}
+
+}  // namespace
+
+std::optional<std::string> DescribeLabel(const std::string& file, const std::string& package) {
+  const Bytes bytes = ReadLabel(file);
+  if (bytes.empty()) return std::nullopt;
+  TarnExLabel label;
+  if (bytes.size() < sizeof label) return "a label of another kind";
+  std::memcpy(&label, bytes.data(), sizeof label);
+  const Algorithm* algorithm = FindAlgorithm(label.algorithm);
+  if (label.marker != 0xffff || algorithm == nullptr) return "a label of another kind";
+  const Bytes digest(label.hash, label.hash + algorithm->size);
+  const Bytes extra(bytes.begin() + sizeof label, bytes.end());
+  return DescribeFileDigest(file, *algorithm, digest) + ", " + DescribeKeyDigest(package, extra);
+}
+
+}  // namespace Quill::Tool
