@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cstring>
+#include <string>
 #include <string_view>
 
 #include "apk/apk.h"
@@ -40,8 +42,10 @@ class Budget {
 // Compares a text of the document, up to its first zero, with ASCII.
 bool Equals(const char16_t* text, size_t length, std::string_view ascii) {
   if (text == nullptr || length < ascii.size()) return false;
-  return std::equal(ascii.begin(), ascii.end(), text) &&
-         (length == ascii.size() || text[ascii.size()] == u'\0');
+  // As bytes, for the document decides where its texts start: at odd addresses too.
+  const std::u16string wanted(ascii.begin(), ascii.end());
+  const size_t units = std::min(length, wanted.size() + 1);  // with the zero
+  return std::memcmp(text, wanted.c_str(), units * sizeof(char16_t)) == 0;
 }
 
 bool IsHalyxPermission(const String8& name) {

@@ -60,7 +60,7 @@ Function* Next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// A success leaves errno alone, as a system call does.
+// Without an error errno is left alone, as by a system call.
 class ErrnoOfCall {
  public:
   ErrnoOfCall() = default;
@@ -69,8 +69,13 @@ class ErrnoOfCall {
   ~ErrnoOfCall() { errno = error_; }
 
   int Give(const Answer& answer) {
-    if (answer.result != 0) error_ = answer.error;
+    if (answer.error != 0) error_ = answer.error;
     return answer.result;
+  }
+  // What the next library returned, with its errno if it failed.
+  int Forward(int result) {
+    if (result == -1) error_ = errno;
+    return result;
   }
   int Give(int error) { return Give({error == 0 ? 0 : -1, error}); }
 
@@ -78,8 +83,14 @@ class ErrnoOfCall {
   int error_ = errno;
 };
 
+// A program may hand over a null path; the next library knows what to answer.
+bool IsFile(const char* path, const char* file) {
+  return path != nullptr && strcmp(path, file) == 0;
+}
+
 // Recognises "/proc/self/integrity/value" and its like; a pid of 0 stands for "self".
-bool IsTaskFile(std::string_view path, Call& call, int& pid) {
+bool IsTaskFile(const char* name, Call& call, int& pid) {
+  std::string_view path(name == nullptr ? "" : name);
   constexpr std::string_view kStart = "/proc/";
   constexpr std::string_view kValue = "/integrity/value";
   constexpr std::string_view kLabel = "/integrity/label";
@@ -98,12 +109,12 @@ bool IsTaskFile(std::string_view path, Call& call, int& pid) {
 
 int TarnsimStatvfs(const char* path, struct statvfs* info) {
   static auto* const next = Next<int(const char*, struct statvfs*)>("statvfs");
-  const bool isDevice = strcmp(path, Quill::kTarnDevice) == 0;
-  if (!isDevice && strcmp(path, Quill::kTarnLegacyValue) != 0) return next(path, info);
+  const bool isDevice = IsFile(path, Quill::kTarnDevice);
+  if (!isDevice && !IsFile(path, Quill::kTarnLegacyValue)) return next(path, info);
 
   ErrnoOfCall call;
   const KernelTurn turn;
-  if (turn.Kernel() == nullptr) return call.Give({next(path, info), errno});
+  if (turn.Kernel() == nullptr) return call.Forward(next(path, info));
   const auto owner = isDevice ? TarnInterface::kDevice : TarnInterface::kLegacy;
   if (turn.Kernel()->rules.Interface() != owner) return call.Give(ENOENT);
   *info = {};
@@ -114,7 +125,7 @@ int TarnsimFstatvfs(int fd, struct statvfs* info) {
   static auto* const next = Next<int(int, struct statvfs*)>("fstatvfs");
   ErrnoOfCall call;
   const KernelTurn turn;
-  const int result = call.Give({next(fd, info), errno});
+  const int result = call.Forward(next(fd, info));
   if (result == 0 && turn.Kernel() != nullptr && turn.Kernel()->rules.LiesOnReadOnlyFs(fd)) {
     info->f_flag |= ST_RDONLY;
   }
@@ -127,11 +138,11 @@ int TarnsimOpen(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = va_arg(arguments, mode_t);  // read only where a file is created
   va_end(arguments);
-  if (strcmp(path, Quill::kTarnDevice) != 0) return next(path, flags, mode);
+  if (!IsFile(path, Quill::kTarnDevice)) return next(path, flags, mode);
 
   ErrnoOfCall call;
   const KernelTurn turn;
-  if (turn.Kernel() == nullptr) return call.Give({next(path, flags, mode), errno});
+  if (turn.Kernel() == nullptr) return call.Forward(next(path, flags, mode));
   if (const int error = turn.Kernel()->rules.Open(); error != 0) return call.Give(error);
   const int fd = memfd_create(kDeviceFileName, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
   return fd < 0 ? call.Give(errno) : fd;
@@ -150,7 +161,7 @@ int TarnsimIoctl(int fd, unsigned long code, ...) {
   ErrnoOfCall call;
   const KernelTurn turn;
   if (turn.Kernel() == nullptr || GetFilenameByFd(fd) != kDeviceFilePath) {
-    return call.Give({next(fd, code, argument), errno});
+    return call.Forward(next(fd, code, argument));
   }
   return call.Give(turn.Kernel()->rules.Ioctl(code32, reinterpret_cast<uintptr_t>(argument)));
 }
@@ -168,7 +179,7 @@ int TarnsimFcntl(int fd, int command, ...) {
   ErrnoOfCall call;
   const KernelTurn turn;
   if (turn.Kernel() == nullptr || turn.Kernel()->rules.Interface() != TarnInterface::kLegacy) {
-    return call.Give({next(fd, command, argument), errno});
+    return call.Forward(next(fd, command, argument));
   }
   return call.Give(turn.Kernel()->rules.Fcntl(fd, command, reinterpret_cast<uintptr_t>(argument)));
 }

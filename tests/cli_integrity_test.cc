@@ -18,12 +18,13 @@ class IntegrityCommands : public testing::Test {
     folder_.Write("base.vdex", {'v', 'd', 'e', 'x'});
   }
 
-  // Standard output, then standard error behind "! ", then the exit status. The folder is DIR.
+  // Standard output, then standard error behind "! ", then the exit status. The folder is DIR, a
+  // descriptor FD and a process N.
   std::string Run(const std::string& line) {
     const std::string script =
         "cd " + folder_.Path() + "; " QUILLON_TOOL " " + line +
         " >out 2>err; status=$?; { cat out; sed 's/^/! /' err; echo exit $status; } |"
-        " sed -E \"s,$PWD,DIR,g; s,task [0-9]+,task N,\" >all";
+        " sed -E \"s,$PWD,DIR,g; s,task [0-9]+,task N,; s,(OAT|VDEX): [0-9]+,\\1: FD,g\" >all";
     EXPECT_EQ(
         0, std::system(
                ("ASAN_OPTIONS=verify_asan_link_order=0; export ASAN_OPTIONS; " + script).c_str()));
@@ -91,7 +92,7 @@ TEST_F(IntegrityCommands, TheOthersAskInTheirOrder) {
       "  1. read-integrity of task N = 0x1, done\n  2. edit DIR/base.vdex, done\n"
       "  3. read-integrity of task N = 0x1, done\n  4. edit DIR/base.odex, done\n"
       "! I <TARN>: Enter to StartProvisionOat\n"
-      "! I <TARN>: Enter StartProvisionOat OAT: 3 VDEX: 4\n"
+      "! I <TARN>: Enter StartProvisionOat OAT: FD VDEX: FD\n"
       "! I <TARN>: Exit from StartProvisionOat\nexit 0\n",
       Run("start-provision --simulate base.odex base.vdex"));
   EXPECT_NE(std::string::npos, Run("provision-art --simulate base.apk base.odex")

@@ -9,7 +9,7 @@
 void RunOEMFuncForProvisionOat(int apkFd, int oatFd, int vdexFd);
 
 // usage: tarn_client provision APK OAT VDEX
-//        tarn_client label FILE: signs the file with a label that does not fit, verifies and edits it
+//        tarn_client label FILE: signs with a label that does not fit, verifies, edits, verifies
 int main(int argc, char** argv) {
   if (argc == 5 && strcmp(argv[1], "provision") == 0) {
     RunOEMFuncForProvisionOat(open(argv[2], O_RDONLY), open(argv[3], O_RDWR),

@@ -21,11 +21,17 @@ int failingAllocation = 0;  // the n-th from now fails
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
+void __real_free(void* block);
 void* __wrap_malloc(size_t size) {
   return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : __real_malloc(size);
 }
 void* __wrap_calloc(size_t count, size_t size) {
   return failingAllocation > 0 && --failingAllocation == 0 ? nullptr : __real_calloc(count, size);
+}
+// A C library may leave errno changed.
+void __wrap_free(void* block) {
+  __real_free(block);
+  errno = ENOTUNIQ;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
@@ -104,11 +110,8 @@ TEST_F(Tarn, ExtendedLabelIsChecked) {
   const ByteVector hash(65, 0xAA);
   TarnExLabel* label = nullptr;
   EXPECT_EQ(0u, TarnExLabelAlloc(4, hash.data(), 32, "extra", 5, &label));
-  const ByteVector expected = Wire()
-                                  .Bytes({0xFF, 0xFF, 2, 0, 0, 4})
-                                  .Fill(32, 0xAA)
-                                  .Fill(32)
-                                  .Bytes({5, 0, 'e', 'x', 't', 'r', 'a'});
+  const ByteVector expected = Wire().U16(0xFFFF).U8(2).U16(0).U8(4).Fill(32, 0xAA).Fill(32).Bytes(
+      {5, 0, 'e', 'x', 't', 'r', 'a'});
   EXPECT_EQ(expected, BytesOf(label, 77));
   TarnExLabelFree(label);
 

@@ -174,11 +174,10 @@ TEST(Tarnsim, ThreadsUseTheKernelAtOnce) {
 class Preloaded : public testing::Test {
  protected:
   int Run(const std::string& settings, const std::string& arguments) {
-    const std::string command =
-        "env ASAN_OPTIONS=verify_asan_link_order=0 " QUILLON_PRELOAD
-        " TARNSIM_JOURNAL=" +
-        journal_ + " " + settings + " " QUILLON_TARN_CLIENT " " + arguments + " >" + output_ +
-        " 2>&1";
+    const std::string command = "env ASAN_OPTIONS=verify_asan_link_order=0 " QUILLON_PRELOAD
+                                " TARNSIM_JOURNAL=" +
+                                journal_ + " " + settings + " " QUILLON_TARN_CLIENT " " +
+                                arguments + " >" + output_ + " 2>&1";
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }

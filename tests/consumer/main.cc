@@ -2,6 +2,10 @@
 #include <cstdio>
 
 #include "apk/apk.h"
+#include "integrity/certificate.h"
+#include "integrity/entry_points.h"
+#include "integrity/signing.h"
+#include "integrity/tarn.h"
 #include "jar/manifest_mf.h"
 #include "util/base64.h"
 #include "util/digest.h"
