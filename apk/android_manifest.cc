@@ -21,13 +21,19 @@ constexpr size_t kOverread = sizeof(android::ResXMLTree_attribute);
 
 // UTF-16 units of names and values that one scan may fetch, far beyond any real manifest. A short
 // document can ask for one long text again and again, and the parser may convert it each time.
+// A text that is not well formed may have cost it a walk over the whole document.
 class Budget {
  public:
+  explicit Budget(size_t documentSize) : documentSize_(documentSize) {}
+
   bool IsSpent() const { return spent_ > kMost; }
-  void Spend(size_t units) { spent_ += 1 + units; }
+  void Spend(const char16_t* text, size_t length) {
+    spent_ += 1 + (text == nullptr ? documentSize_ : length);
+  }
 
  private:
   static constexpr uint64_t kMost = 16 << 20;
+  const uint64_t documentSize_;
   uint64_t spent_ = 0;
 };
 
@@ -53,13 +59,13 @@ String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
   for (size_t i = 0; i < tree.getAttributeCount() && !budget.IsSpent(); ++i) {
     size_t length = 0;
     const char16_t* attributeName = tree.getAttributeName(i, &length);
-    budget.Spend(length);
+    budget.Spend(attributeName, length);
     if (!Equals(attributeName, length, name)) continue;
     android::Res_value value;
     if (tree.getAttributeValue(i, &value) < 0) continue;
     if (value.dataType != android::Res_value::TYPE_STRING) continue;
     const char16_t* text = tree.getAttributeStringValue(i, &length);
-    budget.Spend(length);
+    budget.Spend(text, length);
     if (text != nullptr) return String8(text, length);
   }
   return String8();
@@ -79,7 +85,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
   }
 
   String8 packageName;
-  Budget budget;
+  Budget budget(size);
   // A document that turns out bad, or spends the budget, ends the scan quietly: what was found so
   // far counts.
   for (auto event = tree.next(); event != ResXMLParser::END_DOCUMENT &&
@@ -88,7 +94,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
     if (event != ResXMLParser::START_TAG) continue;
     size_t length = 0;
     const char16_t* element = tree.getElementName(&length);
-    budget.Spend(length);
+    budget.Spend(element, length);
     if (Equals(element, length, "manifest")) {
       if (packageName.length() == 0) packageName = getStrAttr(tree, "package", budget);
     } else if (halyxPermissionRequired_) {

@@ -150,4 +150,20 @@ bool Apk::IsGoodApk() {
   return verified_;
 }
 
+bool Apk::IsGoodZip() const { return isGoodZip_; }
+
+bool Apk::IsApk() const { return isApk_; }
+
+const std::string& Apk::GetPackageName() const { return packageName_; }
+
+const std::vector<uint8_t>& Apk::GetManufacturerKey() const { return manufacturerKey_; }
+
+const std::string& Apk::GetPath() const { return path_; }
+
+int32_t Apk::GetFd() const { return fd_; }
+
+ApkSignatureScheme Apk::GetApkSignatureSchemeVersion() const { return signatureScheme_; }
+
+bool Apk::IsHalyxPermissionRequired() const { return halyxPermissionRequired_; }
+
 }  // namespace Quill

@@ -52,26 +52,26 @@ class QUILLON_EXPORT Apk {
   ~Apk();
 
   // The archive was opened.
-  bool IsGoodZip() const { return isGoodZip_; }
+  bool IsGoodZip() const;
   // The archive has an AndroidManifest.xml: it is a package, not a plain JAR or ZIP.
-  bool IsApk() const { return isApk_; }
+  bool IsApk() const;
   // The package verified. The first call on a v1 package also checks "classes.dex" and logs when
   // that fails; the answer is then false for good.
   bool IsGoodApk();
 
   // The manifest's package name; empty when there is none.
-  const std::string& GetPackageName() const { return packageName_; }
+  const std::string& GetPackageName() const;
   // The main signer's public key, as the key bytes of its type (see Verifier). On the v1 road it is
   // set even when the signature then does not verify; trust it only when IsGoodApk.
-  const std::vector<uint8_t>& GetManufacturerKey() const { return manufacturerKey_; }
+  const std::vector<uint8_t>& GetManufacturerKey() const;
   // The path given to the constructor, else the one behind the descriptor.
-  const std::string& GetPath() const { return path_; }
+  const std::string& GetPath() const;
   // After a path that could not be opened, what open returned.
-  int32_t GetFd() const { return fd_; }
+  int32_t GetFd() const;
   // The scheme that was tried, whether or not it verified.
-  ApkSignatureScheme GetApkSignatureSchemeVersion() const { return signatureScheme_; }
+  ApkSignatureScheme GetApkSignatureSchemeVersion() const;
   // The manifest asks for the Halyx protection, by permission or by meta-data.
-  bool IsHalyxPermissionRequired() const { return halyxPermissionRequired_; }
+  bool IsHalyxPermissionRequired() const;
   // The Halyx requirement is waived for this package, by the constructor or by its name.
   bool ForcedIgnoreHalyxFilter();
 

@@ -10,10 +10,11 @@ namespace {
 constexpr int32_t kInconsistentInformation = -9;
 
 // Deflate makes at most 258 bytes of 2 bits. An entry that declares more cannot be extracted, so no
-// memory is set aside for it. (Lengths of stored entries are checked when the entry is found.)
+// memory is set aside for it. (A stored entry is found only if its length fits the file.)
 bool DeclaresTooMuch(const ZipEntry& entry) {
   constexpr uint64_t kMostExpansion = 258 * 8 / 2;
-  return entry.uncompressed_length > entry.compressed_length * kMostExpansion;
+  return entry.method == kCompressDeflated &&
+         entry.uncompressed_length > entry.compressed_length * kMostExpansion;
 }
 
 }  // namespace

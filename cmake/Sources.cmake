@@ -115,4 +115,5 @@ set(QUILLON_TEST_SOURCES
   tests/tarn_test.cc
   tests/tarnsim_test.cc
   tests/util_test.cc
+  tests/vtable_test.cc
 )

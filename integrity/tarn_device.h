@@ -14,7 +14,7 @@ TarnInterface FindTarnInterface();
 // The result code of a kernel call that failed with `error`.
 constexpr uint32_t TarnErrnoCode(int error) {
   // Deliberate: EPERM gives the code of a device that cannot be opened.
-  return (0u - static_cast<uint32_t>(error)) | 0x80000000u;
+  return static_cast<uint32_t>(-error) | 0x80000000u;
 }
 
 // Opens the device, sends it the one request and closes it. Returns TARN_OK with the reply in

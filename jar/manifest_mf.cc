@@ -28,6 +28,10 @@ bool ManifestMf::load(std::string text) {
   return valid_;
 }
 
+ManifestMf::operator bool() const { return valid_; }
+
+const std::vector<ManifestMf::Section>& ManifestMf::getSections() const { return sections_; }
+
 // The zero behind the text, like any zero inside it, stops every scan. Every step leaves the cursor
 // at most on it, so the character under the cursor and, short of the end, the one behind can be
 // read.

@@ -18,11 +18,11 @@ class QUILLON_EXPORT ManifestMf {
   bool load(std::string text);
 
   // The result of the last load; false before one.
-  explicit operator bool() const { return valid_; }
+  explicit operator bool() const;
 
   // Sections in file order, the main section first. Only sections that a blank line ends are here,
   // and only attributes with a value.
-  const std::vector<Section>& getSections() const { return sections_; }
+  const std::vector<Section>& getSections() const;
 
  private:
   bool parse();

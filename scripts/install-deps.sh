@@ -1,7 +1,8 @@
 #!/bin/bash
 # Installs the Debian packages that are missing: those for building and testing, and on request more.
-# usage: install-deps.sh [--samples] [--ci]
+# usage: install-deps.sh [--samples] [--arm64] [--ci]
 #   --samples   also what samples/make_samples.sh needs
+#   --arm64     also what building and testing for 64-bit Arm needs; makes arm64 a foreign architecture
 #   --ci        also the second compiler, the formatter and the linter
 set -euo pipefail
 
@@ -13,12 +14,17 @@ packages=(
   libbenchmark-dev libgmock-dev libgtest-dev
 )
 
+foreignArchitecture=
 for option in "$@"; do
   case $option in
     --samples)
       packages+=(aapt apksigner zipalign android-framework-res default-jre-headless openssl) ;;
+    --arm64)
+      foreignArchitecture=arm64
+      packages+=(crossbuild-essential-arm64 qemu-user googletest)
+      packages+=(android-lib{androidfw,boringssl,log,utils,ziparchive}:arm64) ;;
     --ci) packages+=(clang clang-format clang-tidy libclang-rt-dev) ;;
-    *) sed -n '2,5s/^# //p' "$0" >&2; exit 2 ;;
+    *) sed -n '2,6s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
@@ -46,6 +52,7 @@ if [ "$(id -u)" -ne 0 ]; then
 fi
 
 echo "install-deps: installing ${missing[*]}"
+[ -z "$foreignArchitecture" ] || "${asRoot[@]}" dpkg --add-architecture "$foreignArchitecture"
 "${asRoot[@]}" apt-get -qq update ||
   echo "install-deps: cannot refresh the package lists; going on with those at hand" >&2
 for package in "${missing[@]}"; do

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <tuple>
@@ -204,7 +205,8 @@ TEST(ApkPackage, RegionsAreCutIntoPiecesOfOneMebibyte) {
     std::vector<RawData> chunks;
     package.PrepareRawDataChunks(reinterpret_cast<EocdRecord*>(eocd.data()), chunks);
     std::vector<uint64_t> lengths;
-    for (const RawData& chunk : chunks) lengths.push_back(chunk.length);
+    std::transform(chunks.begin(), chunks.end(), std::back_inserter(lengths),
+                   [](const RawData& chunk) { return chunk.length; });
     EXPECT_EQ(c.lengths, lengths);
     EXPECT_EQ(mapping->Data(), chunks.front().data);
     EXPECT_EQ(eocd.data(), chunks.back().data);

@@ -118,6 +118,28 @@ TEST(EntryDigests, ThreeFormsOnBothRoads) {
   EXPECT_FALSE(v2.VerifyFileHash("classes.dex", &manifest)) << "an entry of another name";
 }
 
+// A v2 package's own manifest counts where it lists an entry; the skipped names are for v1 alone.
+TEST(EntryDigests, ListedEntriesOfAV2PackageAreCheckedToo) {
+  const std::string manifest =
+      "Manifest-Version: 1\n\nName: classes.dex\nSHA1-Digest: AAAA\n\n"
+      "Name: META-INF/CERT.SF\nSHA1-Digest: AAAA\n\n";
+  const Fd file = MemoryFile(PackageBuilder()
+                                 .Manifest()
+                                 .Entry("classes.dex", kDex)
+                                 .Entry("META-INF/CERT.SF", {'x'})
+                                 .Entry("META-INF/MANIFEST.MF", {manifest.begin(), manifest.end()})
+                                 .V2()
+                                 .Build());
+  LogCapture log;
+  Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
+  EXPECT_TRUE(apk.IsGoodApk()) << "the whole-file signature is enough";
+  log.Take();
+  for (const char* name : {"classes.dex", "META-INF/CERT.SF"}) {
+    EXPECT_FALSE(apk.VerifyFileHash(name));
+    EXPECT_EQ(Lines(Mismatch(name)), log.Take());
+  }
+}
+
 TEST(EntryDigests, SkipsExactlySevenNames) {
   const Fd file = MemoryFile(PackageBuilder().Manifest().V2().Build());
   LogCapture log;

@@ -79,7 +79,7 @@ TEST(ManifestMf, RefusesBadSyntaxAndKeepsWhatCameBefore) {
     EXPECT_FALSE(manifest.load(c.text));
     EXPECT_FALSE(static_cast<bool>(manifest));
     EXPECT_EQ(Sections({{{"A", "1"}}}), manifest.getSections());
-    EXPECT_EQ(Lines(Error(c.message.c_str())), log.Take());
+    EXPECT_EQ(Lines(Error(c.message)), log.Take());
   }
   // A colon at the very end: what stands behind it is the end itself. The message then stops there.
   LogCapture log;

@@ -3,6 +3,7 @@
 # usage: run_all.sh [CONFIGURATION...]
 #   gcc clang     build with that compiler, warnings being errors, and run the tests
 #   asan tsan     the same with sanitizers: address and undefined behaviour, data races
+#   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 #   format tidy   clang-format and clang-tidy find nothing
 #   exports       the library exports the agreed names
 cd "$(dirname "$0")/.." || exit 1
@@ -20,6 +21,7 @@ gcc() { BuildAndTest release; }
 clang() { BuildAndTest clang; }
 asan() { BuildAndTest asan; }
 tsan() { BuildAndTest tsan; }
+arm64() { BuildAndTest arm64; }
 
 format() {
   find . -path ./build -prune -o \( -name '*.cc' -o -name '*.h' \) -print0 |
@@ -40,11 +42,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan format tidy exports)
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 format tidy exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | format | tidy | exports) ;;
-    *) sed -n '2,8s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | asan | tsan | arm64 | format | tidy | exports) ;;
+    *) sed -n '2,9s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "apk/apk.h"
+#include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"
@@ -231,6 +232,21 @@ TEST(SignatureFile, SamplesVerify) {
     EXPECT_TRUE(apk.IsGoodApk()) << name;
     EXPECT_EQ(ApkSignatureScheme::kJar, apk.GetApkSignatureSchemeVersion());
   }
+}
+
+// A system image may have lost its signing block on purpose.
+TEST(SignatureFile, AClaimOfV2CountsOnAWritableFileSystemOnly) {
+  JarOptions options;
+  options.apkSigned = "2";
+  const TempFolder folder;
+  const std::string path = folder.Write("base.apk", JarSigned(options).Build());
+  tarnsim::KernelSetup setup;
+  setup.readOnly = {folder.Path()};
+  const tarnsim::Simulation simulation(setup);
+  LogCapture log;
+  const auto file = OpenFileRO(path);
+  Apk apk(file->GetFd(), /*ignoreHalyxFilter=*/true);
+  EXPECT_TRUE(apk.IsGoodApk());
 }
 
 TEST(SignatureFile, OfSeveralOnlyOneIsLookedAt) {

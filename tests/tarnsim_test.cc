@@ -152,7 +152,7 @@ TEST(Tarnsim, StandsBeforeThe64BitNamesAndBehindNothingElse) {
   EXPECT_EQ(-1, open("/dev/task_integrity", O_RDWR));
   EXPECT_EQ(ENOENT, errno);
   EXPECT_EQ(-1, ioctl(file.GetFd(), 0xC0266608, nullptr));
-  EXPECT_EQ(ENOTTY, errno);
+  EXPECT_TRUE(errno == ENOTTY || errno == ENOSYS) << errno;  // an emulator's answer is the latter
 }
 
 TEST(Tarnsim, ThreadsUseTheKernelAtOnce) {
@@ -174,11 +174,10 @@ TEST(Tarnsim, ThreadsUseTheKernelAtOnce) {
 class Preloaded : public testing::Test {
  protected:
   int Run(const std::string& settings, const std::string& arguments) {
-    const std::string command =
-        "env ASAN_OPTIONS=verify_asan_link_order=0 LD_PRELOAD=" QUILLON_TARNSIM
-        " TARNSIM_JOURNAL=" +
-        journal_ + " " + settings + " " QUILLON_TARN_CLIENT " " + arguments + " >" + output_ +
-        " 2>&1";
+    const std::string command = "env ASAN_OPTIONS=verify_asan_link_order=0 " QUILLON_PRELOAD
+                                " TARNSIM_JOURNAL=" +
+                                journal_ + " " + settings + " " QUILLON_TARN_CLIENT " " +
+                                arguments + " >" + output_ + " 2>&1";
     const int status = std::system(command.c_str());
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
   }

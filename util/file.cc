@@ -23,6 +23,8 @@ Fd::~Fd() {
   errno = savedErrno;
 }
 
+int Fd::GetFd() const { return fd_; }
+
 off_t Fd::Seek(unsigned long offset, int whence) {
   return lseek(fd_, static_cast<off_t>(offset), whence);
 }
@@ -37,6 +39,10 @@ MapFile::~MapFile() {
   data_ = nullptr;
   size_ = 0;
 }
+
+const uint8_t* MapFile::Data() const { return data_; }
+
+uint64_t MapFile::Size() const { return size_; }
 
 std::unique_ptr<Fd> OpenFileRO(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY);

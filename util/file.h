@@ -19,7 +19,7 @@ class QUILLON_EXPORT Fd {
   Fd& operator=(const Fd&) = delete;
   ~Fd();
 
-  int GetFd() const { return fd_; }
+  int GetFd() const;
   // lseek(2); returns its result.
   off_t Seek(unsigned long offset, int whence);
   // Size in bytes of the file behind the descriptor; 0 when fstat fails.
@@ -40,8 +40,8 @@ class QUILLON_EXPORT MapFile {
   MapFile& operator=(const MapFile&) = delete;
   ~MapFile();
 
-  const uint8_t* Data() const { return data_; }
-  uint64_t Size() const { return size_; }
+  const uint8_t* Data() const;
+  uint64_t Size() const;
 
  private:
   const uint8_t* data_;

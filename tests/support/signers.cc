@@ -34,8 +34,10 @@ ByteVector Value(Scheme scheme, const std::vector<SignerOptions>& signers, const
     signedData.LengthPrefixed(Sequence(options.attributes)).Bytes(options.behindAttributes);
 
     std::vector<ByteVector> signatures;
-    for (uint32_t id : signatureIds)
+    signatures.reserve(signatureIds.size());
+    for (uint32_t id : signatureIds) {
       signatures.push_back(AlgorithmItem(id, Sign(key, id, signedData)));
+    }
     Wire signer;
     signer.LengthPrefixed(signedData);
     if (scheme == Scheme::kV3) signer.U32(options.minSdk).U32(options.maxSdk);
