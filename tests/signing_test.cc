@@ -423,18 +423,6 @@ TEST_F(Workflows, NoLibraryIsLabelledForAPackageOutsideTheFeatureOrRefused) {
       "I TarnSignJni starts: 100.\n"
       "E TarnSignJni: malformed apk: PATH\n",
       Text(log));
-
-  Open(kApk, {1});
-  RunOEMFuncForApkSigner(kApk, nullptr, 0);
-  EXPECT_EQ(
-      "I <TARN>: Enter to ApkSigner\n"
-      "I <TARN>: Enter ApkSigner APK: 100 \n"
-      "E OpenArchiveFd(100) [file: PATH] returned: -3: Invalid file\n"
-      "I TarnSign starts: zip_fd = 100, fd = 100.\n"
-      "E Zip archive is not valid for fd=100\n"
-      "I <TARN>: Exit from ApkSigner\n",
-      Text(log));
-  EXPECT_EQ("close 100", Requests(simulation));
 }
 
 }  // namespace
