@@ -46,7 +46,7 @@ const Algorithm* FindAlgorithm(uint8_t id) {
 
 std::string DescribeFileDigest(const std::string& file, const Algorithm& algorithm,
                                const Bytes& digest) {
-  const std::string text = fmt::format("file {}:{}", algorithm.name, Hex(digest));
+  std::string text = fmt::format("file {}:{}", algorithm.name, Hex(digest));
   if (algorithm.id != TARN_SHA1) return text;
   const LogRecorder unread;
   const auto opened = OpenFileRO(file);
@@ -58,7 +58,7 @@ std::string DescribeFileDigest(const std::string& file, const Algorithm& algorit
 
 std::string DescribeKeyDigest(const std::string& package, const Bytes& digest) {
   if (digest.empty()) return "no key";
-  const std::string text = "key sha256:" + Hex(digest);
+  std::string text = "key sha256:" + Hex(digest);
   if (package.empty()) return text;
   const LogRecorder unread;
   const auto opened = OpenFileRO(package);

@@ -83,6 +83,7 @@ int RunAgain(const fs::path& simulator, const std::string& interface, const std:
     setenv("LD_PRELOAD", simulator.c_str(), 1);
     std::vector<std::string> arguments = OwnArguments();
     std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     execv("/proc/self/exe", pointers.data());

@@ -29,13 +29,17 @@ class FailureErrno {
   FailureErrno(const FailureErrno&) = delete;
   FailureErrno& operator=(const FailureErrno&) = delete;
   ~FailureErrno() {
-    if (error_ != 0) errno = error_;
+    if (kept_) errno = error_;
   }
 
   // To be called right after the call.
-  int Keep() { return error_ = errno; }
+  int Keep() {
+    kept_ = true;
+    return error_ = errno;
+  }
 
  private:
+  bool kept_ = false;
   int error_ = 0;
 };
 
