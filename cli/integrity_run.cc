@@ -87,6 +87,7 @@ int RunAgain(const fs::path& simulator, const std::string& interface, const std:
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     execv("/proc/self/exe", pointers.data());
+    PrintDiagnostic("cannot run this program again: " + std::generic_category().message(errno));
     _exit(kFailed);
   }
   int status = 0;
