@@ -1,8 +1,8 @@
 #include "cli/log_recorder.h"
 
-#include <android/log.h>
-
 #include <string_view>
+
+#include "util/log.h"
 
 namespace Quill::Tool {
 namespace {
@@ -15,13 +15,15 @@ char PriorityLetter(int priority) {
   return index < kLetters.size() ? kLetters[index] : '?';
 }
 
-void Receive(const __android_logger_data* data, const char* message) {
-  if (threadLines == nullptr || data->tag == nullptr || std::string_view(data->tag) != "Quillon") {
+template <typename Record, typename... Text>
+void Receive(const Record* record, Text... beside) {
+  if (threadLines == nullptr || record->tag == nullptr ||
+      std::string_view(record->tag) != "Quillon") {
     return;
   }
-  std::string_view text(message);
+  std::string_view text(LogText(*record, beside...));
   if (!text.empty() && text.back() == '\n') text.remove_suffix(1);
-  threadLines->push_back({PriorityLetter(data->priority), std::string(text)});
+  threadLines->push_back({PriorityLetter(record->priority), std::string(text)});
 }
 
 }  // namespace

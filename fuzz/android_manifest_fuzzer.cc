@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0 || size > Quill::kMostGuarded) return 0;
 
   // Lines that are kept would be allocations to take for a manifest.
-  __android_log_set_logger([](const __android_logger_data*, const char*) {});
+  __android_log_set_logger([](const auto*, auto...) {});
   const Quill::Fd file =
       Quill::MemoryFile(Quill::PackageBuilder().Manifest({data, data + size}).Build());
   // The parser is not instrumented. The scan makes the manifest longer by the parser's record.

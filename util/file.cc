@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <fstream>
 #include <new>
 #include <stdexcept>
@@ -87,8 +86,8 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
   file.seekg(0, std::ios::end);
   std::streamoff size = file.tellg();
   // A directory opens, and then claims whatever size its file system likes.
-  std::error_code ignored;
-  if (std::filesystem::is_directory(path, ignored)) size = -1;
+  struct stat info;
+  if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) size = -1;
   file.seekg(0, std::ios::beg);
   if (size < 0 || !FillWithZeros(static_cast<uint64_t>(size), out)) {
     QUILL_LOGE("Can't read file: %s (streamoff=%lld)\n", path.c_str(),

@@ -3,16 +3,19 @@
 #include <mutex>
 #include <string_view>
 
+#include "util/log.h"
+
 namespace Quill {
 namespace {
 
 std::mutex mutex;
 std::vector<LogLine> kept;
 
-void Keep(const __android_logger_data* data, const char* text) {
-  if (data->tag == nullptr || std::string_view(data->tag) != "Quillon") return;
+template <typename Record, typename... Text>
+void Keep(const Record* record, Text... beside) {
+  if (record->tag == nullptr || std::string_view(record->tag) != "Quillon") return;
   const std::lock_guard<std::mutex> lock(mutex);
-  kept.push_back({data->priority, text});
+  kept.push_back({record->priority, LogText(*record, beside...)});
 }
 
 }  // namespace
