@@ -3,7 +3,7 @@
 # usage: install-deps.sh [--samples] [--arm64] [--ci]
 #   --samples   also what samples/make_samples.sh needs
 #   --arm64     also what building and testing for 64-bit Arm needs; makes arm64 a foreign architecture
-#   --ci        also the second compiler, the formatter and the linter
+#   --ci        also the second compiler, with its fuzzing library, the formatter and the linter
 set -euo pipefail
 
 packages=(

@@ -53,7 +53,7 @@ format() {
 tidy() {
   cmake --preset clang
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
-    xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
+    sort -u | xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
     2> >(grep -v 'warnings generated' >&2)
 }
 
