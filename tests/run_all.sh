@@ -41,7 +41,7 @@ fuzz() {
 FuzzRuns() {  # FuzzRuns TARGET
   case $1 in
     base64 | manifest_mf | pkcs7) echo 100000 ;;
-    *) echo 3000 ;;
+    *) echo 5000 ;;
   esac
 }
 
