@@ -6,6 +6,7 @@
 #   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 #   fuzz          every fuzz target finds nothing in a fixed number of runs
 #   format tidy   clang-format and clang-tidy find nothing
+#   libcxx        the library compiles with the device's C++ library, too
 #   exports       the library exports the agreed names
 cd "$(dirname "$0")/.." || exit 1
 
@@ -57,6 +58,13 @@ tidy() {
     2> >(grep -v 'warnings generated' >&2)
 }
 
+# Without run-time type information, as on a device.
+libcxx() {
+  find util crypto signing_block schemes jar apk integrity -name '*.cc' -print0 |
+    xargs -0 -n 4 -P "$(nproc)" clang++ -fsyntax-only -stdlib=libc++ -fno-rtti -std=c++17 \
+      -Wall -Wextra -Wshadow -Wconversion -Werror -I. -Ihost/include -isystem /usr/include/android
+}
+
 exports() {
   cmake --preset release
   cmake --build --preset release --target quillon
@@ -64,11 +72,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz format tidy exports)
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz format tidy libcxx exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | arm64 | fuzz | format | tidy | exports) ;;
-    *) sed -n '2,10s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | asan | tsan | arm64 | fuzz | format | tidy | libcxx | exports) ;;
+    *) sed -n '2,11s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
