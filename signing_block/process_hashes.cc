@@ -62,11 +62,12 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
       const auto first = chunks_.begin() + static_cast<ptrdiff_t>(i * chunksPerWorker);
       const bool last = i + 1 == workerCount;
       const auto end = last ? chunks_.end() : first + static_cast<ptrdiff_t>(chunksPerWorker);
-      chunkLists[i].assign(first, end);
+      if (workerCount > 1) chunkLists[i].assign(first, end);  // a lone worker takes the whole list
+      digestLists[i].reserve(static_cast<size_t>(end - first));
       hashes[i] = hash->Clone();
       if (!hashes[i]) return false;
-      workers.Start(DoCalcChunkHashes, std::cref(chunkLists[i]), std::ref(hashes[i]),
-                    std::ref(digestLists[i]));
+      workers.Start(DoCalcChunkHashes, std::cref(workerCount > 1 ? chunkLists[i] : chunks_),
+                    std::ref(hashes[i]), std::ref(digestLists[i]));
     }
   }
   JoinedThreads final;
