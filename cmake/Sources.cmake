@@ -121,3 +121,12 @@ set(QUILLON_TEST_SOURCES
   tests/util_test.cc
   tests/vtable_test.cc
 )
+
+set(QUILLON_BENCHMARK_SOURCES
+  benchmarks/big_package.cc
+  benchmarks/digest_benchmark.cc
+  benchmarks/jar_benchmark.cc
+  benchmarks/label_benchmark.cc
+  benchmarks/limit.cc
+  benchmarks/verify_benchmark.cc
+)
