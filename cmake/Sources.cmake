@@ -89,7 +89,8 @@ set(QUILLON_CLI_SOURCES
   cli/verdict.cc
 )
 
-set(QUILLON_TEST_SOURCES
+# What makes signed packages: for the tests, the fuzz targets and the benchmarks.
+set(QUILLON_TEST_SUPPORT_SOURCES
   tests/support/jar_signature.cc
   tests/support/log_capture.cc
   tests/support/manifest_xml.cc
@@ -97,6 +98,9 @@ set(QUILLON_TEST_SOURCES
   tests/support/signers.cc
   tests/support/signing_key.cc
   tests/support/temp_file.cc
+)
+
+set(QUILLON_TEST_SOURCES
   tests/apk_package_test.cc
   tests/apk_signing_block_v2_test.cc
   tests/apk_signing_block_v3_test.cc
@@ -116,4 +120,13 @@ set(QUILLON_TEST_SOURCES
   tests/tarnsim_test.cc
   tests/util_test.cc
   tests/vtable_test.cc
+)
+
+set(QUILLON_BENCHMARK_SOURCES
+  benchmarks/big_package.cc
+  benchmarks/digest_benchmark.cc
+  benchmarks/jar_benchmark.cc
+  benchmarks/label_benchmark.cc
+  benchmarks/limit.cc
+  benchmarks/verify_benchmark.cc
 )

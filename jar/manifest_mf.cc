@@ -46,7 +46,7 @@ bool ManifestMf::parse() {
 
   const auto storeAttribute = [&] {
     // Deliberate: an attribute without a value is dropped.
-    if (!key.empty() && !value.empty()) section[key] = value;
+    if (!key.empty() && !value.empty()) section[std::move(key)] = std::move(value);
     key.clear();
     value.clear();
   };

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "schemes/apk_signature_block_base.h"
 #include "schemes/apk_signing_block_v2.h"
@@ -15,6 +16,7 @@ namespace Quill {
 namespace {
 
 constexpr uint64_t kChunkSize = 1 << 20;
+constexpr uint64_t kRegions = 3;
 constexpr uint64_t kFooterSize = sizeof(ApkSigningBlockFooter);
 
 // Appends the region in consecutive pieces of kChunkSize; the last holds the remainder.
@@ -184,6 +186,7 @@ void ApkPackage::PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>
   const uint64_t recordSize = sizeof *eocdCopy + eocdCopy->commentLength;
   const uint64_t signingBlockOffset = OffsetOf(signingBlock_);
   const uint64_t directoryOffset = OffsetOf(centralDirectory_);
+  chunks.reserve(chunks.size() + mapping_->Size() / kChunkSize + kRegions);
   AppendChunks(mapping_->Data(), signingBlockOffset, chunks);
   AppendChunks(mapping_->Data() + directoryOffset, mapping_->Size() - recordSize - directoryOffset,
                chunks);
@@ -192,7 +195,7 @@ void ApkPackage::PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>
 }
 
 std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
-    const ApkSignatureBlock* pair, const std::vector<RawData>& chunks) {
+    const ApkSignatureBlock* pair, std::vector<RawData> chunks) {
   if (pair == nullptr) {
     QUILL_LOGE("APK signing block is not initialized");
     return nullptr;
@@ -200,9 +203,9 @@ std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
   const uint32_t id = CopyRecord<ApkSignatureBlock>(pair).id;
   switch (id) {
     case ApkSignatureBlock::kSchemeV3Id:
-      return MakeUniqueNoThrow<ApkSigningBlockV3>(pair, chunks);
+      return MakeUniqueNoThrow<ApkSigningBlockV3>(pair, std::move(chunks));
     case ApkSignatureBlock::kSchemeV2Id:
-      return MakeUniqueNoThrow<ApkSigningBlockV2>(pair, chunks);
+      return MakeUniqueNoThrow<ApkSigningBlockV2>(pair, std::move(chunks));
     default:
       QUILL_LOGE("Unknown APK signing block: 0x%x", id);
       return nullptr;
@@ -235,7 +238,8 @@ bool ApkPackage::VerifyApkPackage() {
 
   const std::vector<uint8_t> pair = CopyChosenPair();
   const std::unique_ptr<ApkSignatureBlockBase> block = CreateApkSignatureBlock(
-      pair.empty() ? nullptr : reinterpret_cast<const ApkSignatureBlock*>(pair.data()), chunks);
+      pair.empty() ? nullptr : reinterpret_cast<const ApkSignatureBlock*>(pair.data()),
+      std::move(chunks));
   if (!block) {
     QUILL_LOGE("Can't create APK signature block");
     return false;

@@ -22,7 +22,8 @@ ByteVector Value(Scheme scheme, const std::vector<SignerOptions>& signers, const
         options.certificates.value_or(std::vector<ByteVector>{key.certificate});
     std::vector<ByteVector> digests;
     for (uint32_t id : options.digestAlgorithms.value_or(signatureIds)) {
-      digests.push_back(AlgorithmItem(id, ContentDigest(id, regions)));
+      digests.push_back(AlgorithmItem(
+          id, options.contentDigest ? *options.contentDigest : ContentDigest(id, regions)));
     }
 
     Wire signedData;

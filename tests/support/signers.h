@@ -21,6 +21,7 @@ struct SignerOptions {
   const SigningKey* key = &TestKey(KeyType::kP256);
   std::optional<std::vector<uint32_t>> signatureAlgorithms;  // default: what suits the key
   std::optional<std::vector<uint32_t>> digestAlgorithms;     // default: the signatures'
+  std::optional<ByteVector> contentDigest;                   // default: the regions'
   std::optional<std::vector<ByteVector>> certificates;       // default: the key's
   std::optional<ByteVector> publicKey;                       // default: the key's
   std::vector<ByteVector> attributes;                        // ID and value

@@ -1,0 +1,98 @@
+#include "benchmarks/big_package.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+#include <ziparchive/zip_writer.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <random>
+#include <system_error>
+
+#include "crypto/hash.h"
+#include "schemes/algorithms.h"
+#include "signing_block/process_hashes.h"
+#include "tests/support/package_builder.h"
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+namespace {
+
+constexpr uint64_t kMebibyte = 1 << 20;
+constexpr size_t kEndRecordSize = 22;
+
+void Require(bool done) {
+  if (!done) throw std::system_error(errno, std::generic_category(), "big package");
+}
+
+void WriteArchive(int fd, uint64_t entrySize) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(fdopen(dup(fd), "w"), std::fclose);
+  Require(file != nullptr);
+  ZipWriter writer(file.get());
+  const ByteVector manifest = ManifestXml("org.quillon.big");
+  Require(writer.StartEntry("AndroidManifest.xml", 0) == 0 &&
+          writer.WriteBytes(manifest.data(), manifest.size()) == 0 && writer.FinishEntry() == 0);
+
+  std::mt19937_64 random;  // the same bytes every time
+  std::vector<uint64_t> piece(kMebibyte / sizeof(uint64_t));
+  Require(writer.StartEntry("assets/payload", 0) == 0);
+  while (entrySize != 0) {
+    std::generate(piece.begin(), piece.end(), std::ref(random));
+    const uint64_t length = std::min(entrySize, kMebibyte);
+    Require(writer.WriteBytes(piece.data(), length) == 0);
+    entrySize -= length;
+  }
+  Require(writer.FinishEntry() == 0 && writer.Finish() == 0);
+}
+
+// The digest of the archive in the file, whose end record has no comment.
+ByteVector DigestOfContent(const MapFile& archive, uint64_t directoryOffset, uint32_t algorithmId) {
+  std::vector<RawData> chunks;
+  const auto append = [&](uint64_t offset, uint64_t end) {
+    for (; offset < end; offset += kMebibyte) {
+      chunks.push_back({archive.Data() + offset, std::min(kMebibyte, end - offset)});
+    }
+  };
+  append(0, directoryOffset);
+  append(directoryOffset, archive.Size() - kEndRecordSize);
+  append(archive.Size() - kEndRecordSize, archive.Size());
+  auto hash = Hash::CreateHashFromAlgoId(FindSignatureAlgorithm(algorithmId)->digestNid);
+  ProcessHashes digest(chunks);
+  digest.Run(hash);
+  return digest.TopDigest();
+}
+
+}  // namespace
+
+void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature) {
+  WriteArchive(fd, size);
+  const auto archive = MapFileRO(fd);
+  Require(archive != nullptr);
+  uint32_t directoryOffset;
+  std::memcpy(&directoryOffset, archive->Data() + archive->Size() - 6, sizeof directoryOffset);
+
+  SignerOptions signer;
+  signer.key = signature.key;
+  signer.signatureAlgorithms = {signature.algorithmId};
+  signer.contentDigest = DigestOfContent(*archive, directoryOffset, signature.algorithmId);
+  const bool isV3 = signature.scheme == 3;
+  const ByteVector value = isV3 ? V3Value({signer}, {}) : V2Value({signer}, {});
+  const ByteVector block =
+      SigningBlock(Wire().U64(4 + value.size()).U32(isV3 ? 0xf05368c0 : 0x7109871a).Bytes(value));
+
+  ByteVector tail(archive->Data() + directoryOffset, archive->Data() + archive->Size());
+  Put(tail, tail.size() - 6, Wire().U32(directoryOffset + block.size()));
+  const ByteVector end = Wire().Bytes(block).Bytes(tail);
+  Require(pwrite(fd, end.data(), end.size(), directoryOffset) == static_cast<ssize_t>(end.size()));
+}
+
+Fd BigPackage(uint64_t size, const BigSignature& signature) {
+  const int fd = dup(MemoryFile({}).GetFd());
+  Require(fd >= 0);
+  WriteBigPackage(fd, size, signature);
+  return Fd(fd);
+}
+
+}  // namespace Quill

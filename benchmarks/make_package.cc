@@ -1,0 +1,25 @@
+// Writes a signed package for comparisons of whole programs.
+// usage: make_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
+#include <fcntl.h>
+
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+
+#include "benchmarks/big_package.h"
+
+int main(int argc, char** argv) {
+  if (argc != 3) {
+    std::cerr << "usage: make_package MEBIBYTES FILE\n";
+    return 2;
+  }
+  try {
+    const Quill::Fd file(open(argv[2], O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    Quill::WriteBigPackage(file.GetFd(), std::strtoull(argv[1], nullptr, 10) << 20,
+                           {3, &Quill::TestKey(Quill::KeyType::kRsa2048), 0x0103});
+    return 0;
+  } catch (const std::exception& error) {
+    std::cerr << "make_package: " << error.what() << '\n';
+    return 1;
+  }
+}

@@ -1,0 +1,94 @@
+// Packages from opening to verdict: large ones against the digest alone, and small ones.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "apk/apk.h"
+#include "benchmarks/big_package.h"
+#include "benchmarks/limit.h"
+#include "signing_block/process_hashes.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+namespace {
+
+void Verify(benchmark::State& state, int fd, ApkSignatureScheme scheme) {
+  Apk apk(fd, /*ignoreHalyxFilter=*/true);
+  if (!apk.IsGoodApk() || apk.GetApkSignatureSchemeVersion() != scheme) {
+    state.SkipWithError("not verified");
+  }
+}
+
+BigSignature SignatureOf(const benchmark::State& state) {
+  const bool isSha512 = state.range(1) == 512;
+  return {static_cast<int>(state.range(0)), &TestKey(KeyType::kRsa2048),
+          isSha512 ? 0x0104u : 0x0103u};
+}
+
+void VerifyBigPackage(benchmark::State& state) {
+  const LogCapture log;
+  const Fd file = BigPackage(static_cast<uint64_t>(state.range(2)) << 20, SignatureOf(state));
+  const auto scheme = static_cast<ApkSignatureScheme>(state.range(0));
+  const EVP_MD* md = state.range(1) == 512 ? EVP_sha512() : EVP_sha256();
+  RunAgainstLimit(state, md, *MapFileRO(file.GetFd()), ProcessHashes::GetNumThreads(),
+                  [&] { Verify(state, file.GetFd(), scheme); });
+}
+// Fixed numbers of turns, for the packages take longer to make than to verify.
+void ForSchemesAndDigests(benchmark::internal::Benchmark* benchmark, int64_t mebibytes) {
+  benchmark->ArgNames({"scheme", "sha", "MiB"})
+      ->ArgsProduct({{2, 3}, {256, 512}, {mebibytes}})
+      ->UseManualTime()
+      ->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(VerifyBigPackage)->Iterations(201)->Apply([](auto* b) { ForSchemesAndDigests(b, 1); });
+BENCHMARK(VerifyBigPackage)->Iterations(15)->Apply([](auto* b) { ForSchemesAndDigests(b, 64); });
+BENCHMARK(VerifyBigPackage)->Iterations(7)->Apply([](auto* b) { ForSchemesAndDigests(b, 512); });
+
+// A file whose pages the kernel has let go, or has kept. The folder for temporary files must not be
+// in memory.
+void VerifyFromDisk(benchmark::State& state) {
+  const LogCapture log;
+  const bool isCold = state.range(0) != 0;
+  const TempFolder folder;
+  const Fd file(open((folder.Path() + "/big.apk").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+  WriteBigPackage(file.GetFd(), uint64_t{256} << 20, {3, &TestKey(KeyType::kRsa2048), 0x0103});
+  fsync(file.GetFd());
+  for (auto unused : state) {
+    if (isCold) {
+      state.PauseTiming();
+      posix_fadvise(file.GetFd(), 0, 0, POSIX_FADV_DONTNEED);
+      state.ResumeTiming();
+    }
+    Verify(state, file.GetFd(), ApkSignatureScheme::kV3);
+  }
+  state.SetBytesProcessed(static_cast<int64_t>(state.iterations()) *
+                          static_cast<int64_t>(file.Size()));
+}
+BENCHMARK(VerifyFromDisk)
+    ->ArgName("cold")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(7)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
+
+void OpenSample(benchmark::State& state, const char* name, ApkSignatureScheme scheme) {
+  const LogCapture log;
+  const auto file = OpenFileRO(std::string(QUILLON_SAMPLES_DIR "/") + name);
+  for (auto unused : state) Verify(state, file->GetFd(), scheme);
+}
+BENCHMARK_CAPTURE(OpenSample, v1, "v1.apk", ApkSignatureScheme::kJar)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OpenSample, v2, "v2.apk", ApkSignatureScheme::kV2)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+BENCHMARK_CAPTURE(OpenSample, v3, "v3.apk", ApkSignatureScheme::kV3)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
+
+}  // namespace
+}  // namespace Quill

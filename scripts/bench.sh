@@ -1,0 +1,48 @@
+#!/bin/bash
+# Installs what is missing, builds, runs all benchmarks, and writes their tables to docs/performance.md. Takes about
+# five minutes; the machine should have nothing else to do.
+# usage: bench.sh
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+scripts/install-deps.sh
+cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON >/dev/null
+cmake --build --preset release
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+build/release/benchmarks/quillon_benchmarks \
+  --benchmark_out="$work/benchmarks.json" --benchmark_out_format=json
+benchmarks/compare.sh | tee "$work/compare.md"
+
+# The report has one field on a line; the benchmark's own figures are among them.
+Table() {
+  awk -F'": ' '
+    function Rate(name) { return name in field ? sprintf("%.0f MiB/s", field[name] / 1048576) : "" }
+    function Share(name) { return name in field ? sprintf("%.3f", field[name]) : "" }
+    function Each() {
+      if ("per_section" in field) return sprintf("%.0f ns each", field["per_section"] * 1e9)
+      return "per_entry" in field ? sprintf("%.0f ns each", field["per_entry"] * 1e9) : Rate("bytes/s")
+    }
+    /"benchmarks": \[/ { inside = 1 }
+    !inside { next }
+    NF == 2 { gsub(/[ "]/, "", $1); gsub(/[",]/, "", $2); field[$1] = $2 }
+    /^ *}/ && "name" in field {
+      gsub(/\/(manual_time|real_time|iterations:[0-9]+)/, "", field["name"])
+      printf "| `%s` | %.4g %s | %s | %s | %s | %s |\n", field["name"], field["real_time"], field["time_unit"],
+        Each(), Rate("limit"), Share("of_limit"), Share("of_limit_cpu")
+      delete field
+    }' "$work/benchmarks.json"
+}
+
+{
+  sed '/^<!-- written by scripts\/bench.sh/q' docs/performance.md
+  echo
+  echo "$(nproc) processors, $(sed -n 's/^model name\t: //p' /proc/cpuinfo | head -1), Linux $(uname -r | cut -d- -f1)."
+  cat "$work/compare.md"
+  printf '\n| benchmark | time | rate | limit | of the limit | in processor time |\n|---|---|---|---|---|---|\n'
+  Table
+  echo
+  sed -n '/^<!-- end -->/,$p' docs/performance.md
+} >"$work/performance.md"
+cp "$work/performance.md" docs/performance.md
