@@ -5,6 +5,7 @@
 #   asan tsan     the same with sanitizers: address and undefined behaviour, data races
 #   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 #   fuzz          every fuzz target finds nothing in a fixed number of runs
+#   benchmarks    every benchmark but those of the largest packages runs once and finds what it expects
 #   format tidy   clang-format and clang-tidy find nothing
 #   libcxx        the library compiles with the device's C++ library, too
 #   exports       the library exports the agreed names
@@ -46,13 +47,23 @@ FuzzRuns() {  # FuzzRuns TARGET
   esac
 }
 
+benchmarks() {
+  local output
+  cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON
+  cmake --build --preset release --target quillon_benchmarks make_package measure
+  output=$(build/release/benchmarks/quillon_benchmarks --benchmark_min_time=0.001 \
+    --benchmark_filter='-MiB:512|FromDisk' 2>&1)
+  echo "$output"
+  [[ $output != *ERROR* ]]
+}
+
 format() {
   find . -path ./build -prune -o \( -name '*.cc' -o -name '*.h' \) -print0 |
     xargs -0 clang-format --dry-run --Werror
 }
 
 tidy() {
-  cmake --preset clang
+  cmake --preset clang -D QUILLON_BUILD_BENCHMARKS=ON
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
     sort -u | xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
     2> >(grep -v 'warnings generated' >&2)
@@ -72,11 +83,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz format tidy libcxx exports)
+[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz benchmarks format tidy libcxx exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | arm64 | fuzz | format | tidy | libcxx | exports) ;;
-    *) sed -n '2,11s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | asan | tsan | arm64 | fuzz | benchmarks | format | tidy | libcxx | exports) ;;
+    *) sed -n '2,12s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
