@@ -55,14 +55,9 @@ const EocdRecord* ApkPackage::FindEocdRecord() const {
 
   // Deliberate: the whole file is searched, not just the longest comment, and the comment length is
   // not looked at.
-  const uint8_t* first = mapping_->Data() + kLeastOffset;
-  uint64_t candidates = fileSize - kRecordSize - kLeastOffset + 1;
-  while (candidates != 0) {
-    const auto* position = static_cast<const uint8_t*>(memrchr(first, 'P', candidates));
-    if (position == nullptr) return nullptr;
-    const auto* record = reinterpret_cast<const EocdRecord*>(position);
+  for (uint64_t offset = fileSize - kRecordSize; offset >= kLeastOffset; --offset) {
+    const auto* record = reinterpret_cast<const EocdRecord*>(mapping_->Data() + offset);
     if (CopyRecord<EocdRecord>(record).signature == EocdRecord::kSignature) return record;
-    candidates = static_cast<uint64_t>(position - first);
   }
   return nullptr;
 }
