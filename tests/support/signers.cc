@@ -1,6 +1,7 @@
 #include "tests/support/signers.h"
 
 #include <algorithm>
+#include <map>
 
 namespace Quill {
 namespace {
@@ -13,6 +14,11 @@ ByteVector AlgorithmItem(uint32_t algorithmId, const ByteVector& value) {
 }
 
 ByteVector Value(Scheme scheme, const std::vector<SignerOptions>& signers, const Regions& regions) {
+  std::map<uint32_t, ByteVector> contentDigests;  // made once, however many signers there are
+  const auto contentDigest = [&](uint32_t id) {
+    if (contentDigests.count(id) == 0) contentDigests[id] = ContentDigest(id, regions);
+    return contentDigests[id];
+  };
   std::vector<ByteVector> items;
   for (const SignerOptions& options : signers) {
     const SigningKey& key = *options.key;
@@ -22,8 +28,8 @@ ByteVector Value(Scheme scheme, const std::vector<SignerOptions>& signers, const
         options.certificates.value_or(std::vector<ByteVector>{key.certificate});
     std::vector<ByteVector> digests;
     for (uint32_t id : options.digestAlgorithms.value_or(signatureIds)) {
-      digests.push_back(AlgorithmItem(
-          id, options.contentDigest ? *options.contentDigest : ContentDigest(id, regions)));
+      digests.push_back(
+          AlgorithmItem(id, options.contentDigest ? *options.contentDigest : contentDigest(id)));
     }
 
     Wire signedData;
