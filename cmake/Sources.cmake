@@ -109,6 +109,7 @@ set(QUILLON_TEST_SOURCES
   tests/cli_test.cc
   tests/crypto_test.cc
   tests/entry_digests_test.cc
+  tests/hostile_sizes_test.cc
   tests/manifest_mf_test.cc
   tests/process_hashes_test.cc
   tests/proof_of_rotation_test.cc

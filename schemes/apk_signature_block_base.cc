@@ -274,6 +274,7 @@ bool ApkSignatureBlockBase::VerifyContent(const std::vector<Signature>& signatur
     QUILL_LOGE("Can't find supporting signing algorithm for digests");
     return false;
   }
+  // Deliberate: digested anew for every signer; nothing is kept between them.
   std::vector<uint8_t> topDigest;
   if (!CalcTopDigestOfAPK(hash, topDigest)) {
     QUILL_LOGE("Can't calculate top digest of APK");

@@ -1,0 +1,147 @@
+#include <gtest/gtest.h>
+#include <openssl/evp.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "apk/apk.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/package_builder.h"
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+namespace {
+
+struct Cost {
+  bool isGoodApk;
+  std::string lastLine;
+  int64_t memory;  // KiB beyond what was resident before
+};
+
+// A number of /proc/self/status.
+int64_t ProcessStatus(const std::string& name) {
+  std::ifstream status("/proc/self/status");
+  std::string word;
+  int64_t value = 0;
+  while (status >> word && word != name) continue;
+  status >> value;
+  return value;
+}
+
+// Where QUILLON_HOSTILE_FOLDER names a folder the file is kept there, to be measured by itself.
+Cost CostOfOpening(const std::string& name, const Fd& file) {
+  if (const char* folder = std::getenv("QUILLON_HOSTILE_FOLDER")) {
+    std::filesystem::copy_file("/proc/self/fd/" + std::to_string(file.GetFd()),
+                               std::string(folder) + "/" + name,
+                               std::filesystem::copy_options::overwrite_existing);
+  }
+  LogCapture log;
+  std::ofstream("/proc/self/clear_refs") << 5;  // the peak starts anew
+  const int64_t memory = ProcessStatus("VmRSS:");
+  Cost cost;
+  cost.isGoodApk = Apk(file.GetFd(), /*ignoreHalyxFilter=*/true).IsGoodApk();
+  cost.memory = ProcessStatus("VmHWM:") - memory;
+  for (const LogLine& line : log.Take()) cost.lastLine = line.text;
+  return cost;
+}
+
+// A package with an entry that declares 4 GiB less 2 bytes in both of its headers.
+ByteVector Declaring4GiB(const std::string& entry, Compression compression) {
+  PackageBuilder builder;
+  if (entry != "AndroidManifest.xml") builder.Manifest();
+  ByteVector package = builder.Entry(entry, ByteVector(99), compression).Build();
+  const ByteVector length = Wire().U32(0xfffffffe);
+  for (const auto& [magic, offset] : {std::pair("PK\3\4", 22U), std::pair("PK\1\2", 24U)}) {
+    const ByteVector start = Wire().Text(magic);
+    const auto header = std::find_end(package.begin(), package.end(), start.begin(), start.end());
+    const size_t field = static_cast<size_t>(header - package.begin()) + offset;
+    Put(package, field, length);
+    if (compression == Compression::kStored) Put(package, field - 4, length);
+  }
+  return package;
+}
+
+// A signer behind a lineage of one key, whose certificates differ in a name.
+SignerOptions SignerWithLineage(size_t levelCount) {
+  const SigningKey& key = TestKey(KeyType::kP256);
+  const std::string name = "quillon test";
+  std::vector<SigningKey> levels(levelCount);
+  std::vector<const SigningKey*> order;
+  for (SigningKey& level : levels) {
+    level = {bssl::UpRef(key.key), key.publicKey, key.certificate, key.algorithmId};
+    ByteVector& bytes = level.certificate;
+    const std::string number = std::to_string(100000000000 + order.size());
+    std::copy(number.begin(), number.end(),
+              std::search(bytes.begin(), bytes.end(), name.begin(), name.end()));
+    order.push_back(&level);
+  }
+  SignerOptions signer;
+  signer.certificates = {order.back()->certificate};
+  signer.attributes = {LineageAttribute(Lineage(order))};
+  return signer;
+}
+
+PackageBuilder WithPairs(uint32_t count) {
+  PackageBuilder builder;
+  builder.Manifest();
+  for (uint32_t id = 0; id < count; ++id) builder.Pair(id, {});
+  return builder;
+}
+
+PackageBuilder WithEntries(size_t count) {
+  PackageBuilder builder;
+  builder.Manifest();
+  for (size_t i = 1; i < count; ++i) builder.Entry("res/" + std::to_string(i), {'x'});
+  return builder;
+}
+
+}  // namespace
+
+TEST(HostileSizes, CostLittleMemoryAndGetAVerdict) {
+  constexpr int64_t kMostMemory = 64 << 10;  // of which 20 MiB are the largest file's pages
+  const std::string kBestAlgorithm = "Found the best signature algorithm ID: 0x201";
+  const std::string kAndroidManifest = "AndroidManifest.xml";
+  const struct {
+    std::string name;
+    ByteVector package;
+    std::string lastLine;  // none of an error when the package is good
+  } kCases[] = {
+      {"manifest-4GiB-deflated", Declaring4GiB(kAndroidManifest, Compression::kDeflated),
+       "Can't extract Android Manifest: Inconsistent information\n"},
+      {"manifest-4GiB-stored", Declaring4GiB(kAndroidManifest, Compression::kStored),
+       "Can't extract Android Manifest: Invalid offset\n"},
+      {"jar-manifest-4GiB-deflated", Declaring4GiB(Apk::kMANIFEST_MF, Compression::kDeflated),
+       "Can't extract manifest: Inconsistent information\n"},
+      {"jar-manifest-4GiB-stored", Declaring4GiB(Apk::kMANIFEST_MF, Compression::kStored),
+       "Can't extract manifest: Invalid offset\n"},
+      {"pairs-100000", WithPairs(100000).V2().Build(), kBestAlgorithm},
+      {"pairs-100000-of-no-scheme", WithPairs(100000).Build(),
+       "Can't extract manifest: Entry not found\n"},
+      {"lineage-10000", PackageBuilder().Manifest().V3({SignerWithLineage(10000)}).Build(),
+       kBestAlgorithm},
+      {"signers-2000", PackageBuilder().Manifest().V2(std::vector<SignerOptions>(2000)).Build(),
+       kBestAlgorithm},
+      {"entries-65535", WithEntries(65535).V2().Build(), kBestAlgorithm},
+      {"entries-65535-jar", WithEntries(65535 - 3).JarSignature().Build(),
+       "Fallback to APK V1 signature. APK: /memfd:quillon-test (deleted)\n"},
+  };
+  for (const auto& c : kCases) {
+    SCOPED_TRACE(c.name);
+    const Cost cost = CostOfOpening(c.name, MemoryFile(c.package));
+    EXPECT_EQ(c.lastLine, cost.lastLine);
+    EXPECT_EQ(c.lastLine.find("Can't") != 0, cost.isGoodApk);
+    EXPECT_GT(kMostMemory, cost.memory);
+  }
+
+  const Fd hole = MemoryFile({});
+  ASSERT_EQ(0, ftruncate(hole.GetFd(), 1 << 30));
+  const Cost cost = CostOfOpening("no-end-record-1GiB", hole);
+  EXPECT_EQ("Invalid file\n", cost.lastLine.substr(cost.lastLine.rfind(": ") + 2));
+  EXPECT_GT(kMostMemory, cost.memory);
+}
+
+}  // namespace Quill
