@@ -8,6 +8,7 @@
 
 #include "cli/commands.h"
 #include "cli/log_recorder.h"
+#include "cli/lost_pages.h"
 #include "cli/output.h"
 #include "cli/package_report.h"
 #include "cli/progress.h"
@@ -45,6 +46,7 @@ ExitStatus Verify(const Options& options) {
     setenv("QUILLON_SDK", std::to_string(*options.sdk).c_str(), /*overwrite=*/1);
   }
   LogRecorder::Install();
+  SurviveLostPages();
   ReportQueue reports(options.files, static_cast<size_t>(options.jobs), !options.halyxFilter);
   Progress progress(options.files.size());
   ExitStatus status = kDone;
@@ -82,8 +84,9 @@ CommandRun DeclareVerify(CLI::App& parser) {
       ->check(CLI::Range(1, kMost));
   parser.footer(
       "Exit status: 0 all verified, 1 something was refused, 2 wrong usage, 3 a file could not be\n"
-      "opened or is no ZIP archive, 4 something was left unverified: no package, or outside the\n"
-      "Halyx feature. The smallest that applies, other than 0, counts.");
+      "opened, is no ZIP archive or changed while it was read, 4 something was left unverified,\n"
+      "being no package or outside the Halyx feature. The smallest that applies, other than 0,\n"
+      "counts.");
   return [options] { return Verify(*options); };
 }
 

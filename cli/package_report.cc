@@ -12,19 +12,28 @@
 #include <system_error>
 
 #include "cli/escape.h"
+#include "cli/lost_pages.h"
 #include "util/digest.h"
 #include "util/file.h"
 
 namespace Quill::Tool {
 namespace {
 
-// Why there is nothing to read behind what open returned; empty when there is.
-std::string WhyUnreadable(int fd) {
-  struct stat info;
+// Why there is nothing to read behind what open returned; empty, with the file's facts, when there
+// is.
+std::string WhyUnreadable(int fd, struct stat& info) {
   if (fd < 0 || fstat(fd, &info) != 0) return std::generic_category().message(errno);
   if (S_ISDIR(info.st_mode)) return "is a directory";
   if (!S_ISREG(info.st_mode)) return "not a regular file";
   return info.st_size == 0 ? "empty file" : "";
+}
+
+// True when the file still has the size and the time of last modification that it had then.
+bool IsAsBefore(int fd, const struct stat& before) {
+  struct stat now;
+  return fstat(fd, &now) == 0 && now.st_size == before.st_size &&
+         now.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+         now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
 }
 
 bool StartsWithZipEntry(int fd) {
@@ -34,15 +43,25 @@ bool StartsWithZipEntry(int fd) {
 }
 
 void Examine(int fd, PackageReport& report) {
-  Apk apk(fd, report.ignoreHalyxFilter);
-  report.isGoodApk = apk.IsGoodApk();
-  report.isGoodZip = apk.IsGoodZip();
-  report.isApk = apk.IsApk();
-  report.scheme = apk.GetApkSignatureSchemeVersion();
-  report.packageName = apk.GetPackageName();
-  report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
-  report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
-  report.manufacturerKey = apk.GetManufacturerKey();
+  LogRecorder log;
+  try {
+    Apk apk(fd, report.ignoreHalyxFilter);
+    report.isGoodApk = apk.IsGoodApk();
+    report.isGoodZip = apk.IsGoodZip();
+    report.isApk = apk.IsApk();
+    report.scheme = apk.GetApkSignatureSchemeVersion();
+    report.packageName = apk.GetPackageName();
+    report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
+    report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
+    report.manufacturerKey = apk.GetManufacturerKey();
+    report.verdict = Judge(report.isGoodApk, log.Lines());
+    if (!report.isGoodZip && StartsWithZipEntry(fd)) {
+      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
+    }
+  } catch (const std::exception& error) {
+    report.verdict = {kFailed, fmt::format("verification broke off ({})", error.what())};
+  }
+  report.log = log.Lines();
 }
 
 std::string KeySha256(const PackageReport& report) {
@@ -56,23 +75,29 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   report.file = file;
   report.ignoreHalyxFilter = ignoreHalyxFilter;
   const Fd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  const std::string obstacle = WhyUnreadable(fd.GetFd());
+  struct stat info;
+  const std::string obstacle = WhyUnreadable(fd.GetFd(), info);
   if (!obstacle.empty()) {
     report.verdict = {kUnreadable, obstacle};
     return report;
   }
 
-  LogRecorder log;
-  try {
+  const PackageReport blank = report;
+  // A page that was lost meanwhile may have been another file's; then a second look tells.
+  for (int looksLeft = 2; looksLeft != 0; --looksLeft) {
+    const uint64_t lostBefore = LostPageCount();
+    report = blank;
     Examine(fd.GetFd(), report);
-    report.verdict = Judge(report.isGoodApk, log.Lines());
-    if (!report.isGoodZip && StartsWithZipEntry(fd.GetFd())) {
-      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
+    if (!IsAsBefore(fd.GetFd(), info)) {
+      report = blank;
+      report.verdict = {kUnreadable, "changed while it was read"};
+      break;
     }
-  } catch (const std::exception& error) {
-    report.verdict = {kFailed, fmt::format("verification broke off ({})", error.what())};
+    // What verified holds what was signed, however it was read.
+    if (report.isGoodApk || LostPageCount() == lostBefore) break;
+    report = blank;
+    report.verdict = {kUnreadable, "a page of it, or of a file beside it, could not be read"};
   }
-  report.log = log.Lines();
   return report;
 }
 

@@ -10,8 +10,9 @@
 
 namespace Quill::Tool {
 
-// One file, as the library found it. Of a file that is no ZIP archive, or on which the library gave
-// up with an exception, little more than `file` and `verdict` is known; isGoodZip is then false.
+// One file, as the library found it. Of a file that is no ZIP archive, that changed meanwhile, or
+// on which the library gave up with an exception, little more than `file` and `verdict` is known;
+// isGoodZip is then false.
 struct PackageReport {
   std::string file;  // as named on the command line
   bool isGoodZip = false;
@@ -26,7 +27,9 @@ struct PackageReport {
   Verdict verdict;
 };
 
-// Verifies the package at that path. Only regular files are read; a pipe is not waited for.
+// Verifies the package at that path. Only regular files are read; a pipe is not waited for. A file
+// that changes meanwhile has no verdict but that; one that shrinks ends the process unless
+// SurviveLostPages has been called.
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
 
 // One line for people, without a line break, not escaped for a terminal.

@@ -80,6 +80,7 @@ set(QUILLON_CLI_SOURCES
   cli/file_label.cc
   cli/integrity_run.cc
   cli/log_recorder.cc
+  cli/lost_pages.cc
   cli/main.cc
   cli/output.cc
   cli/package_report.cc
@@ -114,6 +115,7 @@ set(QUILLON_TEST_SOURCES
   tests/process_hashes_test.cc
   tests/proof_of_rotation_test.cc
   tests/real_packages_test.cc
+  tests/shrinking_file_test.cc
   tests/signature_file_test.cc
   tests/signer_items_test.cc
   tests/signing_test.cc
