@@ -105,6 +105,7 @@ set(QUILLON_TEST_SOURCES
   tests/apk_signing_block_v2_test.cc
   tests/apk_signing_block_v3_test.cc
   tests/apk_test.cc
+  tests/bit_flip_test.cc
   tests/cli_integrity_test.cc
   tests/cli_test.cc
   tests/crypto_test.cc
