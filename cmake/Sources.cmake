@@ -114,6 +114,7 @@ set(QUILLON_TEST_SOURCES
   tests/process_hashes_test.cc
   tests/proof_of_rotation_test.cc
   tests/real_packages_test.cc
+  tests/round_trip_test.cc
   tests/signature_file_test.cc
   tests/signer_items_test.cc
   tests/signing_test.cc
