@@ -3,7 +3,7 @@
 # usage: install-deps.sh [--samples] [--arm64] [--ci]
 #   --samples   also what samples/make_samples.sh needs
 #   --arm64     also what building and testing for 64-bit Arm needs; makes arm64 a foreign architecture
-#   --ci        also the second compiler and its libraries, the formatter and the linter
+#   --ci        also the second compiler and its libraries, the formatter, the linter and a package signer
 set -euo pipefail
 
 packages=(
@@ -23,7 +23,9 @@ for option in "$@"; do
       foreignArchitecture=arm64
       packages+=(crossbuild-essential-arm64 qemu-user googletest)
       packages+=(android-lib{androidfw,boringssl,log,utils,ziparchive}:arm64) ;;
-    --ci) packages+=(clang clang-format clang-tidy libclang-rt-dev libc++-dev) ;;
+    --ci)
+      packages+=(clang clang-format clang-tidy libclang-rt-dev libc++-dev)
+      packages+=(apksigner default-jre-headless openssl) ;;
     *) sed -n '2,6s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done

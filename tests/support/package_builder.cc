@@ -58,9 +58,10 @@ PackageBuilder& PackageBuilder::JarSignature(const JarOptions& options) {
   return *this;
 }
 
-PackageBuilder& PackageBuilder::V2(const std::vector<SignerOptions>& signers) {
+PackageBuilder& PackageBuilder::V2(const std::vector<SignerOptions>& signers,
+                                   const ByteVector& behind) {
   pairs_.emplace_back([=](const Regions& regions) {
-    const ByteVector value = V2Value(signers, regions);
+    const ByteVector value = Wire().Bytes(V2Value(signers, regions)).Bytes(behind);
     return PairBytes(4 + value.size(), 0x7109871a, value);
   });
   return *this;

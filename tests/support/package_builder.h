@@ -28,7 +28,8 @@ class PackageBuilder {
   PackageBuilder& JarSignature(const JarOptions& options = {});
 
   // Pairs of the schemes; `behind` follows the sequence of signers.
-  PackageBuilder& V2(const std::vector<SignerOptions>& signers = {{}});
+  PackageBuilder& V2(const std::vector<SignerOptions>& signers = {{}},
+                     const ByteVector& behind = {});
   PackageBuilder& V3(const std::vector<SignerOptions>& signers = {{}},
                      const ByteVector& behind = {});
   PackageBuilder& Pair(uint32_t id, const ByteVector& value);
