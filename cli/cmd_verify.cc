@@ -84,9 +84,8 @@ CommandRun DeclareVerify(CLI::App& parser) {
       ->check(CLI::Range(1, kMost));
   parser.footer(
       "Exit status: 0 all verified, 1 something was refused, 2 wrong usage, 3 a file could not be\n"
-      "opened, is no ZIP archive or changed while it was read, 4 something was left unverified,\n"
-      "being no package or outside the Halyx feature. The smallest that applies, other than 0,\n"
-      "counts.");
+      "read, is no ZIP archive or changed meanwhile, 4 something was left unverified, being no\n"
+      "package or outside the Halyx feature. The smallest that applies, other than 0, counts.");
   return [options] { return Verify(*options); };
 }
 

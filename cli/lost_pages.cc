@@ -55,8 +55,8 @@ void HandleBusError(int signal, siginfo_t* info, void* /*context*/) {
   // BUS_ADRERR: there is a mapping, and no page for it.
   if (info->si_code != BUS_ADRERR || !ReplaceLostPage(reinterpret_cast<uintptr_t>(info->si_addr))) {
     sigaction(SIGBUS, &previousAction, nullptr);
-    // An access is repeated on return and meets the previous action; a signal from outside is not.
-    if (info->si_code <= 0) raise(signal);
+    // An access is repeated on return and meets the previous action; no other signal is.
+    if (info->si_code != BUS_ADRALN && info->si_code != BUS_ADRERR) raise(signal);
   }
   errno = savedErrno;
 }

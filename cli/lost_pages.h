@@ -5,9 +5,8 @@
 namespace Quill::Tool {
 
 // Lets the process outlive a mapped file that shrinks, which otherwise ends it by SIGBUS. From the
-// call on, a page of a mapped file that cannot be had reads as zeros. Pages of the program and its
-// libraries end the process as before, and so does SIGBUS of any other cause. To be called once,
-// before threads are started.
+// call on, a page outside the program and its libraries that cannot be had reads as zeros; theirs
+// end the process as before. To be called once, before threads are started.
 void SurviveLostPages();
 
 // How many pages have been replaced by zeros so far, in the whole process. Whoever trusts what was

@@ -8,7 +8,9 @@
 #include <cerrno>
 #include <cstring>
 #include <exception>
+#include <mutex>
 #include <nlohmann/json.hpp>
+#include <shared_mutex>
 #include <system_error>
 
 #include "cli/escape.h"
@@ -28,12 +30,12 @@ std::string WhyUnreadable(int fd, struct stat& info) {
   return info.st_size == 0 ? "empty file" : "";
 }
 
-// True when the file still has the size and the time of last modification that it had then.
+// True when the file still has the size and the time of last change that it had then.
 bool IsAsBefore(int fd, const struct stat& before) {
   struct stat now;
   return fstat(fd, &now) == 0 && now.st_size == before.st_size &&
-         now.st_mtim.tv_sec == before.st_mtim.tv_sec &&
-         now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+         now.st_ctim.tv_sec == before.st_ctim.tv_sec &&
+         now.st_ctim.tv_nsec == before.st_ctim.tv_nsec;
 }
 
 bool StartsWithZipEntry(int fd) {
@@ -64,6 +66,14 @@ void Examine(int fd, PackageReport& report) {
   report.log = log.Lines();
 }
 
+// False when a page was lost meanwhile, of this file or of one that another thread reads; the
+// report is then worth nothing.
+bool ExamineWhole(int fd, PackageReport& report) {
+  const uint64_t lostBefore = LostPageCount();
+  Examine(fd, report);
+  return LostPageCount() == lostBefore;
+}
+
 std::string KeySha256(const PackageReport& report) {
   return fmt::format("{:02x}", fmt::join(ComputeSHA256Digest(report.manufacturerKey), ""));
 }
@@ -82,21 +92,26 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
     return report;
   }
 
+  // Pages that are lost while several files are read may be any file's. Who then finds their own
+  // unchanged looks again, with no other file being read.
+  static std::shared_mutex reading;
   const PackageReport blank = report;
-  // A page that was lost meanwhile may have been another file's; then a second look tells.
-  for (int looksLeft = 2; looksLeft != 0; --looksLeft) {
-    const uint64_t lostBefore = LostPageCount();
+  bool isWhole;
+  {
+    const std::shared_lock beside(reading);
+    isWhole = ExamineWhole(fd.GetFd(), report);
+  }
+  if (!isWhole && IsAsBefore(fd.GetFd(), info)) {
+    const std::unique_lock alone(reading);
     report = blank;
-    Examine(fd.GetFd(), report);
-    if (!IsAsBefore(fd.GetFd(), info)) {
-      report = blank;
-      report.verdict = {kUnreadable, "changed while it was read"};
-      break;
-    }
-    // What verified holds what was signed, however it was read.
-    if (report.isGoodApk || LostPageCount() == lostBefore) break;
+    isWhole = ExamineWhole(fd.GetFd(), report);
+  }
+  if (!IsAsBefore(fd.GetFd(), info)) {
     report = blank;
-    report.verdict = {kUnreadable, "a page of it, or of a file beside it, could not be read"};
+    report.verdict = {kUnreadable, "changed while it was read"};
+  } else if (!isWhole) {
+    report = blank;
+    report.verdict = {kUnreadable, "a part of it could not be read"};
   }
   return report;
 }
