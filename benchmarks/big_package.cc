@@ -5,8 +5,10 @@
 #include <ziparchive/zip_writer.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
 #include <random>
 #include <system_error>

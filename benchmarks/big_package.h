@@ -15,8 +15,8 @@ struct BigSignature {
 };
 
 // Writes a signed package to an empty file: a manifest and one stored entry of `size` bytes that
-// look random. The package is made in the file, so memory does not grow with it. Throws what the
-// standard library throws when the file does not take it.
+// look random, less than 4 GiB. The package is made in the file, so memory does not grow with it.
+// Throws what the standard library throws when the file does not take it.
 void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature);
 
 // The same in an anonymous file in memory.

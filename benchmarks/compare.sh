@@ -2,12 +2,14 @@
 # Runs the tool beside other programs that read a whole file, and prints Markdown tables of medians.
 # Programs take turns, files are in the page cache, and programs that are not installed are left out.
 # Needs the release build with its benchmarks (scripts/bench.sh makes it) and 2 GiB on its disk.
+# The others come from Debian's packages apksigner, fsverity and openssl.
 # usage: compare.sh [RUNS]    default: 7
 set -euo pipefail
+export LC_ALL=C  # numbers with a point
 cd "$(dirname "$0")/.."
 
 runs=${1:-7}
-build=$PWD/build/release
+build=build/release
 work=$(mktemp -d "$build/compare-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 quillon=$build/bin/quillon
@@ -31,6 +33,13 @@ Alternate() {
   done
 }
 
+# Peak COMMAND_LINE: KiB; a short run may end between two looks, so the most of several counts.
+Peak() {
+  local run
+  # shellcheck disable=SC2086
+  for ((run = 0; run < runs; ++run)); do Measure memory $1; done | sort -g | tail -1
+}
+
 CompareOn() {  # CompareOn TITLE FILE: all programs on one file
   local programs=("quillon=$quillon verify $2") line name median memory own ownMemory
   for line in "apksigner=${apksigner[*]}" "fsverity=fsverity digest" "openssl=openssl dgst -sha256" \
@@ -48,8 +57,7 @@ CompareOn() {  # CompareOn TITLE FILE: all programs on one file
   for line in "${programs[@]}"; do
     name=${line%%=*}
     median=$(Median "$work/$name.times")
-    # shellcheck disable=SC2086
-    memory=$(Measure memory ${line#*=})
+    memory=$(Peak "${line#*=}")
     [ "$name" != quillon ] || ownMemory=$memory
     echo "| \`$name\` | $(Milliseconds "$median") | $(Ratio "$own" "$median") | $memory |" \
       "$(Ratio "$ownMemory" "$memory") |"
@@ -77,11 +85,9 @@ printf '\n| 200 v3 packages of 1 MiB | ms | times as fast |\n|---|---|---|\n'
 echo "| \`-j 1\` | $(Milliseconds "$one") | 1 |"
 echo "| \`-j 2\` | $(Milliseconds "$two") | $(Ratio "$one" "$two") |"
 
-# A short run may end between two looks, so the most of several counts.
-Peak() { for ((i = 0; i < runs; ++i)); do Measure memory "$quillon" verify "$1"; done | sort -g | tail -1; }
 Package 1024 "$work/1024.apk"
-small=$(Peak "$work/batch/1.apk")
-large=$(Peak "$work/1024.apk")
+small=$(Peak "$quillon verify $work/batch/1.apk")
+large=$(Peak "$quillon verify $work/1024.apk")
 printf '\n| private memory at the peak | KiB |\n|---|---|\n'
 echo "| package of 1 MiB | $small |"
 echo "| package of 1 GiB | $large |"

@@ -14,6 +14,7 @@ double Median(std::vector<double> values) {
 void DigestAlone(const EVP_MD* md, const MapFile& bytes, unsigned int threads) {
   constexpr uint64_t kPiece = 1 << 20;
   const uint64_t pieces = (bytes.Size() + kPiece - 1) / kPiece;
+  threads = static_cast<unsigned int>(std::min<uint64_t>(threads, pieces));
   std::vector<std::thread> workers;
   for (unsigned int i = 0; i < threads; ++i) {
     workers.emplace_back([=, &bytes] {

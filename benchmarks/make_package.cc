@@ -2,9 +2,11 @@
 // usage: make_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
 #include <fcntl.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <exception>
 #include <iostream>
+#include <system_error>
 
 #include "benchmarks/big_package.h"
 
@@ -15,6 +17,7 @@ int main(int argc, char** argv) {
   }
   try {
     const Quill::Fd file(open(argv[2], O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
+    if (file.GetFd() < 0) throw std::system_error(errno, std::generic_category(), argv[2]);
     Quill::WriteBigPackage(file.GetFd(), std::strtoull(argv[1], nullptr, 10) << 20,
                            {3, &Quill::TestKey(Quill::KeyType::kRsa2048), 0x0103});
     return 0;

@@ -1,7 +1,8 @@
 // Runs a program and prints what it took; its output is thrown away.
 // usage: measure time|memory PROGRAM [ARGUMENT...]
 //   time     seconds from its start to its end
-//   memory   KiB of private memory at the peak, mapped files not counted, by 5,000 looks a second
+//   memory   KiB of private memory at the peak, mapped files not counted, by up to 5,000 looks a
+//   second
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>

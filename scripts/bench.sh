@@ -4,15 +4,18 @@
 # usage: bench.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
+export LC_ALL=C  # numbers with a point
 
 scripts/install-deps.sh
 cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON >/dev/null
 cmake --build --preset release
 
+export TMPDIR=$PWD/build/release  # on a disk, where /tmp may be in memory
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 build/release/benchmarks/quillon_benchmarks \
   --benchmark_out="$work/benchmarks.json" --benchmark_out_format=json
+! grep -q '"error_occurred": true' "$work/benchmarks.json" || exit 1
 benchmarks/compare.sh | tee "$work/compare.md"
 
 # The report has one field on a line; the benchmark's own figures are among them.
@@ -38,7 +41,7 @@ Table() {
 {
   sed '/^<!-- written by scripts\/bench.sh/q' docs/performance.md
   echo
-  echo "$(nproc) processors, $(sed -n 's/^model name\t: //p' /proc/cpuinfo | head -1), Linux $(uname -r | cut -d- -f1)."
+  echo "$(nproc) processors, $({ sed -n 's/^model name\t: //p' /proc/cpuinfo; uname -m; } | head -1), Linux $(uname -r | cut -d- -f1)."
   cat "$work/compare.md"
   printf '\n| benchmark | time | rate | limit | of the limit | in processor time |\n|---|---|---|---|---|---|\n'
   Table
