@@ -17,7 +17,7 @@ void Begin(Hash& hash, uint8_t prefix, uint32_t count) {
   hash.Update(&count, sizeof count);
 }
 
-// Reads a byte of every page, for whoever reads the chunk next.
+// Reads bytes a page apart, for whoever reads the chunk next.
 void TouchPages(const RawData& chunk) {
   constexpr uint64_t kSmallestPage = 4096;
   for (uint64_t offset = 0; offset < chunk.length; offset += kSmallestPage) {
@@ -77,8 +77,8 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
       workers.Start(DoCalcChunkHashes, std::cref(workerCount > 1 ? chunkLists[i] : chunks_),
                     std::ref(hashes[i]), std::ref(digestLists[i]));
     }
-    // The hardware thread that is left to the caller would wait. It takes page faults upon itself,
-    // ahead of the workers.
+    // The caller would wait, with a hardware thread left to it. It takes page faults upon itself,
+    // ahead of the workers; the few chunks left over are not worth it.
     for (size_t chunk = 0; chunk < chunksPerWorker; ++chunk) {
       for (size_t i = 0; i < workerCount; ++i) TouchPages(chunks_[i * chunksPerWorker + chunk]);
     }
