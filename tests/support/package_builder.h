@@ -28,8 +28,11 @@ class PackageBuilder {
   PackageBuilder& JarSignature(const JarOptions& options = {});
 
   // Pairs of the schemes; `behind` follows the sequence of signers.
-  PackageBuilder& V2(const std::vector<SignerOptions>& signers = {{}}) {
-    return AddPair(0x7109871a, [=](const Regions& regions) { return V2Value(signers, regions); });
+  PackageBuilder& V2(const std::vector<SignerOptions>& signers = {{}},
+                     const ByteVector& behind = {}) {
+    return AddPair(0x7109871a, [=](const Regions& regions) {
+      return Wire().Bytes(V2Value(signers, regions)).Bytes(behind);
+    });
   }
   PackageBuilder& V3(const std::vector<SignerOptions>& signers = {{}},
                      const ByteVector& behind = {}) {
