@@ -249,7 +249,7 @@ TEST_F(Workflows, BootArtRefusesNegativeDescriptors) {
 TEST_F(Workflows, StartOfProvisioningOpensVdexBeforeOat) {
   KernelSetup setup;
   setup.faults = {{Call::kEdit, 1, EBUSY}, {Call::kReadIntegrity, 2, EIO}};
-  const Simulation simulation(setup);
+  Simulation simulation(setup);
   LogCapture log;
   RunOEMFuncForStartProvisionOat(kOat, kVdex);
   EXPECT_EQ(
@@ -260,6 +260,7 @@ TEST_F(Workflows, StartOfProvisioningOpensVdexBeforeOat) {
       "E TARN can't edit an OAT file fd=101 (result=10000, errno 5: Input/output error).\n"
       "I <TARN>: Exit from StartProvisionOat\n",
       Text(log));
+  EXPECT_EQ("read-integrity, edit 102, read-integrity", Requests(simulation));
 }
 
 TEST_F(Workflows, LabelOfASampleIsKnownByteForByte) {
