@@ -143,7 +143,7 @@ TEST(ApkPackage, V3IsChosenBeforeV2AndOfTwoTheFirst) {
 }
 
 TEST(ApkPackage, RegionsAreCutIntoPiecesOfOneMebibyte) {
-  for (const size_t size : {(1 << 20) - 31, (1 << 20) - 30}) {  // behind a header of 31 bytes
+  for (const size_t size : {(1u << 20) - 31, (1u << 20) - 30}) {  // behind a header of 31 bytes
     LogCapture log;
     ApkPackage package(GuardedMapping(PackageBuilder().Entry("a", ByteVector(size)).V2().Build()));
     EXPECT_TRUE(package.ParseApkPackage() && package.VerifyApkPackage()) << size;
@@ -176,7 +176,7 @@ TEST(ApkPackage, NoByteThatTheSignatureCoversCanBeChanged) {
                         .Comment({1, 2, 3})
                         .Build();
   std::vector<bool> isCovered(file.size(), true);
-  for (const auto& [open, id] : {std::pair(kBehindSigners, 0), std::pair(kUnknownPair, 4)}) {
+  for (const auto& [open, id] : {std::pair(kBehindSigners, 0u), std::pair(kUnknownPair, 4u)}) {
     const auto found = std::search(file.begin(), file.end(), open.begin(), open.end());
     ASSERT_NE(file.end(), found);
     std::fill_n(isCovered.begin() + (found - file.begin()) - id, open.size() + id, false);

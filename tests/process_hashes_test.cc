@@ -48,7 +48,7 @@ TEST(ProcessHashes, LeavesOneHardwareThreadAndTakesAtMostSeven) {
 }
 
 TEST(ProcessHashes, EveryNumberOfWorkersGivesTheDigestOfOne) {
-  for (const size_t count : {0, 1, 7, 10, 1000}) {
+  for (const size_t count : {0u, 1u, 7u, 10u, 1000u}) {
     Regions regions;
     for (size_t i = 0; i < count; ++i) regions.emplace_back(1 + i % 50, static_cast<uint8_t>(i));
     const std::vector<RawData> chunks = Chunks(regions);

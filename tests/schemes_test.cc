@@ -106,7 +106,7 @@ TEST(SignerItems, NoTruncationParses) {
 TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
   std::vector<Digest> entries = {{0x0421, {}}};
   EXPECT_EQ(entries.end(), Base::FindBestSupportedAlgoId(entries));
-  for (const uint32_t better : {0x0301, 0x0103, 0x0101, 0x0201, 0x0104, 0x0102, 0x0202}) {
+  for (const uint32_t better : {0x0301u, 0x0103u, 0x0101u, 0x0201u, 0x0104u, 0x0102u, 0x0202u}) {
     entries.insert(entries.end(), 2, {better, {}});
     EXPECT_EQ(entries.end() - 2, Base::FindBestSupportedAlgoId(entries)) << better;
   }
