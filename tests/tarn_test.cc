@@ -8,6 +8,7 @@
 #include <chrono>
 #include <sstream>
 #include <string>
+#include <utility>
 
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
@@ -190,6 +191,8 @@ TEST_F(TarnFile, EveryCallTellsWhatRefusedIt) {
       errno = EINTR;  // of an earlier call
       std::ostringstream text;
       text << (codes.empty() ? "" : " ") << std::hex << call(fd_, label_);
+      TarnLabelFree(std::exchange(label, nullptr));
+      TarnResetFileFree(std::exchange(reset, nullptr));
       codes += text.str();
     }
     EXPECT_EQ(c.codes, codes) << c.name;
