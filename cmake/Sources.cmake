@@ -103,23 +103,18 @@ set(QUILLON_TEST_SUPPORT_SOURCES
 
 set(QUILLON_TEST_SOURCES
   tests/apk_package_test.cc
-  tests/apk_signing_block_v2_test.cc
-  tests/apk_signing_block_v3_test.cc
   tests/apk_test.cc
   tests/bit_flip_test.cc
   tests/cli_integrity_test.cc
   tests/cli_test.cc
   tests/crypto_test.cc
-  tests/entry_digests_test.cc
   tests/hostile_sizes_test.cc
-  tests/manifest_mf_test.cc
+  tests/jar_test.cc
   tests/process_hashes_test.cc
-  tests/proof_of_rotation_test.cc
   tests/real_packages_test.cc
   tests/round_trip_test.cc
+  tests/schemes_test.cc
   tests/shrinking_file_test.cc
-  tests/signature_file_test.cc
-  tests/signer_items_test.cc
   tests/signing_test.cc
   tests/tarn_test.cc
   tests/tarnsim_test.cc

@@ -2,8 +2,8 @@
 
 #include <map>
 
+#include "tests/support/opened_package.h"
 #include "tests/support/package_builder.h"
-#include "tests/support/package_outcome.h"
 
 namespace Quill {
 namespace {
@@ -75,18 +75,18 @@ TEST_P(BitFlip, IsRefusedWhereverASignatureCoversTheBit) {
     package.V3({signer, otherPlatforms}, {6, 7});
   }
   ByteVector file = package.Build();
-  const PackageOutcome good = OpenPackage(file);
-  ASSERT_TRUE(good.isGood && good.scheme == GetParam()) << good;
+  const OpenedPackage good(file);
+  ASSERT_TRUE(good.isGoodApk && good.scheme == GetParam()) << good;
   const auto openBytes = OpenBytes(file, GetParam());
   for (size_t offset = 0; offset < file.size(); ++offset) {
     const auto open = openBytes.find(offset);
     for (int bit = 0; bit < 8; ++bit) {
       const auto mask = static_cast<uint8_t>(1 << bit);
       file[offset] ^= mask;
-      const PackageOutcome changed = OpenPackage(file);
+      const OpenedPackage changed(file);
       file[offset] ^= mask;
       if (open == openBytes.end()) {
-        EXPECT_FALSE(changed.isGood) << "bit " << bit << " at " << offset << "\n" << changed;
+        EXPECT_FALSE(changed.isGoodApk) << "bit " << bit << " at " << offset << "\n" << changed;
       } else {
         EXPECT_EQ(good, changed) << "bit " << bit << " at " << offset << ", " << open->second;
       }

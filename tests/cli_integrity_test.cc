@@ -1,39 +1,18 @@
-#include <gtest/gtest.h>
 #include <sys/xattr.h>
 
-#include <cstdlib>
-#include <string>
-
-#include "tests/support/temp_file.h"
-#include "util/file.h"
+#include "tests/support/tool_test.h"
 
 namespace Quill {
 namespace {
 
-// Runs the tool in a folder that holds a sample package and its compiled files.
-class IntegrityCommands : public testing::Test {
+// The folder holds a sample package and its compiled files.
+class IntegrityCommands : public ToolTest {
  protected:
   IntegrityCommands() {
     folder_.Write("base.apk", ReadFile(QUILLON_SAMPLES_DIR "/v3.apk"));
-    folder_.Write("base.odex", {'o', 'a', 't'});
     folder_.Write("base.vdex", {'v', 'd', 'e', 'x'});
+    folder_.Write("base.odex", {'o', 'a', 't'});
   }
-
-  // Standard output, then standard error behind "! ", then the exit status. The folder is DIR, a
-  // descriptor FD and a process N.
-  std::string Run(const std::string& line) {
-    const std::string script =
-        "cd " + folder_.Path() + "; " QUILLON_TOOL " " + line +
-        " >out 2>err; status=$?; { cat out; sed 's/^/! /' err; echo exit $status; } |"
-        " sed -E \"s,$PWD,DIR,g; s,task [0-9]+,task N,; s,(OAT|VDEX): [0-9]+,\\1: FD,g\" >all";
-    EXPECT_EQ(
-        0, std::system(
-               ("ASAN_OPTIONS=verify_asan_link_order=0; export ASAN_OPTIONS; " + script).c_str()));
-    const std::vector<uint8_t> bytes = ReadFile(folder_.Path() + "/all");
-    return {bytes.begin(), bytes.end()};
-  }
-
-  const TempFolder folder_;
 };
 
 class SimulatedCommands : public IntegrityCommands {
@@ -47,55 +26,43 @@ class SimulatedCommands : public IntegrityCommands {
   }
 };
 
-const std::string kKey =
-    "key sha256:16c2e52936dd87b7455c85628658c6719e19017c7f93919e70be1a610d5b2d8e";
+const std::string kLabel =
+    "file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (the file now), key sha256:KEY";
 
 TEST_F(SimulatedCommands, ProvisionLabelsAndCertifiesBothFiles) {
   for (const std::string interface : {"device", "legacy"}) {
-    const std::string task = interface == "device" ? " of task N" : "";
+    const std::string read = "read-integrity" +
+                             std::string(interface == "device" ? " of task N" : "") +
+                             " = 0x1, done\n";
+    const std::string certificate = ", identity org.quillon.sample.v3, 63 bytes, done\n";
     const std::string all =
-        Run("provision --simulate=" + interface + " base.apk base.odex base.vdex");
-    const std::string out = all.substr(0, all.find("! "));
-    EXPECT_EQ(
-        "What the simulated kernel was asked:\n"
-        "  1. read-integrity" +
-            task +
-            " = 0x1, done\n"
-            "  2. sign DIR/base.odex, done\n"
-            "  3. read-integrity" +
-            task +
-            " = 0x1, done\n"
-            "  4. sign DIR/base.vdex, done\n"
-            "  5. certificate DIR/base.odex, identity org.quillon.sample.v3, 63 bytes, done\n"
-            "  6. certificate DIR/base.vdex, identity org.quillon.sample.v3, 63 bytes, done\n"
-            "Labels:\n"
-            "  DIR/base.odex: file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (the file now), " +
-            kKey +
-            " (the package's now)\n"
-            "  DIR/base.vdex: file sha1:d6c210917e7b80c88ad2c3f0eea3cbbdf4b55544 (the file now), " +
-            kKey + " (the package's now)\n",
-        out);
+        Run("quillon provision --simulate=" + interface + " base.apk base.odex base.vdex");
+    EXPECT_EQ("What the simulated kernel was asked:\n  1. " + read +
+                  "  2. sign DIR/base.odex, done\n  3. " + read +
+                  "  4. sign DIR/base.vdex, done\n  5. certificate DIR/base.odex" + certificate +
+                  "  6. certificate DIR/base.vdex" + certificate +
+                  "Labels:\n  DIR/base.odex: " + kLabel +
+                  " (the package's now)\n  DIR/base.vdex: file "
+                  "sha1:d6c210917e7b80c88ad2c3f0eea3cbbdf4b55544 (the file now), key sha256:KEY "
+                  "(the package's now)\n",
+              all.substr(0, all.find("! ")));
     EXPECT_NE(std::string::npos, all.find("! I <TARN>: Exit from ProvisionOat\nexit 0\n")) << all;
   }
 }
 
 TEST_F(SimulatedCommands, LabelTellsAFileThatChanged) {
-  Run("provision --simulate base.apk base.odex base.vdex");
-  EXPECT_EQ(
-      "base.odex: verified by the kernel; label: file "
-      "sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (the file now), " +
-          kKey +
-          "\nWhat the simulated kernel was asked:\n  1. verify-sync DIR/base.odex, done\n"
-          "exit 0\n",
-      Run("label --simulate base.odex"));
+  Run("quillon provision --simulate base.apk base.odex base.vdex");
+  EXPECT_EQ("base.odex: verified by the kernel; label: " + kLabel +
+                "\nWhat the simulated kernel was asked:\n  1. verify-sync DIR/base.odex, done\n"
+                "exit 0\n",
+            Run("quillon label --simulate base.odex"));
   folder_.Write("base.odex", {'o', 'a', 'T'});
   EXPECT_EQ(
       "base.odex: not verified by the kernel, Bad message (code 0xffffffb6); label: file "
-      "sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (NOT the file now), " +
-          kKey +
-          "\nWhat the simulated kernel was asked:\n"
-          "  1. verify-sync DIR/base.odex, refused: Bad message\nexit 1\n",
-      Run("label --simulate base.odex"));
+      "sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (NOT the file now), key sha256:KEY\n"
+      "What the simulated kernel was asked:\n"
+      "  1. verify-sync DIR/base.odex, refused: Bad message\nexit 1\n",
+      Run("quillon label --simulate base.odex"));
 }
 
 TEST_F(SimulatedCommands, TheOthersAskInTheirOrder) {
@@ -106,33 +73,33 @@ TEST_F(SimulatedCommands, TheOthersAskInTheirOrder) {
       "! I <TARN>: Enter to StartProvisionOat\n"
       "! I <TARN>: Enter StartProvisionOat OAT: FD VDEX: FD\n"
       "! I <TARN>: Exit from StartProvisionOat\nexit 0\n",
-      Run("start-provision --simulate base.odex base.vdex"));
-  EXPECT_NE(std::string::npos, Run("provision-art --simulate base.apk base.odex")
+      Run("quillon start-provision --simulate base.odex base.vdex"));
+  EXPECT_NE(std::string::npos, Run("quillon provision-art --simulate base.apk base.odex")
                                    .find("  2. sign DIR/base.odex, done\nLabels:\n"));
   EXPECT_NE(std::string::npos,
-            Run("sign-apk --simulate base.apk").find("  2. sign DIR/base.apk, done\n"));
+            Run("quillon sign-apk --simulate base.apk").find("  2. sign DIR/base.apk, done\n"));
   EXPECT_EQ(
       "integrity: 0x1\nlabel: none\nreset by: none\n"
       "What the simulated kernel was asked:\n"
       "  1. read-integrity of task N = 0x1, done\n"
       "  2. read-label of task N, refused: No such file or directory\n"
       "  3. read-reset-file of task N, refused: No such file or directory\nexit 0\n",
-      Run("task --simulate"));
+      Run("quillon task --simulate"));
 }
 
 // A machine without the subsystem: the same calls, and their failures are told.
 TEST_F(IntegrityCommands, ReportFailuresByStatus) {
-  EXPECT_NE(std::string::npos, Run("provision base.apk base.odex base.vdex")
+  EXPECT_NE(std::string::npos, Run("quillon provision base.apk base.odex base.vdex")
                                    .find("! E TARN can't read current integrity: 0x5\n"));
   EXPECT_EQ("! quillon: base.art: No such file or directory\nexit 3\n",
-            Run("provision-art base.apk base.art"));
+            Run("quillon provision-art base.apk base.art"));
   EXPECT_EQ(
       "base.odex: not verified by the kernel, this kernel has no integrity subsystem\nexit 1\n",
-      Run("label base.odex"));
+      Run("quillon label base.odex"));
   EXPECT_EQ(
       "! quillon: --simulate: none not in {device,legacy}\n"
       "! quillon: try \"quillon --help\"\nexit 2\n",
-      Run("label --simulate=none base.odex"));
+      Run("quillon label --simulate=none base.odex"));
 }
 
 }  // namespace

@@ -1,11 +1,8 @@
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cstdlib>
 #include <string>
 
 #include "tests/support/package_builder.h"
-#include "tests/support/temp_file.h"
+#include "tests/support/tool_test.h"
 
 namespace Quill {
 namespace {
@@ -25,23 +22,7 @@ ByteVector WithOtherDex(ByteVector package) {
   return package;
 }
 
-class Tool : public testing::Test {
- protected:
-  // Runs a line of the shell in the folder, where `quillon` is the tool. Returns its standard
-  // output, its standard error with "! " before each line, and its exit status; the folder is
-  // called DIR in them and the digest of a key KEY.
-  std::string Run(const std::string& line) {
-    const std::string script =
-        "cd " + folder_.Path() + "; quillon() { " QUILLON_TOOL " \"$@\"; }; { " + line +
-        "; } >out 2>err; status=$?; { cat out; sed 's/^/! /' err; echo exit $status; } |"
-        " sed -E \"s,$PWD,DIR,; s,[0-9a-f]{64},KEY,\" >all";
-    EXPECT_EQ(0, std::system(script.c_str()));
-    const ByteVector bytes = ReadFile(folder_.Path() + "/all");
-    return {bytes.begin(), bytes.end()};
-  }
-
-  const TempFolder folder_;
-};
+using Tool = ToolTest;
 
 }  // namespace
 

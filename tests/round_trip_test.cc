@@ -8,8 +8,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "tests/support/opened_package.h"
 #include "tests/support/package_builder.h"
-#include "tests/support/package_outcome.h"
 
 namespace Quill {
 namespace {
@@ -129,15 +129,15 @@ class RoundTrip : public testing::Test {
     return File("signed.apk");
   }
 
-  void ExpectGoodButFor(const std::vector<Change>& changes, const PackageOutcome& good, int scheme,
+  void ExpectGoodButFor(const std::vector<Change>& changes, const OpenedPackage& good, int scheme,
                         const Key& identity, const std::vector<LogLine>& lines) {
-    EXPECT_TRUE(good.isGood);
+    EXPECT_TRUE(good.isGoodApk);
     EXPECT_EQ(scheme, good.scheme);
     EXPECT_EQ(ManufacturerKey(identity), Hex(good.key));
     EXPECT_EQ(lines, good.lines);
     for (const Change& change : changes) {
-      const PackageOutcome changed = OpenPackage(change.package);
-      EXPECT_FALSE(changed.isGood) << change.region;
+      const OpenedPackage changed(change.package);
+      EXPECT_FALSE(changed.isGoodApk) << change.region;
       EXPECT_THAT(changed.lines, testing::Contains(change.refusal)) << change.region;
     }
   }
@@ -145,11 +145,11 @@ class RoundTrip : public testing::Test {
   void ExpectV1(const Key& signer, const std::string& options = kForSdk28) {
     SCOPED_TRACE("v1 by " + signer.name + options);
     const ByteVector package = Sign("1", {signer}, options);
-    const PackageOutcome good = OpenPackage(package);
+    const OpenedPackage good(package);
     const LogLine fallback = Info("Fallback to APK V1 signature. APK: " + kPath);
     const std::string stem = "META-INF/" + signer.name;
     if (signer.IsEc()) {  // the signature block's name ends in EC, which is not looked for
-      EXPECT_FALSE(good.isGood);
+      EXPECT_FALSE(good.isGoodApk);
       EXPECT_EQ(Lines(fallback, Error("Can't extract DSA certificate: " + stem + ".DSA\n")),
                 good.lines);
       return;
@@ -164,7 +164,7 @@ class RoundTrip : public testing::Test {
     for (Change& change : changes) change.package = WithChangedEntry(package, change.region);
     ExpectGoodButFor(changes, good, 1, signer, {fallback});
     // Of the entries classes.dex alone is checked, and nothing of the archive's structure.
-    EXPECT_EQ(good, OpenPackage(WithChangedEntry(package, "lib/arm64-v8a/libsample.so")));
+    EXPECT_EQ(good, OpenedPackage(WithChangedEntry(package, "lib/arm64-v8a/libsample.so")));
   }
 
   // `schemes` end in 2 or 3, by which the package then verifies; for 3 the last signer counts.
@@ -203,7 +203,7 @@ class RoundTrip : public testing::Test {
           {"public key", WithChangedBit(package, key + publicKey.size() - 10),
            signer.IsEc() ? Error("Can't initialize verifier object") : otherSignature});
     }
-    ExpectGoodButFor(changes, OpenPackage(package), schemes.back() - '0', identity, lines);
+    ExpectGoodButFor(changes, OpenedPackage(package), schemes.back() - '0', identity, lines);
   }
 
   TempFolder folder_;

@@ -49,8 +49,7 @@ using Bytes = std::vector<uint8_t>;
 }  // namespace
 
 // A destructor has no pointer to member; it stands where two slots are left out.
-
-TEST(VirtualFunctions, OfHashStandInBinaryOrder) {
+TEST(VirtualFunctions, StandInBinaryOrder) {
   EXPECT_THAT(Slots(&Hash::Init,                                                       //
                     static_cast<int (Hash::*)(const void*, size_t)>(&Hash::Update),    //
                     static_cast<int (Hash::*)(const Bytes&)>(&Hash::Update),           //
@@ -59,26 +58,14 @@ TEST(VirtualFunctions, OfHashStandInBinaryOrder) {
                     static_cast<Bytes (Hash::*)(const void*, size_t)>(&Hash::Digest),  //
                     &Extended<Hash>::Behind),
               ElementsAre(0, 1, 2, 3, 4, 5, 6, 7, /*destructor,*/ 10));
-}
-
-TEST(VirtualFunctions, OfVerifierStandInBinaryOrder) {
   EXPECT_THAT(Slots(&Verifier::Init, &Verifier::GetPublicKey, &Verifier::Verify,
                     &Extended<Verifier>::Behind),
               ElementsAre(/*destructor,*/ 2, 3, 4, 5));
-}
-
-TEST(VirtualFunctions, OfX509CertificateAreItsDestructorAlone) {
   EXPECT_THAT(Slots(&Extended<X509Certificate>::Behind), ElementsAre(/*destructor,*/ 2));
-}
-
-TEST(VirtualFunctions, OfApkSignatureBlockBaseStandInBinaryOrder) {
   using Base = ApkSignatureBlockBase;
   EXPECT_THAT(Slots(&Base::VerifyAttributes, &Base::VerifyMainCertificate, &Base::GetPublicKeys,
                     &Base::Parse, &Base::Verify, &Extended<Base>::Behind),
               ElementsAre(0, 1, /*destructor,*/ 4, 5, 6, 7));
-}
-
-TEST(VirtualFunctions, OfApkPackageStandInBinaryOrder) {
   EXPECT_THAT(
       Slots(&ApkPackage::FindEocdRecord, &ApkPackage::FindCentralDirectory,
             &ApkPackage::ParseApkSignatureBlocks, &ApkPackage::FindApkSigningBlock,
@@ -87,9 +74,6 @@ TEST(VirtualFunctions, OfApkPackageStandInBinaryOrder) {
             &ApkPackage::GetMainPublicKey, &ApkPackage::GetVersionScheme,
             &ApkPackage::GetVersionName, &Extended<ApkPackage>::Behind),
       ElementsAre(0, 1, 2, 3, 4, 5, /*destructor,*/ 8, 9, 10, 11, 12, 13));
-}
-
-TEST(VirtualFunctions, OfProcessHashesStandInBinaryOrder) {
   EXPECT_THAT(Slots(&ProcessHashes::Run, &Extended<ProcessHashes>::Behind),
               ElementsAre(/*destructor,*/ 2, 3));
 }

@@ -64,15 +64,11 @@ ByteVector StartElement(const XmlElement& element, StringPool& pool) {
 ByteVector BinaryXml(const std::vector<XmlElement>& elements) {
   StringPool pool;
   Wire nodes;
-  const auto end = [&](const std::string& name) {
-    nodes.Bytes(Node(0x0103, pool.Index(name), {}));
-  };
   for (const XmlElement& element : elements) {
     nodes.Bytes(StartElement(element, pool));
-    if (&element != &elements.front()) end(element.name);
+    if (&element != &elements.front()) nodes.Bytes(Node(0x0103, pool.Index(element.name), {}));
   }
-  end(elements.front().name);
-
+  nodes.Bytes(Node(0x0103, pool.Index(elements.front().name), {}));
   const ByteVector chunk = pool.Chunk();
   return Wire().U16(0x0003).U16(8).U32(8 + chunk.size() + nodes.Size()).Bytes(chunk).Bytes(nodes);
 }

@@ -6,8 +6,6 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "tests/support/temp_file.h"
-
 namespace Quill {
 namespace {
 
@@ -32,10 +30,6 @@ ByteVector Zip(const std::vector<ZipFile>& entries) {
   return bytes;
 }
 
-ByteVector PairBytes(uint64_t length, uint32_t id, const ByteVector& value) {
-  return Wire().U64(length).U32(id).Bytes(value);
-}
-
 }  // namespace
 
 ByteVector SigningBlock(const ByteVector& pairs) {
@@ -49,39 +43,13 @@ PackageBuilder& PackageBuilder::Entry(const std::string& name, const ByteVector&
   return *this;
 }
 
-PackageBuilder& PackageBuilder::Manifest(const ByteVector& xml) {
-  return Entry("AndroidManifest.xml", xml);
-}
-
 PackageBuilder& PackageBuilder::JarSignature(const JarOptions& options) {
   for (const ZipFile& file : SignJar(entries_, options)) entries_.push_back(file);
   return *this;
 }
 
-PackageBuilder& PackageBuilder::V2(const std::vector<SignerOptions>& signers,
-                                   const ByteVector& behind) {
-  pairs_.emplace_back([=](const Regions& regions) {
-    const ByteVector value = Wire().Bytes(V2Value(signers, regions)).Bytes(behind);
-    return PairBytes(4 + value.size(), 0x7109871a, value);
-  });
-  return *this;
-}
-
-PackageBuilder& PackageBuilder::V3(const std::vector<SignerOptions>& signers,
-                                   const ByteVector& behind) {
-  pairs_.emplace_back([=](const Regions& regions) {
-    const ByteVector value = Wire().Bytes(V3Value(signers, regions)).Bytes(behind);
-    return PairBytes(4 + value.size(), 0xf05368c0, value);
-  });
-  return *this;
-}
-
-PackageBuilder& PackageBuilder::Pair(uint32_t id, const ByteVector& value) {
-  return RawPair(4 + value.size(), id, value);
-}
-
-PackageBuilder& PackageBuilder::RawPair(uint64_t length, uint32_t id, const ByteVector& value) {
-  pairs_.emplace_back([=](const Regions&) { return PairBytes(length, id, value); });
+PackageBuilder& PackageBuilder::AddPair(uint32_t id, const MakeValue& makeValue) {
+  pairs_.emplace_back(id, makeValue);
   return *this;
 }
 
@@ -108,13 +76,14 @@ ByteVector PackageBuilder::Build() const {
   ByteVector block = rawBlock_;
   if (block.empty() && !pairs_.empty()) {
     Wire pairs;
-    for (const auto& makePair : pairs_) pairs.Bytes(makePair(regions));
+    for (const auto& [id, makeValue] : pairs_) {
+      const ByteVector value = makeValue(regions);
+      pairs.U64(4 + value.size()).U32(id).Bytes(value);
+    }
     block = SigningBlock(pairs);
   }
   Put(eocd, 16, Wire().U32(directoryOffset + block.size()));
   return Wire().Bytes(regions[0]).Bytes(block).Bytes(regions[1]).Bytes(eocd);
 }
-
-std::shared_ptr<MapFile> PackageBuilder::Map() const { return GuardedMapping(Build()); }
 
 }  // namespace Quill

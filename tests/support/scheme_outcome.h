@@ -18,6 +18,12 @@ struct SchemeOutcome {
   bool isVerified = false;
   std::vector<ByteVector> publicKeys;
   std::vector<LogLine> lines;
+
+  std::vector<size_t> KeyLengths() const {
+    std::vector<size_t> lengths;
+    for (const ByteVector& key : publicKeys) lengths.push_back(key.size());
+    return lengths;
+  }
 };
 
 enum class Stage { kParse, kVerify };
@@ -45,7 +51,7 @@ void ExpectNoTruncationParses(const ByteVector& value, const std::vector<LogLine
   ASSERT_TRUE(RunScheme<Scheme>(Stage::kParse, value).isParsed);
   for (size_t length = 0; length < value.size(); ++length) {
     SCOPED_TRACE(length);
-    ByteVector cut(value.begin(), value.begin() + static_cast<ptrdiff_t>(length));
+    ByteVector cut(value.data(), value.data() + length);
     const SchemeOutcome outcome = RunScheme<Scheme>(Stage::kParse, cut);
     EXPECT_FALSE(outcome.isParsed);
     EXPECT_EQ(lines, outcome.lines);

@@ -15,8 +15,6 @@
 namespace Quill {
 namespace {
 
-enum class Padding { kPkcs1, kPss };
-
 void Require(bool done) {
   if (!done) throw std::runtime_error("crypto library");
 }
@@ -83,29 +81,6 @@ SigningKey MakeKey(KeyType type) {
   return made;
 }
 
-ByteVector Sign(const SigningKey& key, const EVP_MD* md, Padding padding, const ByteVector& data) {
-  ByteVector signature(static_cast<size_t>(EVP_PKEY_size(key.key.get())));
-  size_t length = signature.size();
-  if (const DSA* dsa = EVP_PKEY_get0_DSA(key.key.get())) {
-    const ByteVector digest = DigestOf(md, data);
-    unsigned dsaLength = 0;
-    Require(DSA_sign(0, digest.data(), digest.size(), signature.data(), &dsaLength, dsa));
-    length = dsaLength;
-  } else {
-    bssl::ScopedEVP_MD_CTX context;
-    EVP_PKEY_CTX* keyContext = nullptr;
-    Require(EVP_DigestSignInit(context.get(), &keyContext, md, nullptr, key.key.get()));
-    if (padding == Padding::kPss) {
-      constexpr int kSaltAsLongAsDigest = -1;
-      Require(EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) &&
-              EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, kSaltAsLongAsDigest));
-    }
-    Require(EVP_DigestSign(context.get(), signature.data(), &length, data.data(), data.size()));
-  }
-  signature.resize(length);
-  return signature;
-}
-
 }  // namespace
 
 const SigningKey& TestKey(KeyType type, int number) {
@@ -135,13 +110,32 @@ const EVP_MD* AlgorithmDigest(uint32_t algorithmId) {
   return isSha512 ? EVP_sha512() : EVP_sha256();
 }
 
-ByteVector Sign(const SigningKey& key, const EVP_MD* md, const ByteVector& data) {
-  return Sign(key, md, Padding::kPkcs1, data);
+ByteVector Sign(const SigningKey& key, const EVP_MD* md, const ByteVector& data, bool isPss) {
+  ByteVector signature(static_cast<size_t>(EVP_PKEY_size(key.key.get())));
+  size_t length = signature.size();
+  if (const DSA* dsa = EVP_PKEY_get0_DSA(key.key.get())) {
+    const ByteVector digest = DigestOf(md, data);
+    unsigned dsaLength = 0;
+    Require(DSA_sign(0, digest.data(), digest.size(), signature.data(), &dsaLength, dsa));
+    length = dsaLength;
+  } else {
+    bssl::ScopedEVP_MD_CTX context;
+    EVP_PKEY_CTX* keyContext = nullptr;
+    Require(EVP_DigestSignInit(context.get(), &keyContext, md, nullptr, key.key.get()));
+    if (isPss) {
+      constexpr int kSaltAsLongAsDigest = -1;
+      Require(EVP_PKEY_CTX_set_rsa_padding(keyContext, RSA_PKCS1_PSS_PADDING) &&
+              EVP_PKEY_CTX_set_rsa_pss_saltlen(keyContext, kSaltAsLongAsDigest));
+    }
+    Require(EVP_DigestSign(context.get(), signature.data(), &length, data.data(), data.size()));
+  }
+  signature.resize(length);
+  return signature;
 }
 
 ByteVector Sign(const SigningKey& key, uint32_t algorithmId, const ByteVector& data) {
   const bool isPss = algorithmId == 0x0101 || algorithmId == 0x0102;
-  return Sign(key, AlgorithmDigest(algorithmId), isPss ? Padding::kPss : Padding::kPkcs1, data);
+  return Sign(key, AlgorithmDigest(algorithmId), data, isPss);
 }
 
 }  // namespace Quill

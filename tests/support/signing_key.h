@@ -29,8 +29,9 @@ ByteVector DigestOf(const EVP_MD* md, const ByteVector& data);
 // The digest of the v2 and v3 signature algorithm.
 const EVP_MD* AlgorithmDigest(uint32_t algorithmId);
 
-// The key's signature over `data`, for RSA by PKCS #1 v1.5.
-ByteVector Sign(const SigningKey& key, const EVP_MD* md, const ByteVector& data);
+// The key's signature over `data`, for RSA by PKCS #1 v1.5 or by PSS.
+ByteVector Sign(const SigningKey& key, const EVP_MD* md, const ByteVector& data,
+                bool isPss = false);
 // The same by a v2 and v3 signature algorithm; only its padding and its digest are looked at.
 ByteVector Sign(const SigningKey& key, uint32_t algorithmId, const ByteVector& data);
 

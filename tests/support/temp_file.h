@@ -1,5 +1,7 @@
 #pragma once
 
+#include <filesystem>
+#include <iterator>
 #include <memory>
 #include <string>
 
@@ -14,6 +16,11 @@ Fd MemoryFile(const ByteVector& bytes);
 // The bytes as a mapped file, between pages that cannot be touched. ASan also reports a read of
 // what is left of the last page.
 std::shared_ptr<MapFile> GuardedMapping(const ByteVector& bytes);
+
+// How many descriptors the process has open.
+inline ptrdiff_t OpenDescriptors() {
+  return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
 
 // A folder of its own, removed on destruction with all that is in it.
 class TempFolder {

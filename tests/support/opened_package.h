@@ -1,0 +1,53 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "apk/apk.h"
+#include "tests/support/log_capture.h"
+#include "tests/support/package_builder.h"
+#include "tests/support/temp_file.h"
+
+namespace Quill {
+
+// The path of a MemoryFile.
+inline const std::string kMemoryPath = "/memfd:quillon-test (deleted)";
+
+// What a caller learns about a package in memory. No LogCapture may live beside.
+struct OpenedPackage {
+  explicit OpenedPackage(const ByteVector& bytes, bool ignoreHalyxFilter = true) {
+    const Fd file = MemoryFile(bytes);
+    LogCapture log;
+    Apk apk(file.GetFd(), ignoreHalyxFilter);
+    isGoodZip = apk.IsGoodZip();
+    isApk = apk.IsApk();
+    isGoodApk = apk.IsGoodApk();
+    isHalyx = apk.IsHalyxPermissionRequired();
+    scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
+    packageName = apk.GetPackageName();
+    key = apk.GetManufacturerKey();
+    lines = log.Take();
+  }
+
+  bool isGoodZip, isApk, isGoodApk, isHalyx;
+  int scheme;  // 0: none was verified
+  std::string packageName;
+  ByteVector key;
+  std::vector<LogLine> lines;
+
+  auto Facts() const {
+    return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, lines);
+  }
+  bool operator==(const OpenedPackage& other) const { return Facts() == other.Facts(); }
+};
+
+inline std::ostream& operator<<(std::ostream& out, const OpenedPackage& package) {
+  out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
+      << Hex(package.key);
+  for (const LogLine& line : package.lines) out << "\n" << line;
+  return out;
+}
+
+}  // namespace Quill
