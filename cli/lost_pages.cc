@@ -3,6 +3,7 @@
 #include <link.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -36,7 +37,8 @@ int AddRanges(dl_phdr_info* object, size_t /*size*/, void* /*context*/) {
 }
 
 // True when the page at `address` is of a mapped file, not of the program, and now reads as zeros.
-// Only what a signal handler may do: mmap is a system call and no more.
+// Only what a signal handler may do: a system call and no more, without what a sanitizer has put in
+// front of mmap, which takes it for a write that races with the other readers of the page.
 bool ReplaceLostPage(uintptr_t address) {
   const uintptr_t page = address / pageSize * pageSize;
   if (std::any_of(programRanges.begin(), programRanges.end(), [page](const AddressRange& range) {
@@ -46,8 +48,8 @@ bool ReplaceLostPage(uintptr_t address) {
   }
   // Counted first, so that nobody has read zeros while the count is still the old one.
   ++lostPageCount;
-  return mmap(reinterpret_cast<void*>(page), pageSize, PROT_READ,
-              MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED, -1, 0) != MAP_FAILED;
+  return syscall(SYS_mmap, page, pageSize, long{PROT_READ},
+                 long{MAP_PRIVATE | MAP_ANONYMOUS | MAP_FIXED}, -1L, 0L) != -1;
 }
 
 void HandleBusError(int signal, siginfo_t* info, void* /*context*/) {
