@@ -40,8 +40,9 @@ Peak() {
   for ((run = 0; run < runs; ++run)); do Measure memory $1; done | sort -g | tail -1
 }
 
-CompareOn() {  # CompareOn TITLE FILE: all programs on one file
-  local programs=("quillon=$quillon verify $2") line name median memory own ownMemory
+CompareOn() {  # CompareOn TITLE FILE [NAME=COMMAND_LINE...]: all programs on one file, and those
+  local programs=("quillon=$quillon verify $2" "${@:3}")
+  local line name median memory own ownMemory
   for line in "apksigner=${apksigner[*]}" "fsverity=fsverity digest" "openssl=openssl dgst -sha256" \
     "sha256sum=sha256sum"; do
     name=${line%%=*}
@@ -71,7 +72,7 @@ Package 512 "$work/512.apk"
 CompareOn "v3 package of 512 MiB, RSA, SHA-256" "$work/512.apk"
 rm "$work/512.apk"
 absent=
-CompareOn "\`samples/v3.apk\`, v3, EC P-256" samples/v3.apk
+CompareOn "\`samples/v3.apk\`, v3, EC P-256" samples/v3.apk "nothing=$build/benchmarks/nothing"
 [ -z "$absent" ] || printf '\nNot installed, so left out:%s.\n' "$absent"
 
 mkdir "$work/batch"
