@@ -65,7 +65,7 @@ void TopDigest(benchmark::State& state) {
       static_cast<size_t>(state.range(1)),
       ProcessHashes::Digests(kChunks / static_cast<size_t>(state.range(1)),
                              ByteVector(static_cast<size_t>(state.range(0) / 8))));
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     benchmark::DoNotOptimize(ProcessHashes::CalcTopHash(digests, hash));
   }
 }

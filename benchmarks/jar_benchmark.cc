@@ -20,7 +20,7 @@ void LoadManifest(benchmark::State& state) {
     text += "Name: res/drawable/entry" + std::to_string(i) +
             ".png\r\nSHA-256-Digest: jXBb5Qh2tCc3WNKDKCPyVBWE2H5mZRbHGLNQUVc4Wcg=\r\n\r\n";
   }
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     ManifestMf manifest;
     if (!manifest.load(text)) state.SkipWithError("not loaded");
   }
@@ -35,7 +35,7 @@ void OpenJarSigned(benchmark::State& state) {
     builder.Entry("res/drawable/entry" + std::to_string(i) + ".png", {1, 2, 3});
   const Fd file = MemoryFile(builder.JarSignature().Build());
   const LogCapture log;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
     if (!apk.IsGoodApk()) state.SkipWithError("not verified");
   }

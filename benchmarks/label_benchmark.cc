@@ -24,7 +24,7 @@ BENCHMARK(FileDigest)
 void BuildLabel(benchmark::State& state) {
   const ByteVector fileDigest(20);
   const ByteVector keyDigest(32);
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     TarnExLabel* label = nullptr;
     if (TarnExLabelAlloc(TARN_SHA1, fileDigest.data(), 20, keyDigest.data(), 32, &label) != TARN_OK)
       state.SkipWithError("no label");

@@ -43,7 +43,7 @@ void RunAgainstLimit(benchmark::State& state, const EVP_MD* md, const MapFile& b
                      unsigned int threads, Work work) {
   DigestAlone(md, bytes, threads);  // has the pages at hand
   std::vector<double> own, limit, ratios, processorRatios;
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     const auto digestAlone = [&] { DigestAlone(md, bytes, threads); };
     const bool limitFirst = limit.size() % 2 == 0;
     Cost limitCost = limitFirst ? CostOf(digestAlone) : Cost();

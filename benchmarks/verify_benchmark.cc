@@ -56,7 +56,7 @@ void VerifyFromDisk(benchmark::State& state) {
   const Fd file(open((folder.Path() + "/big.apk").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
   WriteBigPackage(file.GetFd(), uint64_t{256} << 20, {3, &TestKey(KeyType::kRsa2048), 0x0103});
   fsync(file.GetFd());
-  for (auto unused : state) {
+  for ([[maybe_unused]] auto turn : state) {
     if (isCold) {
       state.PauseTiming();
       posix_fadvise(file.GetFd(), 0, 0, POSIX_FADV_DONTNEED);
@@ -78,7 +78,7 @@ BENCHMARK(VerifyFromDisk)
 void OpenSample(benchmark::State& state, const char* name, ApkSignatureScheme scheme) {
   const LogCapture log;
   const auto file = OpenFileRO(std::string(QUILLON_SAMPLES_DIR "/") + name);
-  for (auto unused : state) Verify(state, file->GetFd(), scheme);
+  for ([[maybe_unused]] auto turn : state) Verify(state, file->GetFd(), scheme);
 }
 BENCHMARK_CAPTURE(OpenSample, v1, "v1.apk", ApkSignatureScheme::kJar)
     ->Unit(benchmark::kMicrosecond)
