@@ -67,7 +67,6 @@ TEST(ApkPackage, SigningBlockEndsAtTheCentralDirectoryAndStartsInTheFile) {
   const std::string magic = "APK Sig Block 42";
   const std::pair<ByteVector, Offset> kCases[] = {
       // what lies before the central directory
-      {SigningBlock({}), 0},
       {Wire().Fill(10).Bytes(SigningBlock({1, 2})), 10},
       {Wire().Fill(7).Text(magic), {}},
       {Wire().U64(16).Text(magic), 0},  // a footer alone, its size in one place
@@ -119,26 +118,21 @@ TEST(ApkPackage, V3IsChosenBeforeV2AndOfTwoTheFirst) {
   const auto package = [] { return PackageBuilder().Manifest(); };
   ByteVector trailing = package().V2().Build(), gap = trailing;
   trailing.push_back(0);
-  gap.insert(gap.end() - 22, 0);
-  const struct {
-    const char* name;
-    ByteVector file;
-    const char* version;
-  } kCases[] = {
-      {"v2, v3", package().V2().V3().Build(), "V3"},
-      {"two of v3", package().V3().Pair(kV3, {}).Build(), "V3"},
-      {"comment", package().V2().Comment(ByteVector(65535, 7)).Build(), "V2"},
-      {"unknown pair alone", package().Pair(kUnknown, {1}).Build(), "Unknown version"},
-      {"no signing block", package().Build(), "Unknown version"},
-      {"record in the comment", package().V2().Comment(Eocd(0, 0)).Build(), "Unknown version"},
-      {"byte behind the comment", trailing, "Unknown version"},
-      {"byte behind the central directory", gap, "Unknown version"},
+  gap.insert(gap.end() - 22, 0);  // behind the central directory
+  const std::pair<ByteVector, const char*> kCases[] = {
+      {package().V2().V3().Build(), "V3"},
+      {package().V3().Pair(kV3, {}).Build(), "V3"},
+      {package().V2().Comment(ByteVector(65535, 7)).Build(), "V2"},
+      {package().Pair(kUnknown, {1}).Build(), "Unknown version"},
+      {package().V2().Comment(Eocd(0, 0)).Build(), "Unknown version"},
+      {trailing, "Unknown version"},
+      {gap, "Unknown version"},
   };
-  for (const auto& c : kCases) {
+  for (const auto& [file, version] : kCases) {
     LogCapture log;
-    ApkPackage parsed(GuardedMapping(c.file));
-    EXPECT_EQ(c.version[0] == 'V', parsed.ParseApkPackage() && parsed.VerifyApkPackage()) << c.name;
-    EXPECT_EQ(c.version, parsed.GetVersionName()) << c.name;
+    ApkPackage parsed(GuardedMapping(file));
+    EXPECT_EQ(version[0] == 'V', parsed.ParseApkPackage() && parsed.VerifyApkPackage());
+    EXPECT_EQ(version, parsed.GetVersionName()) << &version - &kCases[0].second;
   }
 }
 

@@ -80,8 +80,9 @@ TEST(SignerItems, AFieldThatDoesNotFitIsNamed) {
             RunScheme<ApkSigningBlockV2>(Stage::kParse, ByteVector(4)).lines);
   EXPECT_EQ(Lines(Error("No signer in APK V3 Signature format")),
             RunScheme<ApkSigningBlockV3>(Stage::kParse, ByteVector(4)).lines);
-  EXPECT_EQ(Lines(Error("Can't iterate to the next field signer")),
-            RunScheme<ApkSigningBlockV2>(Stage::kParse, Wire().U32(7).U32(24).Fill(3)).lines);
+  EXPECT_EQ(
+      Lines(Error("Can't iterate to the next field signer")),
+      RunScheme<ApkSigningBlockV2>(Stage::kParse, Wire().U32(27).U32(24).U32(12).Fill(20)).lines);
 }
 
 // The value of one signer, cut everywhere; then once more with the lengths of the sequence and of
