@@ -25,27 +25,26 @@ TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
   const auto manifest = [](const ByteVector& xml) { return PackageBuilder().Manifest(xml).V3(); };
   const ByteVector inside =
       ManifestXml("org.quillon.test", {Permission("uses-permission", kStorage)});
-  const std::vector<LogLine> verified =
-      Lines(Info("Use APK V3 signature. APK: " + kMemoryPath + "\n"),
-            Info("Found the best signature algorithm ID: 0x201"));
-  const std::vector<LogLine> outside = Lines(Info("HALYX permissions are absent.\n"));
+  const std::string verified = "I Use APK V3 signature. APK: " + kMemoryPath + "\n" +
+                               "I Found the best signature algorithm ID: 0x201~\n";
+  const std::string outside = "I HALYX permissions are absent.\n";
   const struct {
     const char* rule;
     PackageBuilder package;
     bool waive, isApk;
     int scheme;
-    std::vector<LogLine> log;
+    std::string log;
   } kCases[] = {
       {"a plain ZIP", PackageBuilder().Entry("a", {1}).V3(), true, false, 0,
-       Lines(Info("Can't extract Android Manifest: Entry not found\n"))},
+       "I Can't extract Android Manifest: Entry not found\n"},
       {"a JAR manifest that does not parse",
        PackageBuilder().Manifest().Entry("META-INF/MANIFEST.MF", Wire().Text("Name")), true, true,
        0,
-       Lines(Error("Parse manifest: Error: P_KEY: unexpected end of file after key 'Name'\n"),
-             Error("Can't load manifest: size=4\n"))},
+       "E Parse manifest: Error: P_KEY: unexpected end of file after key 'Name'\n"
+       "E Can't load manifest: size=4\n"},
       {"a manifest that is no binary XML", manifest(Wire().Text("<manifest")), true, true, 0,
-       Lines(Error("ParseAndroidManifest failed to init xml parser, error=0x80000001\n"),
-             Error("Can't process Android Manifest.\n"))},
+       "E ParseAndroidManifest failed to init xml parser, error=0x80000001\n"
+       "E Can't process Android Manifest.\n"},
       {"outside", manifest(ManifestXml("org.quillon.test")), false, true, 0, outside},
       {"inside", manifest(inside), false, true, 3, verified},
       {"waived by name", manifest(ManifestXml("com.google.android.webview")), false, true, 3,
@@ -53,8 +52,8 @@ TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
       {"a longer name", manifest(ManifestXml("com.google.android.webview.x")), false, true, 0,
        outside},
       {"nothing that verifies", PackageBuilder().Manifest(), true, true, 1,
-       Lines(Info("Fallback to APK V1 signature. APK: " + kMemoryPath + "\n"),
-             Error("Can't extract manifest: Entry not found\n"))},
+       "I Fallback to APK V1 signature. APK: " + kMemoryPath + "\n" +
+           "E Can't extract manifest: Entry not found\n"},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.rule);
@@ -64,7 +63,7 @@ TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
     EXPECT_EQ(c.log == verified, opened.isGoodApk);
     EXPECT_EQ(c.log != verified, opened.key.empty());
     EXPECT_EQ(c.scheme, opened.scheme);
-    EXPECT_EQ(c.log, opened.lines);
+    EXPECT_EQ(c.log, opened.log);
   }
 }
 
@@ -140,9 +139,10 @@ TEST(Apk, OpensByDescriptorOrPathAndClosesWhatItOpened) {
   const ptrdiff_t descriptors = OpenDescriptors();
   EXPECT_FALSE(Apk(-5).IsGoodZip());
   EXPECT_EQ(-1, Apk("/nowhere/at-all.apk").GetFd());
-  EXPECT_EQ(Lines(Error("Can't initialize Apk: need valid file descriptor or filename\n"),
-                  Error("open('/nowhere/at-all.apk') failed: No such file or directory\n")),
-            log.Take());
+  EXPECT_EQ(
+      "E Can't initialize Apk: need valid file descriptor or filename\n"
+      "E open('/nowhere/at-all.apk') failed: No such file or directory\n",
+      log.Take());
   EXPECT_FALSE(Apk(text.c_str()).IsGoodZip());
   EXPECT_EQ(path, Apk(path.c_str()).GetPath());
   EXPECT_EQ("/data/app/x.apk", Apk(file->GetFd(), "/data/app/x.apk").GetPath());
@@ -166,7 +166,7 @@ TEST(Apk, FallsBackToTheJarSignatureOnlyWithoutASigningBlock) {
   ApkSignatureScheme scheme = ApkSignatureScheme::kNone;
   ByteVector key;
   EXPECT_EQ(2, Apk::VerifyApkSignature(-1, "x.apk", scheme, key));
-  EXPECT_EQ(Lines(Error("Can't map file: x.apk\n")), log.Take());
+  EXPECT_EQ("E Can't map file: x.apk\n", log.Take());
 }
 
 }  // namespace Quill

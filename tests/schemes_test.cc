@@ -11,15 +11,15 @@
 namespace Quill {
 namespace {
 
-using testing::ElementsAre, testing::SizeIs;
+using testing::ElementsAre, testing::EndsWith, testing::SizeIs;
 using Base = ApkSignatureBlockBase;
 using Chain = std::vector<ProofOfRotation>;
 
 const Regions kContent = {{'c', 'o', 'n', 't', 'e', 'n', 't'}};
-const LogLine kBest = Info("Found the best signature algorithm ID: 0x201");
-const LogLine kBadSignedData = Error("Can't parse signed data");
-const LogLine kBadSigner = Error("Can't parse signer data");
-const LogLine kNoSigner = Error("Can't check signer in APK V3 Signature format");
+const std::string kBest = "I Found the best signature algorithm ID: 0x201~\n";
+const std::string kBadSignedData = "E Can't parse signed data~\n";
+const std::string kBadSigner = "E Can't parse signer data~\n";
+const std::string kNoSigner = "E Can't check signer in APK V3 Signature format~\n";
 
 // The first line about a pair with a signer of those fields; none when they are taken.
 template <typename Scheme>
@@ -27,7 +27,7 @@ std::string Refusal(const ByteVector& signedData, const ByteVector& behind) {
   const ByteVector signer = Wire().LengthPrefixed(signedData).Bytes(behind);
   const ByteVector value = Wire().LengthPrefixed(Sequence({signer}));
   const auto lines = RunScheme<Scheme>(Stage::kParse, value).lines;
-  return lines.empty() ? "" : lines.front().text;
+  return lines.empty() ? "" : lines.substr(2, lines.find('~') - 2);
 }
 
 SchemeOutcome VerifyV2(const std::vector<SignerOptions>& signers,
@@ -76,12 +76,12 @@ TEST(SignerItems, AFieldThatDoesNotFitIsNamed) {
       {v3(20, 16), ""},
   };
   for (const auto& [refusal, line] : kCases) EXPECT_EQ(line, refusal);
-  EXPECT_EQ(Lines(Error("No signer in APK V2 Signature format")),
+  EXPECT_EQ("E No signer in APK V2 Signature format~\n",
             RunScheme<ApkSigningBlockV2>(Stage::kParse, ByteVector(4)).lines);
-  EXPECT_EQ(Lines(Error("No signer in APK V3 Signature format")),
+  EXPECT_EQ("E No signer in APK V3 Signature format~\n",
             RunScheme<ApkSigningBlockV3>(Stage::kParse, ByteVector(4)).lines);
   EXPECT_EQ(
-      Lines(Error("Can't iterate to the next field signer")),
+      "E Can't iterate to the next field signer~\n",
       RunScheme<ApkSigningBlockV2>(Stage::kParse, Wire().U32(27).U32(24).U32(12).Fill(20)).lines);
 }
 
@@ -101,8 +101,8 @@ TEST(SignerItems, NoTruncationParses) {
     }
   };
   expectRefusals(RunScheme<ApkSigningBlockV2>, V2Value({options}, kContent),
-                 Lines(kBadSignedData, kBadSigner));
-  expectRefusals(RunScheme<ApkSigningBlockV3>, V3Value({options}, kContent), Lines(kBadSignedData));
+                 kBadSignedData + kBadSigner);
+  expectRefusals(RunScheme<ApkSigningBlockV3>, V3Value({options}, kContent), kBadSignedData);
 }
 
 TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
@@ -129,35 +129,33 @@ TEST(ApkSigningBlockV2, EveryAlgorithmVerifiesWithKeysOfItsKind) {
 
 TEST(ApkSigningBlockV2, ASignerThatIsWrongInOnePlaceIsRefusedThere) {
   const SigningKey& other = TestKey(KeyType::kP256, 1);
-  const LogLine badCertificates = Error("Can't verify certificates");
-  const LogLine badAttributes = Error("Can't verify additional attributes");
-  const LogLine stripped = Error(
-      "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was found. "
-      "Signature stripped?");
+  const std::string badCertificates = "E Can't verify certificates~\n";
+  const std::string badAttributes = "E Can't verify additional attributes~\n";
+  const std::string stripped =
+      "E APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was "
+      "found. Signature stripped?~\n";
   // What is bent, and the lines behind that of the best algorithm; none when it verifies.
-  const std::pair<std::function<void(SignerOptions&)>, std::vector<LogLine>> kCases[] = {
-      {[](auto& o) { o.publicKey.emplace(); }, Lines(Error("Can't initialize verifier object"))},
-      {[&](auto& o) { o.publicKey = other.publicKey; }, Lines(Error("Can't verify signature"))},
+  const std::pair<std::function<void(SignerOptions&)>, std::string> kCases[] = {
+      {[](auto& o) { o.publicKey.emplace(); }, "E Can't initialize verifier object~\n"},
+      {[&](auto& o) { o.publicKey = other.publicKey; }, "E Can't verify signature~\n"},
       {[](auto& o) { o.certificates.emplace(); },
-       Lines(Error("APK doesn't have certificates or public key of signer is empty\n"),
-             badCertificates)},
+       "E APK doesn't have certificates or public key of signer is empty\n" + badCertificates},
       {[](auto& o) { o.certificates = {{{1}}}; },
-       Lines(Error("APK V2 has malformed certificate\n"), Error("Can't parse X509 certificate\n"),
-             badCertificates)},
+       "E APK V2 has malformed certificate\nE Can't parse X509 certificate\n" + badCertificates},
       {[&](auto& o) { o.certificates->insert(o.certificates->begin(), other.certificate); },
-       Lines(Error("Public keys of certificate and signer are mismatched\n"), badCertificates)},
+       "E Public keys of certificate and signer are mismatched\n" + badCertificates},
       {[&](auto& o) { o.certificates->push_back(other.certificate); }, {}},
       {[](auto& o) { o.attributes.emplace_back(Wire().U32(0xbeeff00d).U32(2)); },
-       Lines(stripped, badAttributes)},
+       stripped + badAttributes},
       {[](auto& o) { o.attributes.emplace_back(Wire().U32(0xbeeff00d).U32(3)); }, {}},
       {[](auto& o) {
-         o.attributes = {Wire().U16(0xf00d)}, o.behindAttributes = Wire().U16(0xbeef);
+         o.attributes = {Wire().U16(0xf00d)}, o.behindAttributes = {0xef, 0xbe};
        },
-       Lines(Error("Additional attributes is small: 2"), badAttributes)},
+       "E Additional attributes is small: 2~\n" + badAttributes},
       {[](auto& o) { std::reverse(o.digestAlgorithms->begin(), o.digestAlgorithms->end()); },
-       Lines(Error("Can't compare order signatures and digests"))},
+       "E Can't compare order signatures and digests~\n"},
   };
-  for (auto [bend, lines] : kCases) {
+  for (const auto& [bend, lines] : kCases) {
     SignerOptions options;
     options.signatureAlgorithms = options.digestAlgorithms = {{0x0201, 0x0421}};
     options.certificates = {{options.key->certificate}};
@@ -165,16 +163,15 @@ TEST(ApkSigningBlockV2, ASignerThatIsWrongInOnePlaceIsRefusedThere) {
     bend(options);
     const auto outcome = VerifyV2({options});
     EXPECT_EQ(lines.empty(), outcome.isVerified);
-    lines.insert(lines.begin(), kBest);
-    EXPECT_EQ(lines, outcome.lines);
+    EXPECT_EQ(kBest + lines, outcome.lines);
   }
   SignerOptions unknown;
   unknown.signatureAlgorithms = {{0x0421}};
-  EXPECT_EQ(Lines(Error("Can't find supporting signing algorithm")), VerifyV2({unknown}).lines);
+  EXPECT_EQ("E Can't find supporting signing algorithm~\n", VerifyV2({unknown}).lines);
 }
 
 TEST(ApkSigningBlockV2, ContentMustBeWhatWasSigned) {
-  EXPECT_EQ(Lines(kBest, Error("Can't verify digests of APK")), VerifyV2({{}}, {{'C'}}).lines);
+  EXPECT_EQ(kBest + "E Can't verify digests of APK~\n", VerifyV2({{}}, {{'C'}}).lines);
 }
 
 TEST(ApkSigningBlockV2, EverySignerIsVerifiedAndYieldsItsKeyInOrder) {
@@ -189,19 +186,21 @@ TEST(ApkSigningBlockV2, EverySignerIsVerifiedAndYieldsItsKeyInOrder) {
 }
 
 TEST(ApkSigningBlockV3, ExactlyOneSignerCoversThePlatform) {
-  const auto none = Lines(Error("Not found any signers"), kNoSigner);
-  const auto noSdk = Lines(Error("Can't read property of the current version SDK"),
-                           Error("Can't get version of the current SDK version"), kNoSigner);
+  const auto none = "E Not found any signers~\n" + kNoSigner;
   const struct {
     const char* sdk;
     std::vector<std::pair<uint32_t, uint32_t>> ranges;
-    std::vector<LogLine> lines;
+    std::string lines;
   } kCases[] = {
-      {"30", {{24, 29}, {30, 30}, {31, 50}}, Lines(kBest)},
+      {"30", {{24, 29}, {30, 30}, {31, 50}}, kBest},
       {"30", {{31, 40}, {24, 29}}, none},
-      {"30", {{24, 30}, {30, 40}}, Lines(Error("Don't support multiple signers: 2"), kNoSigner)},
-      {"-1", {{0xffffffff, 0xffffffff}}, Lines(kBest)},
-      {"", {{24, 40}}, noSdk},
+      {"30", {{24, 30}, {30, 40}}, "E Don't support multiple signers: 2~\n" + kNoSigner},
+      {"-1", {{0xffffffff, 0xffffffff}}, kBest},
+      {"",
+       {{24, 40}},
+       "E Can't read property of the current version SDK~\n"
+       "E Can't get version of the current SDK version~\n" +
+           kNoSigner},
   };
   for (const auto& c : kCases) {
     std::vector<SignerOptions> signers;
@@ -214,31 +213,29 @@ TEST(ApkSigningBlockV3, ExactlyOneSignerCoversThePlatform) {
     setenv("QUILLON_SDK", c.sdk, /*overwrite=*/1);
     const auto outcome = VerifyV3(signers);
     unsetenv("QUILLON_SDK");
-    EXPECT_EQ(c.lines == Lines(kBest), outcome.isVerified);
+    EXPECT_EQ(c.lines == kBest, outcome.isVerified);
     EXPECT_EQ(c.lines, outcome.lines);
   }
 }
 
 TEST(ApkSigningBlockV3, ASignerThatIsWrongInOnePlaceIsRefusedThere) {
-  const std::pair<std::function<void(SignerOptions&)>, std::vector<LogLine>> kCases[] = {
+  const std::pair<std::function<void(SignerOptions&)>, std::string> kCases[] = {
       {[](auto& o) { o.minSdk = 50, o.maxSdk = 60, o.signedMaxSdk = 61; },
-       Lines(Error("Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK 50 "
-                   "!= signed data minSDK 50 orsigner maxSDK 60 != signed data maxSDK 61"),
-             kNoSigner)},
-      {[](auto& o) { o.signatureAlgorithms.emplace(); },
-       Lines(Error("No signatures found for APK V3"))},
+       "E Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK 50 "
+       "!= signed data minSDK 50 orsigner maxSDK 60 != signed data maxSDK 61~\n" +
+           kNoSigner},
+      {[](auto& o) { o.signatureAlgorithms.emplace(); }, "E No signatures found for APK V3~\n"},
       {[](auto& o) { o.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP384)}))}; },
-       Lines(kBest,
-             Error("Terminal certificate in Proof-of-rotation record does not match             "
-                   "APK signing certificate"),
-             Error("Can't verify proof of rotation data"))},
-      {[](auto& o) { o.attributes = {Wire().U32(0xbeeff00d).U32(2)}; }, Lines(kBest)},
+       kBest + "E Terminal certificate in Proof-of-rotation record does not match             "
+               "APK signing certificate~\n"
+               "E Can't verify proof of rotation data~\n"},
+      {[](auto& o) { o.attributes = {Wire().U32(0xbeeff00d).U32(2)}; }, kBest},
   };
   for (const auto& [bend, lines] : kCases) {
     SignerOptions options;
     bend(options);
     const auto outcome = VerifyV3({options});
-    EXPECT_EQ(lines == Lines(kBest), outcome.isVerified);
+    EXPECT_EQ(lines == kBest, outcome.isVerified);
     EXPECT_EQ(lines, outcome.lines);
   }
 }
@@ -288,11 +285,11 @@ TEST(ProofOfRotation, ASecondAttributeIsRefusedOnceThereAreLevels) {
   signedData = {};
   signedData.attributes = {{0x3ba06f8c, ByteVector(7)}};
   EXPECT_FALSE(ApkSigningBlockV3::ParseAdditionalAttributes(signedData));
-  EXPECT_EQ(Lines(Error("Can't parse proof of rotation data")), log.Take());
+  EXPECT_EQ("E Can't parse proof of rotation data~\n", log.Take());
   signedData = {};
   signedData.attributes = {oneLevel, {1, {}}, empty};
   EXPECT_FALSE(ApkSigningBlockV3::ParseAdditionalAttributes(signedData));
-  EXPECT_EQ(Lines(Error("There can't be multiple proof of rotation data")), log.Take());
+  EXPECT_EQ("E There can't be multiple proof of rotation data~\n", log.Take());
 }
 
 // Gives a level another certificate, signed by the key of the level before.
@@ -347,8 +344,7 @@ TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
     EXPECT_EQ(c.line.empty(),
               ApkSigningBlockV3::VerifyProofRotation(chain, p384.certificate, keys));
     EXPECT_EQ(c.keyCount, keys.size());
-    const auto lines = log.Take();
-    EXPECT_EQ(c.line, lines.empty() ? "" : lines.back().text);
+    EXPECT_THAT(log.Take(), EndsWith(c.line.empty() ? "" : "E " + c.line + "~\n"));
   }
 }
 

@@ -47,15 +47,9 @@ std::string Replaced(std::string text, const std::string& what, const std::strin
   return text;
 }
 
-// What the log holds, one line after the other. "~" stands where a line does not end in a line
-// feed, "PATH" for the path of a file in memory.
+// The log, with "PATH" for the path of a file in memory.
 std::string Text(LogCapture& log) {
-  std::string text;
-  for (const LogLine& line : log.Take()) {
-    text += (line.priority == Error("").priority ? "E " : "I ") + line.text;
-    if (text.back() != '\n') text += "~\n";
-  }
-  return Replaced(std::move(text), "/memfd:quillon-test (deleted)", "PATH");
+  return Replaced(log.Take(), "/memfd:quillon-test (deleted)", "PATH");
 }
 
 // The lines with every "@" replaced by the descriptor.

@@ -15,7 +15,7 @@ struct SchemeOutcome {
   bool isParsed = false;
   bool isVerified = false;
   std::vector<ByteVector> publicKeys;
-  std::vector<LogLine> lines;
+  std::string lines;
 };
 
 enum class Stage { kParse, kVerify };
