@@ -37,16 +37,9 @@ TEST_F(Tool, NamesTheStepThatRefusedAPackage) {
       {Package().Build(),
        "v1, org.quillon.test, neither a usable APK signing block nor a manifest (Can't extract "
        "manifest: Entry not found)"},
-      {Package().Entry("META-INF/MANIFEST.MF", {}).Build(),
-       "v1, org.quillon.test, neither a usable APK signing block nor a signature file"},
       {JarSigned([](auto& jar) { jar.apkSigned = "2"; }),
        "v1, org.quillon.test, signature file names an APK signing block that is missing (This APK "
        "was supposed to be signed with APK Signature Scheme v2, but no such signature was found.)"},
-      {JarSigned([](auto& jar) { jar.signatureDigest = EVP_sha512(); }),
-       "v1, org.quillon.test, signature block did not verify (Unknown hashing algorithm)"},
-      {JarSigned([](auto& jar) { jar.certificates = {&TestKey(KeyType::kRsa2048, 1)}; }),
-       "v1, org.quillon.test, signature file does not match its signature block "
-       "(file not verified: META-INF/CERT.SF(ret=0))"},
       {JarSigned([](auto& jar) { jar.editSignatureFile = [](auto& sf) { sf[60] ^= 1; }; }),
        "v1, org.quillon.test, manifest does not match the signature file (Can't validate "
        "manifest.)"},
@@ -119,14 +112,12 @@ TEST_F(Tool, WritesAJsonObjectPerFile) {
 TEST_F(Tool, ShowsNothingRawThatSteersATerminal) {
   EXPECT_EQ(
       "! quillon: \\x09\\x1b[31m\\x7f\\|\\u{85}\\u{9f}\u00a0|\u2029\\u{202a}\\u{202e}\u202f|"
-      "\u2065\\u{2066}\\u{2069}\u206a|\ud7ff\U0010ffff: No such file or directory\n"
-      "! quillon: \\x80\\xe2\\x80|\\xc1\\xbf|\\xe0\\x9f\\xbf|\\xed\\xa0\\x80|\\xf4\\x90\\x80\\x80|"
-      "\\xff\\xc2: No such file or directory\n"
-      "exit 3\n",
+      "\u2065\\u{2066}\\u{2069}\u206a|\\xe2\\x80|\\xc1\\xbf|\\xe0\\x9f\\xbf|\\xed\\xa0\\x80|"
+      "\\xf4\\x90\\x80\\x80|\\xff\\xc2: No such file or directory\nexit 3\n",
       Run("quillon verify '\t\x1b[31m\x7f\\|\u0085\u009f\u00a0|\u2029\u202a\u202e\u202f|"
-          "\u2065\u2066\u2069\u206a|\ud7ff\U0010ffff' "
-          // Incomplete, overlong, and beyond what UTF-8 encodes.
-          "'\x80\xe2\x80|\xc1\xbf|\xe0\x9f\xbf|\xed\xa0\x80|\xf4\x90\x80\x80|\xff\xc2'"));
+          // The latter are incomplete, overlong, and beyond what UTF-8 encodes.
+          "\u2065\u2066\u2069\u206a|\xe2\x80|\xc1\xbf|\xe0\x9f\xbf|\xed\xa0\x80|"
+          "\xf4\x90\x80\x80|\xff\xc2'"));
 }
 
 TEST_F(Tool, KeepsFilesInOrderAndTheirLogLinesApart) {

@@ -1,9 +1,8 @@
 #include <gtest/gtest.h>
+#include <openssl/digest.h>
 
 #include "crypto/hash.h"
 #include "crypto/verifier.h"
-#include "crypto/x509_certificate.h"
-#include "tests/support/log_capture.h"
 #include "tests/support/signing_key.h"
 
 namespace Quill {
@@ -52,21 +51,6 @@ TEST(Verifier, TakesAWholeKeyOfItsKindAndOneSignature) {
     ASSERT_TRUE(init(key.publicKey));
     EXPECT_FALSE(verifier->Verify({'D', 'a', 't', 'a'}, signature));
   }
-}
-
-TEST(X509Certificate, KeyComesFromTheLastCertificateParsed) {
-  const SigningKey& key = TestKey(KeyType::kP384);
-  LogCapture log;
-  X509Certificate certificate;
-  ByteVector publicKey;
-  EXPECT_FALSE(certificate.GetPublicKey(publicKey));
-  EXPECT_TRUE(certificate.Parse(key.certificate));
-  EXPECT_FALSE(certificate.Parse({}));
-  EXPECT_TRUE(certificate.GetPublicKey(publicKey)) << "no data, so the one before stays";
-  EXPECT_EQ(key.publicKey, publicKey);
-  EXPECT_EQ(Lines(Error("X509 certificate is not initialized\n"),
-                  Error("Input data of certificate is empty\n")),
-            log.Take());
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <chrono>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -47,7 +46,7 @@ class Tarn : public testing::Test {
   ~Tarn() override {
     TarnExLabelFree(label_);
     EXPECT_EQ(descriptors_, OpenDescriptors());
-    EXPECT_EQ(Lines(), log_.Take());
+    EXPECT_EQ("", log_.Take());
   }
 
   Fd file_ = MemoryFile({'f', 'i', 'l', 'e'});
@@ -86,20 +85,22 @@ TEST_F(Tarn, LabelsAreCheckedAndLaidOut) {
                 Wire().U16(0xFFFF).U8(2).U16(0).U8(4).Fill(32, 0xAA).Fill(32).U16(5).Text("extra")),
             BytesOf(label, 77));
   TarnExLabelFree(label);
-  const struct {
-    uint32_t algorithm;
-    uint16_t hashLength;
-    uint32_t code;
-  } kCases[] = {{2, 1, 0},  {4, 64, 0}, {6, 20, 0},  {0, 20, 1},   {1, 20, 1}, {3, 20, 1},
-                {5, 20, 1}, {7, 20, 1}, {34, 20, 1}, {~0u, 20, 1}, {2, 0, 1},  {2, 65, 1}};
+  const std::pair<uint32_t, uint32_t> kCases[] = {// algorithm, length of the hash
+                                                  {2, 1},   {4, 64}, {6, 20}, {0, 20},
+                                                  {1, 20},  {3, 20}, {5, 20}, {7, 20},
+                                                  {34, 20}, {2, 0},  {2, 65}};
   for (const auto& c : kCases) {
     label = nullptr;
-    EXPECT_EQ(c.code, TarnExLabelAlloc(c.algorithm, hash.data(), c.hashLength, nullptr, 0, &label));
+    EXPECT_EQ(
+        &c - kCases < 3 ? 0u : 1u,
+        TarnExLabelAlloc(c.first, hash.data(), static_cast<uint16_t>(c.second), nullptr, 0, &label))
+        << &c - kCases;
     TarnExLabelFree(label);
   }
   EXPECT_EQ(1u, TarnExLabelAlloc(2, nullptr, 20, nullptr, 0, &label));
   EXPECT_EQ(1u, TarnExLabelAlloc(2, hash.data(), 20, nullptr, 1, &label));
   EXPECT_EQ(1u, TarnExLabelAlloc(2, hash.data(), 20, nullptr, 0, nullptr));
+  EXPECT_EQ(1u, TarnSignFd(fd_, nullptr));
 }
 
 const struct FileCall {
@@ -197,16 +198,6 @@ TEST_F(TarnFile, EveryCallTellsWhatRefusedIt) {
     }
     EXPECT_EQ(c.codes, codes) << c.name;
   }
-  Simulation simulation(readOnly);
-  EXPECT_EQ(1u, TarnSignFd(fd_, nullptr));
-  EXPECT_EQ(4u, TarnSignFd(fd_, label_));
-  EXPECT_TRUE(simulation.TakeJournal().empty());
-}
-
-TEST_F(TarnFile, ADeviceThatCannotBeOpenedLeavesItsErrno) {
-  const Simulation simulation(On(kDevice, {{Call::kOpen, 0, EACCES}}));
-  EXPECT_EQ(TARN_CANNOT_OPEN, TarnCloseFd(fd_));
-  EXPECT_EQ(EACCES, errno);
 }
 
 TEST_F(TarnTask, IntegrityIsReadAndWaitedFor) {
@@ -231,60 +222,53 @@ TEST_F(TarnTask, IntegrityIsReadAndWaitedFor) {
       SCOPED_TRACE(&c - kCases);
       Simulation simulation(On(interface, {{Call::kReadIntegrity, 9, EIO}}, c.values));
       uint32_t value = kUntouched;
-      const auto start = std::chrono::steady_clock::now();
       EXPECT_EQ(interface == kDevice ? c.deviceCode : c.legacyCode,
                 TarnTaskReadIntegrity(c.pid, c.wait, &value));
-      const auto took = std::chrono::steady_clock::now() - start;
       EXPECT_EQ(c.value, value);
       EXPECT_EQ(c.readings, simulation.TakeJournal().size());
-      EXPECT_GE(took, std::chrono::milliseconds(10) * (c.readings > 1 ? c.readings - 1 : 0));
       EXPECT_EQ(1u, TarnTaskReadIntegrity(0, 1, nullptr));
     }
   }
 }
 
 TEST_F(TarnTask, LabelIsReadFromTheDevice) {
-  for (const uint16_t length : {uint16_t{256}, uint16_t{257}}) {  // the latter is too much
-    KernelSetup setup;
-    setup.taskLabel = Wire().U16(length).Fill(256, 0x5A);
+  KernelSetup setup;
+  setup.taskLabel = Wire().U16(256).Fill(256, 0x5A);
+  TarnLabel* label = nullptr;
+  {
     Simulation simulation(setup);
-    TarnLabel* label = nullptr;
-    EXPECT_EQ(length == 256 ? 0u : 0x10000u, TarnTaskGetIntegrityLabel(0, &label));
-    EXPECT_EQ(1u, TarnTaskGetIntegrityLabel(-1, &label));
-    if (length != 256) continue;
+    EXPECT_EQ(0u, TarnTaskGetIntegrityLabel(0, &label));
     EXPECT_EQ(setup.taskLabel, BytesOf(label, 258));
     const auto address = reinterpret_cast<uintptr_t>(label);
     const Request request = simulation.TakeJournal().at(0);
     EXPECT_EQ(0xC0266602, request.command);
     EXPECT_EQ(ByteVector(TaskRecord().U64(address).U32(258).Fill(10)), request.record);
     TarnLabelFree(label);
+    EXPECT_EQ(1u, TarnTaskGetIntegrityLabel(-1, &label));
   }
+  setup.taskLabel->at(0) = 1;  // a byte more than there is room for
+  const Simulation simulation(setup);
+  EXPECT_EQ(0x10000u, TarnTaskGetIntegrityLabel(0, &label));
 }
 
 TEST_F(TarnTask, LegacyFilesAreNumbersInText) {
   const std::string digits(600, 'a');
-  const struct {
-    std::string text;
-    uint32_t code;
-    ByteVector label;
-  } kLabels[] = {
-      {"5\nCAfe1\n", 0, {2, 0, 0xCA, 0xFE}},
-      {"1\nc", 0, {0, 0}},
-      {"-1\n", 0, {}},
-      {"513 " + digits, 0, Wire().U16(256).Fill(256, 0xAA)},
-      {"514 " + digits, 0x10000, {}},
-      {"4 caxx", 0x10000, {}},
-      {"cafe", 1, {}},
+  const std::pair<std::string, std::pair<uint32_t, ByteVector>> kLabels[] = {
+      {"5\nCAfe1\n", {0, {2, 0, 0xCA, 0xFE}}},
+      {"-1\n", {0, {}}},
+      {"513 " + digits, {0, Wire().U16(256).Fill(256, 0xAA)}},
+      {"514 " + digits, {0x10000, {}}},
+      {"4 caxx", {0x10000, {}}},
+      {"cafe", {1, {}}},
   };
-  for (const auto& c : kLabels) {
-    SCOPED_TRACE(c.text);
+  for (const auto& [text, result] : kLabels) {
     KernelSetup setup = On(kLegacy);
-    setup.labelText = c.text;
+    setup.labelText = text;
     setup.valueText = "x";
     const Simulation simulation(setup);
     TarnLabel* label = nullptr;
-    EXPECT_EQ(c.code, TarnTaskGetIntegrityLabel(0, &label));
-    EXPECT_EQ(c.label, BytesOf(label, c.label.size()));
+    EXPECT_EQ(result.first, TarnTaskGetIntegrityLabel(0, &label)) << text;
+    EXPECT_EQ(result.second, BytesOf(label, result.second.size())) << text;
     TarnLabelFree(label);
     EXPECT_EQ(0x10000u, TarnTaskGetIntegrityLabel(-1, &label));
     uint32_t value;
@@ -293,26 +277,17 @@ TEST_F(TarnTask, LegacyFilesAreNumbersInText) {
 }
 
 TEST_F(TarnTask, ResetFileIsPassedOn) {
-  const std::string kLongest(4095, 'p');
-  const struct {
-    std::string path;
-    uint16_t length;
-    std::string copied;
-  } kReplies[] = {{kLongest, 4096, kLongest},
-                  {"/data/x", 5, "/dat"},
-                  {"/data/x", 4096, "/data/x"},
-                  {"/data/x", 0, ""}};
-  for (const auto& c : kReplies) {
-    SCOPED_TRACE(c.length);
+  const std::string longest(4095, 'p');
+  const std::pair<uint16_t, std::string> kReplies[] = {{4096, longest}, {5, "pppp"}, {0, ""}};
+  for (const auto& [length, copied] : kReplies) {
     KernelSetup setup;
-    setup.resetFile = {0x1122334455667788, 0x99AABBCC, c.path, c.length};
+    setup.resetFile = {0x1122334455667788, 0x99AABBCC, longest, length};
     Simulation simulation(setup);
     TarnResetFile* record = nullptr;
     EXPECT_EQ(0u, TarnGetResetFile(0, &record));
-    ByteVector expected =
-        Wire().U64(0x1122334455667788).U32(0x99AABBCC).U16(c.length).Text(c.copied);
+    ByteVector expected = Wire().U64(0x1122334455667788).U32(0x99AABBCC).U16(length).Text(copied);
     expected.resize(4110);
-    EXPECT_EQ(expected, BytesOf(record, 4110));
+    EXPECT_EQ(expected, BytesOf(record, 4110)) << length;
     Request request = simulation.TakeJournal().at(0);
     EXPECT_EQ(0xC0266603, request.command);
     Put(request.record, 28, ByteVector(8));  // the buffer's address

@@ -1,21 +1,16 @@
 #include "tests/support/jar_signature.h"
 
-#include <openssl/base64.h>
 #include <openssl/evp.h>
 #include <openssl/nid.h>
 #include <openssl/obj.h>
+
+#include "util/base64.h"
 
 namespace Quill {
 namespace {
 
 constexpr uint8_t kInteger = 0x02, kOctetString = 0x04, kSequence = 0x30, kSet = 0x31,
                   kContext0 = 0xa0;
-
-std::string Base64(const ByteVector& bytes) {
-  ByteVector text(2 * bytes.size() + 4);
-  const size_t length = EVP_EncodeBlock(text.data(), bytes.data(), bytes.size());
-  return {text.begin(), text.begin() + static_cast<ptrdiff_t>(length)};
-}
 
 // One DER element around others.
 ByteVector Der(uint8_t tag, const std::vector<ByteVector>& elements) {
@@ -59,7 +54,7 @@ ByteVector Pkcs7(const JarOptions& options, const ByteVector& signatureFile) {
 std::vector<ZipFile> SignJar(const std::vector<ZipFile>& entries, const JarOptions& options) {
   const EVP_MD* md = options.digestName == "SHA1" ? EVP_sha1() : EVP_sha256();
   const auto digestLine = [&](const std::string& suffix, const ByteVector& data) {
-    return options.digestName + suffix + ": " + Base64(DigestOf(md, data)) + "\r\n";
+    return options.digestName + suffix + ": " + Base64Encode(DigestOf(md, data)) + "\r\n";
   };
   std::string manifest = "Manifest-Version: 1.0\r\n\r\n";
   for (const ZipFile& entry : entries) {

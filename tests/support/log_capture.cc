@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "util/log.h"
 
@@ -9,13 +10,14 @@ namespace Quill {
 namespace {
 
 std::mutex mutex;
-std::vector<LogLine> kept;
+std::string kept;
 
 template <typename Record, typename... Text>
 void Keep(const Record* record, Text... beside) {
   if (record->tag == nullptr || std::string_view(record->tag) != "Quillon") return;
   const std::lock_guard<std::mutex> lock(mutex);
-  kept.push_back({record->priority, LogText(*record, beside...)});
+  kept.append({"??VDIWEF"[record->priority], ' '}).append(LogText(*record, beside...));
+  if (kept.back() != '\n') kept += "~\n";
 }
 
 }  // namespace
@@ -27,7 +29,7 @@ LogCapture::LogCapture() {
 
 LogCapture::~LogCapture() { __android_log_set_logger(__android_log_stderr_logger); }
 
-std::vector<LogLine> LogCapture::Take() {
+std::string LogCapture::Take() {
   const std::lock_guard<std::mutex> lock(mutex);
   return std::exchange(kept, {});
 }

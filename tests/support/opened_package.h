@@ -19,7 +19,7 @@ inline const std::string kMemoryPath = "/memfd:quillon-test (deleted)";
 struct OpenedPackage {
   explicit OpenedPackage(const ByteVector& bytes, bool ignoreHalyxFilter = true) {
     const Fd file = MemoryFile(bytes);
-    LogCapture log;
+    LogCapture capture;
     Apk apk(file.GetFd(), ignoreHalyxFilter);
     isGoodZip = apk.IsGoodZip();
     isApk = apk.IsApk();
@@ -28,26 +28,25 @@ struct OpenedPackage {
     scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
     packageName = apk.GetPackageName();
     key = apk.GetManufacturerKey();
-    lines = log.Take();
+    log = capture.Take();
   }
 
   bool isGoodZip, isApk, isGoodApk, isHalyx;
   int scheme;  // 0: none was verified
   std::string packageName;
   ByteVector key;
-  std::vector<LogLine> lines;
+  std::string log;
 
   auto Facts() const {
-    return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, lines);
+    return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, log);
   }
   bool operator==(const OpenedPackage& other) const { return Facts() == other.Facts(); }
 };
 
 inline std::ostream& operator<<(std::ostream& out, const OpenedPackage& package) {
-  out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
-      << Hex(package.key);
-  for (const LogLine& line : package.lines) out << "\n" << line;
-  return out;
+  return out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
+             << Hex(package.key) << "\n"
+             << package.log;
 }
 
 }  // namespace Quill

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <gtest/gtest.h>
-
 #include <utility>
 #include <vector>
 
@@ -17,13 +15,7 @@ struct SchemeOutcome {
   bool isParsed = false;
   bool isVerified = false;
   std::vector<ByteVector> publicKeys;
-  std::vector<LogLine> lines;
-
-  std::vector<size_t> KeyLengths() const {
-    std::vector<size_t> lengths;
-    for (const ByteVector& key : publicKeys) lengths.push_back(key.size());
-    return lengths;
-  }
+  std::string lines;
 };
 
 enum class Stage { kParse, kVerify };
@@ -42,23 +34,6 @@ SchemeOutcome RunScheme(Stage last, const ByteVector& value, const Regions& regi
   scheme.GetPublicKeys(outcome.publicKeys);
   outcome.lines = log.Take();
   return outcome;
-}
-
-// Cuts the value of one signer everywhere, and expects the lines of a signer that runs past the
-// value; then once more with the lengths of the sequence and of the signer made to fit.
-template <typename Scheme>
-void ExpectNoTruncationParses(const ByteVector& value, const std::vector<LogLine>& lines) {
-  ASSERT_TRUE(RunScheme<Scheme>(Stage::kParse, value).isParsed);
-  for (size_t length = 0; length < value.size(); ++length) {
-    SCOPED_TRACE(length);
-    ByteVector cut(value.data(), value.data() + length);
-    const SchemeOutcome outcome = RunScheme<Scheme>(Stage::kParse, cut);
-    EXPECT_FALSE(outcome.isParsed);
-    EXPECT_EQ(lines, outcome.lines);
-    if (length < 8) continue;
-    Put(cut, 0, Wire().U32(length - 4).U32(length - 8));
-    EXPECT_FALSE(RunScheme<Scheme>(Stage::kParse, cut).isParsed);
-  }
 }
 
 }  // namespace Quill
