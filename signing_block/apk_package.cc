@@ -55,7 +55,7 @@ const EocdRecord* ApkPackage::FindEocdRecord() const {
 
   // Deliberate: the whole file is searched, not just the longest comment, and the comment length is
   // not looked at.
-  // Byte by byte: how often a single byte of the signature stands in the file is its author's choice.
+  // Byte by byte: its author chooses how often one byte of the signature stands in the file.
   for (uint64_t offset = fileSize - kRecordSize; offset >= kLeastOffset; --offset) {
     const auto* record = reinterpret_cast<const EocdRecord*>(mapping_->Data() + offset);
     if (CopyRecord<EocdRecord>(record).signature == EocdRecord::kSignature) return record;

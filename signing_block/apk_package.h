@@ -63,8 +63,8 @@ class ApkPackage {
       const std::vector<const ApkSignatureBlock*>& pairs);
   // A verifier for the pair's scheme; null, with one error line, when `pair` is null or of no known
   // scheme, or null without a line when it cannot be allocated.
-  std::unique_ptr<ApkSignatureBlockBase> CreateApkSignatureBlock(
-      const ApkSignatureBlock* pair, std::vector<RawData> chunks);
+  std::unique_ptr<ApkSignatureBlockBase> CreateApkSignatureBlock(const ApkSignatureBlock* pair,
+                                                                 std::vector<RawData> chunks);
 
  private:
   // A private copy of the chosen pair, whose lengths are read more than once: the file may be

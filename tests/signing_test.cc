@@ -185,7 +185,7 @@ TEST_F(Workflows, ProvisioningLogsEachFateWholeAndInOrder) {
     Simulation simulation(setup);
     LogCapture log;
     const auto signing = [&](int fd, const std::string& failure) {
-      const std::string lines =
+      std::string lines =
           For(fd, "I TarnSign starts: zip_fd = 100, fd = @.\n" + c.archive.kind + c.signing);
       if (c.error.empty()) return lines;
       return lines + "E TARN can't sign a file: apk_fd=100, " + failure + ", error: " + c.error +
