@@ -1,9 +1,8 @@
 #include "signing_block/process_hashes.h"
 
 #include <algorithm>
-#include <functional>
+#include <exception>
 #include <thread>
-#include <utility>
 
 namespace Quill {
 namespace {
@@ -25,24 +24,41 @@ void TouchPages(const RawData& chunk) {
   }
 }
 
-// Threads that are joined, in the order of their start, whichever way the scope is left.
+// Threads that are joined, in the order of their start, whichever way the scope is left. What one
+// of them throws is kept for the thread that joins.
 class JoinedThreads {
  public:
-  JoinedThreads() = default;
+  // Room for `count` threads, so that Start never fails with a thread running and no place for it.
+  explicit JoinedThreads(size_t count) : errors_(count) { threads_.reserve(count); }
   JoinedThreads(const JoinedThreads&) = delete;
   JoinedThreads& operator=(const JoinedThreads&) = delete;
-  ~JoinedThreads() {
-    for (std::thread& thread : threads_) thread.join();
-  }
+  ~JoinedThreads() { JoinAll(); }
 
-  // Room for `count` threads, so that Start never fails with a thread running and no place for it.
-  void Reserve(size_t count) { threads_.reserve(count); }
-  template <typename... Args>
-  void Start(Args&&... args) {
-    threads_.emplace_back(std::forward<Args>(args)...);
+  template <typename Work>
+  void Start(Work work) {
+    threads_.emplace_back([work, &error = errors_[threads_.size()]] {
+      try {
+        work();
+      } catch (...) {
+        error = std::current_exception();
+      }
+    });
+  }
+  // Joins all, then throws what the first of those that failed has thrown.
+  void Join() {
+    JoinAll();
+    for (const std::exception_ptr& error : errors_) {
+      if (error) std::rethrow_exception(error);
+    }
   }
 
  private:
+  void JoinAll() {
+    for (std::thread& thread : threads_) thread.join();
+    threads_.clear();
+  }
+
+  std::vector<std::exception_ptr> errors_;
   std::vector<std::thread> threads_;
 };
 
@@ -64,8 +80,7 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
   std::vector<std::unique_ptr<Hash>> hashes(workerCount);
   std::vector<Digests> digestLists(workerCount);
   {
-    JoinedThreads workers;
-    workers.Reserve(workerCount);
+    JoinedThreads workers(workerCount);
     for (size_t i = 0; i < workerCount; ++i) {
       const auto first = chunks_.begin() + static_cast<ptrdiff_t>(i * chunksPerWorker);
       const bool last = i + 1 == workerCount;
@@ -74,17 +89,19 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
       digestLists[i].reserve(static_cast<size_t>(end - first));
       hashes[i] = hash->Clone();
       if (!hashes[i]) return false;
-      workers.Start(DoCalcChunkHashes, std::cref(workerCount > 1 ? chunkLists[i] : chunks_),
-                    std::ref(hashes[i]), std::ref(digestLists[i]));
+      workers.Start([&chunks = workerCount > 1 ? chunkLists[i] : chunks_, &clone = hashes[i],
+                     &digests = digestLists[i]] { DoCalcChunkHashes(chunks, clone, digests); });
     }
     // The caller would wait, with a hardware thread left to it. It takes page faults upon itself,
     // ahead of the workers; the few chunks left over are not worth it.
     for (size_t chunk = 0; chunk < chunksPerWorker; ++chunk) {
       for (size_t i = 0; i < workerCount; ++i) TouchPages(chunks_[i * chunksPerWorker + chunk]);
     }
+    workers.Join();
   }
-  JoinedThreads final;
-  final.Start(DoCalcTopHash, std::ref(hash), std::cref(digestLists), std::ref(topDigest_));
+  JoinedThreads final(1);
+  final.Start([&] { DoCalcTopHash(hash, digestLists, topDigest_); });
+  final.Join();
   return true;
 }
 

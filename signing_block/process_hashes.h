@@ -28,9 +28,9 @@ class ProcessHashes {
 
   // Computes the top digest. `hash` names the algorithm: each worker digests with a clone of it,
   // the top digest is made with `hash` itself. Returns false when there are no chunks or a clone
-  // cannot be allocated. Throws std::system_error when a thread cannot be started. No thread
-  // outlives the call, whichever way it ends. The calling thread has the kernel map the chunks'
-  // pages meanwhile.
+  // cannot be allocated. Throws std::system_error when a thread cannot be started, and
+  // std::bad_alloc when memory runs out here or on one of the threads. No thread outlives the call,
+  // whichever way it ends. The calling thread has the kernel map the chunks' pages meanwhile.
   virtual bool Run(std::unique_ptr<Hash>& hash);
 
   // The result of the last successful Run, else empty.

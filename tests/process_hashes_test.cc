@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <new>
 #include <system_error>
 
 #include "tests/support/signers.h"
@@ -53,6 +54,41 @@ TEST(ProcessHashes, EveryNumberOfWorkersGivesTheDigestOfOne) {
           << count << ", " << workers;
     }
   }
+}
+
+// Has no memory for a digest, from the given one on.
+class ShortHash : public HashSHA256 {
+ public:
+  explicit ShortHash(int digests) : digests_(digests) {}
+  std::unique_ptr<Hash> Clone() override {
+    return std::make_unique<ShortHash>(clones_++ == worker ? digests_ : 1000);
+  }
+  std::vector<uint8_t> Final() override {
+    if (digests_-- == 0) throw std::bad_alloc();
+    return HashSHA256::Final();
+  }
+  int worker = -1;
+
+ private:
+  int digests_;
+  int clones_ = 0;
+};
+
+TEST(ProcessHashes, MemoryThatRunsOutOnAThreadIsTheCallersError) {
+  const Regions regions(9);
+  hardwareThreads = 4;
+  const std::vector<RawData> chunks = Chunks(regions);
+  ProcessHashes engine(chunks);
+  for (int worker = -1; worker < 3; ++worker) {  // -1: the top digest's thread
+    for (int digests = 0; digests < (worker == -1 ? 1 : 3); ++digests) {
+      auto shortHash = std::make_unique<ShortHash>(digests);
+      shortHash->worker = worker;
+      std::unique_ptr<Hash> hash = std::move(shortHash);
+      EXPECT_THROW(engine.Run(hash), std::bad_alloc) << worker << ", " << digests;
+      EXPECT_TRUE(engine.TopDigest().empty());
+    }
+  }
+  hardwareThreads = 0;
 }
 
 #ifdef __GLIBC__
