@@ -4,15 +4,18 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
 #include "apk/apk.h"
 #include "util/log.h"
+#include "util/nothrow.h"
 
 namespace Quill {
 namespace {
 
+using android::ResStringPool;
 using android::ResXMLParser;
 using android::ResXMLTree;
 using android::String8;
@@ -57,20 +60,41 @@ bool IsHalyxMetaData(const String8& value) {
   return value == "SS_META" || value == "HALYX_PROTECTED";
 }
 
+// A text by its fetch, which answers null for one that is not well formed and for one that the
+// parser has no memory to convert from UTF-8. Throws in the second case.
+template <typename Fetch>
+const char16_t* FetchText(const ResXMLTree& tree, const Fetch& fetch) {
+  const char16_t* text = fetch();
+  const ResStringPool& pool = tree.getStrings();
+  if (text != nullptr || !pool.isUTF8()) return text;
+  // The parser's table of texts and the text itself.
+  RequireMemory(pool.size() * sizeof text + pool.bytes() * sizeof *text);
+  return fetch();
+}
+
+// The text as UTF-8.
+String8 ToString(const char16_t* text, size_t length) {
+  String8 string(text, length);
+  if (string.length() == 0 && length != 0) throw std::bad_alloc();  // it stays empty
+  return string;
+}
+
 // The current element's first attribute of that local name with a string value; empty when there is
 // none or the budget is spent. Deliberate: its namespace is not looked at.
 String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
   for (size_t i = 0; i < tree.getAttributeCount() && !budget.IsSpent(); ++i) {
     size_t length = 0;
-    const char16_t* attributeName = tree.getAttributeName(i, &length);
+    const char16_t* attributeName =
+        FetchText(tree, [&] { return tree.getAttributeName(i, &length); });
     budget.Spend(attributeName, length);
     if (!Equals(attributeName, length, name)) continue;
     android::Res_value value;
     if (tree.getAttributeValue(i, &value) < 0) continue;
     if (value.dataType != android::Res_value::TYPE_STRING) continue;
-    const char16_t* text = tree.getAttributeStringValue(i, &length);
+    const char16_t* text =
+        FetchText(tree, [&] { return tree.getAttributeStringValue(i, &length); });
     budget.Spend(text, length);
-    if (text != nullptr) return String8(text, length);
+    if (text != nullptr) return ToString(text, length);
   }
   return String8();
 }
@@ -97,7 +121,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
        event = tree.next()) {
     if (event != ResXMLParser::START_TAG) continue;
     size_t length = 0;
-    const char16_t* element = tree.getElementName(&length);
+    const char16_t* element = FetchText(tree, [&] { return tree.getElementName(&length); });
     budget.Spend(element, length);
     if (Equals(element, length, "manifest")) {
       if (packageName.length() == 0) packageName = getStrAttr(tree, "package", budget);

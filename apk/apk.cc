@@ -85,9 +85,14 @@ bool Apk::OpenArchive(const char* path) {
     }
     ownsFd = true;
   }
-  path_ = path != nullptr ? path : GetFilenameByFd(fd_);
-
-  const int32_t result = OpenArchiveFd(fd_, path_.c_str(), &archive_, ownsFd);
+  int32_t result = 0;
+  try {
+    path_ = path != nullptr ? path : GetFilenameByFd(fd_);
+    result = OpenArchiveFd(fd_, path_.c_str(), &archive_, ownsFd);
+  } catch (...) {
+    if (ownsFd && archive_ == nullptr) close(fd_);  // the archive would do it
+    throw;
+  }
   if (result != 0) {
     QUILL_LOGE("OpenArchiveFd(%d) [file: %s] returned: %d: %s\n", fd_,
                GetUnifyFilenameByPath(path_).c_str(), result, ErrorCodeString(result));

@@ -2,12 +2,18 @@
 
 #include "apk/apk.h"
 #include "util/file.h"
+#include "util/nothrow.h"
 
 namespace Quill {
 namespace {
 
-// libziparchive's code for lengths that contradict each other; its public header names no codes.
+// libziparchive's codes for a stream that cannot be inflated and for lengths that contradict each
+// other; its public header names none.
+constexpr int32_t kZlibError = -2;
 constexpr int32_t kInconsistentInformation = -9;
+
+// More than zlib takes to inflate a stream.
+constexpr size_t kInflateMemory = 64 << 10;
 
 // Deflate makes at most 258 bytes of 2 bits. An entry that declares more cannot be extracted, so no
 // memory is set aside for it. (A stored entry is found only if its length fits the file.)
@@ -30,7 +36,12 @@ int32_t Apk::FindEntry(std::string_view name, ZipEntry* entry) {
 int32_t Apk::Extract(ZipEntry* entry, std::vector<uint8_t>& out) {
   if (DeclaresTooMuch(*entry)) return kInconsistentInformation;
   out.resize(entry->uncompressed_length);
-  return ExtractToMemory(archive_, entry, out.data(), entry->uncompressed_length);
+  const auto length = entry->uncompressed_length;
+  const int32_t result = ExtractToMemory(archive_, entry, out.data(), length);
+  if (result != kZlibError) return result;
+  // It may be memory that was short. A package whose manifest is damaged counts as a plain JAR.
+  RequireMemory(kInflateMemory);
+  return ExtractToMemory(archive_, entry, out.data(), length);
 }
 
 int32_t Apk::Extract(ZipEntry* entry, std::string& out) {

@@ -122,6 +122,11 @@ set(QUILLON_TEST_SOURCES
   tests/vtable_test.cc
 )
 
+# Fails allocations, with a malloc of its own.
+set(QUILLON_MEMORY_TEST_SOURCES
+  tests/out_of_memory_test.cc
+)
+
 set(QUILLON_BENCHMARK_SOURCES
   benchmarks/big_package.cc
   benchmarks/digest_benchmark.cc

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <string_view>
 
@@ -217,13 +218,13 @@ uint32_t TarnSignJni(Apk& apk, int fd, const char* /*unused*/) {
   const std::string folder = apk.GetPath().substr(0, apk.GetPath().rfind('/') + 1);
   void* cookie = nullptr;
   apk.StartIteration(&cookie, "lib/", ".so");
+  const std::unique_ptr<void, void (*)(void*)> iteration(cookie, EndIteration);
   ZipEntry entry;
   std::string entryName;
   while (apk.Next(cookie, &entry, entryName) == 0) {
     const std::string library = InstalledLibrary(entryName);
     if (!library.empty()) SignLibrary(apk, folder + library);
   }
-  apk.EndIteration(cookie);
   QUILL_LOGI("TarnSignJni finished: %u.\n", TARN_OK);
   return TARN_OK;
 }

@@ -11,6 +11,8 @@
 #include <openssl/x509.h>
 #include <ziparchive/zip_archive.h>
 
+#include <memory>
+#include <string>
 #include <string_view>
 
 #include "apk/apk.h"
@@ -134,10 +136,9 @@ bool Apk::InitCertSf() {
   std::string name;
   void* cookie = nullptr;
   if (StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
-  const bool found = Next(cookie, &entry, name) == 0;
-  EndIteration(cookie);
+  const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
   std::vector<uint8_t> signatureFile;
-  if (!found || Extract(&entry, signatureFile) != 0) return false;
+  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) return false;
 
   if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) return false;
   if (!ReadOnlyFS(fd_) && HasRollbackProtection(certSf_)) return false;

@@ -45,6 +45,7 @@ Equal("simulator" "${TARNSIM_SOURCES}" libtarnsim)
 Equal("tool" "${QUILLON_CLI_SOURCES}" quillon)
 Equal("test support" "${QUILLON_TEST_SUPPORT_SOURCES}" libquillon_test_support)
 Equal("tests" "${QUILLON_TEST_SOURCES}" quillon_tests)
+Equal("memory tests" "${QUILLON_MEMORY_TEST_SOURCES}" quillon_memory_tests)
 Equal("benchmarks" "${QUILLON_BENCHMARK_SOURCES}" quillon_benchmarks)
 
 file(GLOB programs RELATIVE ${root} ${root}/fuzz/*_fuzzer.cc)

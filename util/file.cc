@@ -45,7 +45,13 @@ uint64_t MapFile::Size() const { return size_; }
 
 std::unique_ptr<Fd> OpenFileRO(const std::string& path) {
   const int fd = open(path.c_str(), O_RDONLY);
-  return fd < 0 ? nullptr : std::make_unique<Fd>(fd);
+  if (fd < 0) return nullptr;
+  auto file = MakeUniqueNoThrow<Fd>(fd);
+  if (!file) {
+    close(fd);
+    errno = ENOMEM;
+  }
+  return file;
 }
 
 std::unique_ptr<MapFile> MapFileRO(int fd) {
