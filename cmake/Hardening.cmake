@@ -9,3 +9,11 @@ if(NOT QUILLON_SANITIZE)
   add_compile_options(
     "$<$<NOT:$<CONFIG:Debug>>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>")
 endif()
+
+# What `sanitize` in Android.bp asks for, as the platform's build has it: a failed check is a trap, and
+# the headers of other libraries may wrap. Control-flow integrity is left out: it needs every library
+# that shares a class compiled for it.
+set(QUILLON_DEVICE_CHECK_OPTIONS
+  -fsanitize=signed-integer-overflow,unsigned-integer-overflow,bounds
+  -fsanitize-trap=all
+  -fsanitize-ignorelist=${PROJECT_SOURCE_DIR}/cmake/device_ignorelist.txt)

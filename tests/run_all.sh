@@ -2,6 +2,7 @@
 # Checks the code in each configuration named, by default in all of them.
 # usage: run_all.sh [CONFIGURATION...]
 #   gcc clang     build with that compiler, warnings being errors, and run the tests
+#   device        the same by clang with the checks that the platform's build asks for
 #   asan tsan     the same with sanitizers: address and undefined behaviour, data races
 #   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 #   fuzz          every fuzz target finds nothing in a fixed number of runs
@@ -22,6 +23,7 @@ BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
 
 gcc() { BuildAndTest release; }
 clang() { BuildAndTest clang; }
+device() { BuildAndTest device; }
 asan() { BuildAndTest asan; }
 tsan() { BuildAndTest tsan; }
 arm64() { BuildAndTest arm64; }
@@ -78,11 +80,11 @@ exports() {
 }
 
 configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang asan tsan arm64 fuzz benchmarks format tidy libcxx exports)
+[ $# -ne 0 ] || configurations=(gcc clang device asan tsan arm64 fuzz benchmarks format tidy libcxx exports)
 for name in "${configurations[@]}"; do
   case $name in
-    gcc | clang | asan | tsan | arm64 | fuzz | benchmarks | format | tidy | libcxx | exports) ;;
-    *) sed -n '2,12s/^# //p' "$0" >&2; exit 2 ;;
+    gcc | clang | device | asan | tsan | arm64 | fuzz | benchmarks | format | tidy | libcxx | exports) ;;
+    *) sed -n '2,13s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
