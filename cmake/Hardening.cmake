@@ -11,8 +11,8 @@ if(NOT QUILLON_SANITIZE)
 endif()
 
 # What `sanitize` in Android.bp asks for, as the platform's build has it: a failed check is a trap, and
-# the headers of other libraries may wrap. Control-flow integrity is left out: it needs every library
-# that shares a class compiled for it.
+# the headers of other libraries may wrap. Control-flow integrity is left out: it needs link-time
+# optimization of everything that derives from the library's classes, tests included.
 set(QUILLON_DEVICE_CHECK_OPTIONS
   -fsanitize=signed-integer-overflow,unsigned-integer-overflow,bounds
   -fsanitize-trap=all

@@ -165,6 +165,9 @@ __attribute__((visibility("default"))) int get_nprocs() noexcept { return 4; }
 }  // extern "C"
 
 #if !QUILLON_OWN_MALLOC
+extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+  return "leak:libbase.so\nleak:libziparchive.so\n";
+}
 void* operator new(size_t size) {
   void* block = FailsNow() ? nullptr : std::malloc(size);
   if (block == nullptr) throw std::bad_alloc();
