@@ -1,16 +1,29 @@
+#include <algorithm>
 #include <memory>
+#include <string_view>
 
 #include "apk/apk.h"
 #include "signing_block/apk_package.h"
 #include "util/file.h"
 #include "util/file_name.h"
 #include "util/log.h"
-#include "util/strings.h"
 
 namespace Quill {
 namespace {
 
 enum Outcome : int32_t { kVerified = 0, kRefused = 1, kNoSigningBlock = 2 };
+
+// The first piece between commas that names v2 or v3; empty when there is none. Pieces are not
+// copied: there can be as many as the signature file has bytes.
+std::string_view FindBlockScheme(std::string_view schemes) {
+  while (!schemes.empty()) {
+    const std::string_view scheme = schemes.substr(0, schemes.find(','));
+    // Deliberate: compared untrimmed, so "1, 2" claims nothing.
+    if (scheme == "2" || scheme == "3") return scheme;
+    schemes.remove_prefix(std::min(scheme.size() + 1, schemes.size()));
+  }
+  return {};
+}
 
 }  // namespace
 
@@ -44,15 +57,13 @@ bool Apk::HasRollbackProtection(const ManifestMf& signatureFile) {
   for (const ManifestMf::Section& section : signatureFile.getSections()) {
     const auto claim = section.find("X-Android-APK-Signed");
     if (claim == section.end()) continue;
-    for (const std::string& scheme : SplitString(claim->second, ',')) {
-      // Deliberate: compared untrimmed, so "1, 2" claims nothing.
-      if (scheme != "2" && scheme != "3") continue;
-      QUILL_LOGI(
-          "This APK was supposed to be signed with APK Signature Scheme v%s, but no such signature "
-          "was found.\n",
-          scheme.c_str());
-      return true;
-    }
+    const std::string_view scheme = FindBlockScheme(claim->second);
+    if (scheme.empty()) continue;
+    QUILL_LOGI(
+        "This APK was supposed to be signed with APK Signature Scheme v%s, but no such signature "
+        "was found.\n",
+        std::string(scheme).c_str());
+    return true;
   }
   return false;
 }

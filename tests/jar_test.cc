@@ -135,7 +135,8 @@ TEST(SignatureFile, EachLinkIsCheckedAndNamed) {
       {"claims in an entry's section",
        [](auto& o) { Replace(o, "\r\n\r\n", "\r\n\r\nX-Android-APK-Signed: 2\r\n\r\n"); },
        Stripped("2"), false},
-      {"other claims", [](auto& o) { o.apkSigned = "1, 2,4"; }, verified},
+      {"the first claim counts", [](auto& o) { o.apkSigned = ",1,,3,2"; }, Stripped("3"), false},
+      {"other claims", [](auto& o) { o.apkSigned = "1, 2,4,22,3 ,"; }, verified},
   };
   for (const auto& c : kCases) {
     SCOPED_TRACE(c.rule);
