@@ -15,12 +15,21 @@ constexpr int32_t kInconsistentInformation = -9;
 // More than zlib takes to inflate a stream.
 constexpr size_t kInflateMemory = 64 << 10;
 
-// Deflate makes at most 258 bytes of 2 bits. An entry that declares more cannot be extracted, so no
-// memory is set aside for it. (A stored entry is found only if its length fits the file.)
-bool DeclaresTooMuch(const ZipEntry& entry) {
+// False for a method that the archive library does not know, and for a length that no stream can
+// have: deflate makes at most 258 bytes of 2 bits. (A stored entry is found only if its length fits
+// the file.)
+bool CanBeExtracted(const ZipEntry& entry) {
   constexpr uint64_t kMostExpansion = 258 * 8 / 2;
+  if (entry.method == kCompressStored) return true;
   return entry.method == kCompressDeflated &&
-         entry.uncompressed_length > entry.compressed_length * kMostExpansion;
+         entry.uncompressed_length <= entry.compressed_length * kMostExpansion;
+}
+
+// The archive library's code for an entry that cannot be extracted. Takes no memory for its bytes.
+int32_t ExtractionError(ZipArchive* archive, ZipEntry* entry) {
+  const auto discard = [](const uint8_t*, size_t, void*) { return true; };
+  const int32_t result = ProcessZipEntryContents(archive, entry, discard, nullptr);
+  return result != 0 ? result : kInconsistentInformation;
 }
 
 }  // namespace
@@ -34,7 +43,7 @@ int32_t Apk::FindEntry(std::string_view name, ZipEntry* entry) {
 }
 
 int32_t Apk::Extract(ZipEntry* entry, std::vector<uint8_t>& out) {
-  if (DeclaresTooMuch(*entry)) return kInconsistentInformation;
+  if (!CanBeExtracted(*entry)) return ExtractionError(archive_, entry);
   out.resize(entry->uncompressed_length);
   const auto length = entry->uncompressed_length;
   const int32_t result = ExtractToMemory(archive_, entry, out.data(), length);

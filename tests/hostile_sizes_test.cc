@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <optional>
 #include <string>
 
 #include "apk/apk.h"
@@ -46,8 +47,10 @@ std::string LastLine(const std::string& name, const Fd& file, bool isGoodApk) {
   return lines.substr(lines.rfind('\n', lines.size() - 2) + 1);
 }
 
-// A package with an entry that declares 4 GiB less 2 bytes in both of its headers.
-ByteVector Declaring4GiB(const std::string& entry, Compression compression) {
+// A package with an entry that declares 4 GiB less 2 bytes in both of its headers, and there the
+// method, if one is given.
+ByteVector Declaring4GiB(const std::string& entry, Compression compression,
+                         std::optional<uint16_t> method = {}) {
   PackageBuilder builder;
   if (entry != "AndroidManifest.xml") builder.Manifest();
   ByteVector package = builder.Entry(entry, ByteVector(99), compression).Build();
@@ -57,7 +60,11 @@ ByteVector Declaring4GiB(const std::string& entry, Compression compression) {
     const auto header = std::find_end(package.begin(), package.end(), start.begin(), start.end());
     const size_t field = static_cast<size_t>(header - package.begin()) + offset;
     Put(package, field, length);
-    if (compression == Compression::kStored) Put(package, field - 4, length);
+    if (method) {
+      Put(package, field - 14, Wire().U16(*method));
+    } else if (compression == Compression::kStored) {
+      Put(package, field - 4, length);
+    }
   }
   return package;
 }
@@ -88,6 +95,13 @@ PackageBuilder WithPairs(uint32_t count) {
   return builder;
 }
 
+// A signature file that claims as many schemes without a name.
+PackageBuilder WithSchemes(size_t count) {
+  JarOptions options;
+  options.apkSigned = std::string(count, ',');
+  return PackageBuilder().Manifest().JarSignature(options);
+}
+
 PackageBuilder WithEntries(size_t count) {
   PackageBuilder builder = PackageBuilder().Manifest();
   for (size_t i = 1; i < count; ++i) builder.Entry("res/" + std::to_string(i), {'x'});
@@ -98,6 +112,8 @@ PackageBuilder WithEntries(size_t count) {
 
 TEST(HostileSizes, CostLittleMemoryAndGetAVerdict) {
   const std::string kBestAlgorithm = "I Found the best signature algorithm ID: 0x201~\n";
+  const std::string kFallback =
+      "I Fallback to APK V1 signature. APK: /memfd:quillon-test (deleted)\n";
   const std::string kAndroidManifest = "AndroidManifest.xml";
   const struct {
     std::string name;
@@ -112,6 +128,13 @@ TEST(HostileSizes, CostLittleMemoryAndGetAVerdict) {
        "E Can't extract manifest: Inconsistent information\n"},
       {"jar-manifest-4GiB-stored", Declaring4GiB(Apk::kMANIFEST_MF, Compression::kStored),
        "E Can't extract manifest: Invalid offset\n"},
+      {"manifest-4GiB-method-12", Declaring4GiB(kAndroidManifest, Compression::kStored, 12),
+       "I Can't extract Android Manifest: Iteration ended\n"},
+      {"manifest-4GiB-bad-stream", Declaring4GiB(kAndroidManifest, Compression::kStored, 8),
+       "I Can't extract Android Manifest: Zlib error\n"},
+      {"jar-manifest-4GiB-method-1", Declaring4GiB(Apk::kMANIFEST_MF, Compression::kStored, 1),
+       "E Can't extract manifest: Iteration ended\n"},
+      {"schemes-4000000", WithSchemes(4000000).Build(), kFallback},
       {"pairs-100000", WithPairs(100000).V2().Build(), kBestAlgorithm},
       {"pairs-100000-of-no-scheme", WithPairs(100000).Build(),
        "E Can't extract manifest: Entry not found\n"},
@@ -120,8 +143,7 @@ TEST(HostileSizes, CostLittleMemoryAndGetAVerdict) {
       {"signers-2000", PackageBuilder().Manifest().V2(std::vector<SignerOptions>(2000)).Build(),
        kBestAlgorithm},
       {"entries-65535", WithEntries(65535).V2().Build(), kBestAlgorithm},
-      {"entries-65535-jar", WithEntries(65535 - 3).JarSignature().Build(),
-       "I Fallback to APK V1 signature. APK: /memfd:quillon-test (deleted)\n"},
+      {"entries-65535-jar", WithEntries(65535 - 3).JarSignature().Build(), kFallback},
   };
   for (const auto& c : kCases) {
     const bool isGoodApk = c.lastLine.find("Can't") == std::string::npos;
