@@ -7,6 +7,7 @@
 #include <new>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "apk/apk.h"
 #include "util/log.h"
@@ -24,21 +25,41 @@ using android::String8;
 // document's header even where there are fewer bytes: at most these many past the end.
 constexpr size_t kOverread = sizeof(android::ResXMLTree_attribute);
 
-// UTF-16 units of names and values that one scan may fetch, far beyond any real manifest. A short
-// document can ask for one long text again and again, and the parser may convert it each time.
-// A text that is not well formed may have cost it a walk over the whole document.
+// Limits the work of one scan to about a second: a short document can name one long text again and
+// again. The unit is a character walked; other work counts as what takes as long.
 class Budget {
  public:
-  explicit Budget(size_t documentSize) : documentSize_(documentSize) {}
+  explicit Budget(const ResStringPool& pool)
+      : pool_(pool), isConverted_(pool.isUTF8() ? pool.size() : 0) {}
 
   bool IsSpent() const { return spent_ > kMost; }
-  void Spend(const char16_t* text, size_t length) {
-    spent_ += 1 + (text == nullptr ? documentSize_ : length);
+
+  // Charges for a text of the pool, which the parser gave as `length` characters or null.
+  void SpendFetch(int32_t index, const char16_t* text, size_t length) {
+    spent_ += kFetch;
+    const auto entry = static_cast<uint32_t>(index);
+    if (entry >= pool_.size()) return;  // null, and nothing was walked
+    if (text == nullptr) {
+      spent_ += kMalformed;
+      // In UTF-8 the parser finds some errors only after a walk over the whole text.
+      size_t walked = 0;
+      if (pool_.string8At(entry, &walked) != nullptr) spent_ += walked;
+    } else if (pool_.isUTF8() && !isConverted_[entry]) {
+      // The parser converts UTF-8 on the first fetch and keeps the result. UTF-16 is not walked.
+      isConverted_[entry] = true;
+      spent_ += kConverted * length;
+    }
   }
 
+  void SpendCopy(size_t length) { spent_ += length; }
+
  private:
-  static constexpr uint64_t kMost = 16 << 20;
-  const uint64_t documentSize_;
+  static constexpr uint64_t kMost = 256 << 20;
+  static constexpr uint64_t kFetch = 8;
+  static constexpr uint64_t kConverted = 8;     // per character; also bounds what the parser keeps
+  static constexpr uint64_t kMalformed = 4096;  // the parser logs a line
+  const ResStringPool& pool_;
+  std::vector<bool> isConverted_;
   uint64_t spent_ = 0;
 };
 
@@ -60,16 +81,21 @@ bool IsHalyxMetaData(const String8& value) {
   return value == "SS_META" || value == "HALYX_PROTECTED";
 }
 
-// A text by its fetch, which answers null for one that is not well formed and for one that the
-// parser has no memory to convert from UTF-8. Throws in the second case.
+// Fetches a text of the pool and charges for it. `fetch` sets `length` and returns null for a text
+// that the pool does not hold, that is not well formed, or that the parser has no memory to convert
+// from UTF-8. Throws in the last case.
 template <typename Fetch>
-const char16_t* FetchText(const ResXMLTree& tree, const Fetch& fetch) {
-  const char16_t* text = fetch();
+const char16_t* FetchText(const ResXMLTree& tree, int32_t index, Budget& budget, size_t& length,
+                          const Fetch& fetch) {
   const ResStringPool& pool = tree.getStrings();
-  if (text != nullptr || !pool.isUTF8()) return text;
-  // The parser's table of texts and the text itself.
-  RequireMemory(pool.size() * sizeof text + pool.bytes() * sizeof *text);
-  return fetch();
+  const char16_t* text = fetch();
+  if (text == nullptr && pool.isUTF8() && static_cast<uint32_t>(index) < pool.size()) {
+    // The parser's table of texts and the text itself.
+    RequireMemory(pool.size() * sizeof text + pool.bytes() * sizeof *text);
+    text = fetch();
+  }
+  budget.SpendFetch(index, text, length);
+  return text;
 }
 
 // The text as UTF-8.
@@ -84,17 +110,17 @@ String8 ToString(const char16_t* text, size_t length) {
 String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
   for (size_t i = 0; i < tree.getAttributeCount() && !budget.IsSpent(); ++i) {
     size_t length = 0;
-    const char16_t* attributeName =
-        FetchText(tree, [&] { return tree.getAttributeName(i, &length); });
-    budget.Spend(attributeName, length);
+    const char16_t* attributeName = FetchText(tree, tree.getAttributeNameID(i), budget, length,
+                                              [&] { return tree.getAttributeName(i, &length); });
     if (!Equals(attributeName, length, name)) continue;
     android::Res_value value;
     if (tree.getAttributeValue(i, &value) < 0) continue;
     if (value.dataType != android::Res_value::TYPE_STRING) continue;
-    const char16_t* text =
-        FetchText(tree, [&] { return tree.getAttributeStringValue(i, &length); });
-    budget.Spend(text, length);
-    if (text != nullptr) return ToString(text, length);
+    const char16_t* text = FetchText(tree, tree.getAttributeValueStringID(i), budget, length,
+                                     [&] { return tree.getAttributeStringValue(i, &length); });
+    if (text == nullptr) continue;
+    budget.SpendCopy(length);
+    return ToString(text, length);
   }
   return String8();
 }
@@ -113,7 +139,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
   }
 
   String8 packageName;
-  Budget budget(size);
+  Budget budget(tree.getStrings());
   // A document that turns out bad, or spends the budget, ends the scan quietly: what was found so
   // far counts.
   for (auto event = tree.next(); event != ResXMLParser::END_DOCUMENT &&
@@ -121,8 +147,8 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
        event = tree.next()) {
     if (event != ResXMLParser::START_TAG) continue;
     size_t length = 0;
-    const char16_t* element = FetchText(tree, [&] { return tree.getElementName(&length); });
-    budget.Spend(element, length);
+    const char16_t* element = FetchText(tree, tree.getElementNameID(), budget, length,
+                                        [&] { return tree.getElementName(&length); });
     if (Equals(element, length, "manifest")) {
       if (packageName.length() == 0) packageName = getStrAttr(tree, "package", budget);
     } else if (halyxPermissionRequired_) {
