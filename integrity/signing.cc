@@ -2,7 +2,6 @@
 
 #include <ziparchive/zip_archive.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -136,11 +135,11 @@ uint32_t SignForJar(Apk& apk, int fd) {
 }
 
 // Where the library of that entry name is installed, below the package's folder; empty for another
-// processor type, and for a name that could lead out of the folder.
+// processor type, and for a name that could lead out of the folder or name one file many times.
 std::string InstalledLibrary(const std::string& entryName) {
-  const auto components = SplitString(entryName, '/');
-  if (std::find(components.begin(), components.end(), "..") != components.end()) return {};
-
+  for (const std::string& component : SplitString(entryName, '/')) {
+    if (component.empty() || component == "." || component == "..") return {};
+  }
   for (const LibraryFolder& folder : kLibraryFolders) {
     if (entryName.compare(0, folder.entryPrefix.size(), folder.entryPrefix) != 0) continue;
     return std::string(folder.installed) + entryName.substr(folder.entryPrefix.size());

@@ -299,7 +299,8 @@ TEST_F(Workflows, NativeLibrariesBesideThePackageAreLabelled) {
   for (const char* name :
        {"lib/armeabi-v7a/7.so", "lib/armeabi-v8a/8.so", "lib/arm64-v8a/64.so", "lib/armeabi/5.so",
         "lib/armeabi/deep/5.so", "lib/x86/86.so", "lib/arm64-v8a/absent.so",
-        "lib/armeabi/notes.txt", "lib/arm64-v8a/../../../outside.so"}) {
+        "lib/armeabi/notes.txt", "lib/arm64-v8a/../../../outside.so", "lib/arm64-v8a/./64.so",
+        "lib/arm64-v8a//64.so"}) {
     builder.Entry(name, {1});
   }
   const std::string package = folder.Write("app/base.apk", builder.V3().Build());
