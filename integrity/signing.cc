@@ -147,6 +147,12 @@ std::string InstalledLibrary(const std::string& entryName) {
   return {};
 }
 
+// The path up to and including its last "/"; empty when it has none.
+std::string FolderOf(const std::string& path) {
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
 void SignLibrary(Apk& apk, const std::string& path) {
   const auto library = Quill::OpenFileRO(path);
   if (!library) {
@@ -214,7 +220,7 @@ uint32_t TarnSignJni(Apk& apk, int fd, const char* /*unused*/) {
     return TARN_FAILED;
   }
 
-  const std::string folder = apk.GetPath().substr(0, apk.GetPath().rfind('/') + 1);
+  const std::string folder = FolderOf(apk.GetPath());
   void* cookie = nullptr;
   apk.StartIteration(&cookie, "lib/", ".so");
   const std::unique_ptr<void, void (*)(void*)> iteration(cookie, EndIteration);

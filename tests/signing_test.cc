@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <set>
 #include <string>
 
@@ -335,6 +336,23 @@ TEST_F(Workflows, NativeLibrariesBesideThePackageAreLabelled) {
     if (request.call == Call::kSign) files.insert(request.file);
   }
   EXPECT_EQ(expected, files);
+}
+
+TEST_F(Workflows, APathWithoutAFolderIsTakenFromTheWorkingFolder) {
+  const TempFolder folder;
+  const std::string library = folder.Write("lib/arm/a.so", {1});
+  const auto workingFolder = std::filesystem::current_path();
+  std::filesystem::current_path(folder.Path());
+  PackageBuilder package = PackageBuilder().Manifest(ManifestXml("com.google.android.webview"));
+  Open(kApk, package.Entry("lib/armeabi/a.so", {1}).V3().Build());
+  for (const char* path : {"base.apk", ""}) {
+    Simulation simulation;
+    const LogCapture log;
+    Apk apk(kApk, path);
+    EXPECT_EQ(0u, TarnSignJni(apk, kApk, nullptr));
+    EXPECT_EQ(library, simulation.TakeJournal().back().file) << path;
+  }
+  std::filesystem::current_path(workingFolder);
 }
 
 TEST_F(Workflows, NoLibraryIsLabelledForAPackageOutsideTheFeatureOrRefused) {
