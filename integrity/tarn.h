@@ -120,7 +120,8 @@ uint32_t TarnVerifyFd(int fd);
 // Questions about a task; a pid of 0 means the calling process. Besides the codes named, each
 // returns TARN_NO_SUBSYSTEM, TARN_CANNOT_OPEN, TARN_FAILED on the legacy interface, or a failed
 // kernel call's code. A negative pid is TARN_BAD_ARGUMENT on the device and TARN_FAILED on the
-// legacy interface.
+// legacy interface. On failure `*out` is left alone, except that
+// TarnTaskReadIntegrity leaves the last value that it has read there.
 
 // TarnTaskReadIntegrity with TARN_WAIT.
 uint32_t TarnTaskGetIntegrity(int pid, uint32_t* out);

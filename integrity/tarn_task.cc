@@ -19,8 +19,14 @@ using Quill::TarnRequest;
 constexpr useconds_t kPollInterval = 10'000;  // microseconds
 constexpr int kMaxLabelDigits = 513;          // of the legacy text; 256 bytes and a digit left over
 
+// Leaves errno as the kernel call left it. A C library's free may change errno, but compilers take
+// it for granted that it does not, and would drop a plain copy.
 struct Free {
-  void operator()(void* block) const { free(block); }
+  void operator()(void* block) const {
+    const volatile int savedErrno = errno;
+    free(block);
+    errno = savedErrno;
+  }
 };
 using Label = std::unique_ptr<TarnLabel, Free>;
 
