@@ -105,7 +105,8 @@ class QUILLON_EXPORT Apk {
 
   // Check an entry against its digest in META-INF/MANIFEST.MF, or, when a v2 or v3 package does not
   // list it, against the archive's entry of that name. The data checked are the archive's entry of
-  // that name (absent counts as good), a given entry, or a file on disk. False logs one line.
+  // that name (absent counts as good, and so does a name that no archive can hold), a given entry,
+  // or a file on disk. False logs one line.
   bool VerifyFileHash(const std::string& name);
   bool VerifyFileHash(const std::string& name, ZipEntry* entry);
   bool VerifyFileHash(const std::string& name, const std::string& path);

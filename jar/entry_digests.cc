@@ -10,15 +10,17 @@
 namespace Quill {
 namespace {
 
-// libziparchive's code for a name that the archive does not hold; its public header names no codes.
+// libziparchive's codes for a name that the archive does not hold, and for one that no archive can
+// hold, empty or longer than 65,535 bytes; its public header names no codes.
 constexpr int32_t kEntryNotFound = -7;
+constexpr int32_t kInvalidEntryName = -10;
 
 }  // namespace
 
 bool Apk::VerifyFileHash(const std::string& name) {
   ZipEntry entry;
   const int32_t result = FindEntry(name, &entry);
-  if (result == kEntryNotFound) return true;
+  if (result == kEntryNotFound || result == kInvalidEntryName) return true;
   if (result != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract entry file in APK: %s\n", name.c_str());
     return false;

@@ -260,6 +260,8 @@ TEST(EntryDigests, ThreeFormsOnBothRoads) {
       {v1, "classes.dex", other, Mismatch("classes.dex")},
       {v1, "classes.dex", "/nowhere", "E Can't open file: /nowhere\n" + kUnextractable},
       {v1, "classes2.dex", kByName, {}},
+      {v1, "", kByName, {}},
+      {v1, std::string(65536, 'n'), kByName, {}},
       {v1, "unlisted", kByEntry, Unlisted("unlisted")},
       {v1, "META-INF/CERT.RSA", "/nowhere", {}},
       {v1, "sha512", kByName,
