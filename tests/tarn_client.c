@@ -1,7 +1,9 @@
 #include <fcntl.h>
 #include <stdio.h>
 
+#include "integrity/entry_points.h"
 #include "integrity/tarn.h"
+#include "util/base64.h"
 
 // usage: tarn_client FILE    signs it with a label that does not fit, verifies, edits, verifies
 int main(int argc, char** argv) {
@@ -10,6 +12,9 @@ int main(int argc, char** argv) {
   TarnExLabel* label = NULL;
   if (TarnExLabelAlloc(TARN_SHA1, hash, sizeof(hash), NULL, 0, &label) != TARN_OK) return 1;
   printf("%zu %u %u\n", sizeof(*label), (unsigned)label->marker, (unsigned)label->algorithm);
+  char text[29];
+  if (base64encode(label->hash, sizeof(hash), text, base64encode_len(sizeof(hash))) != 0) return 1;
+  printf("%s\n", text);
   printf("sign %x\n", (unsigned)TarnSignFd(fd, label));
   TarnExLabelFree(label);
   printf("verify %x\n", (unsigned)TarnVerifyFd(fd));

@@ -33,7 +33,7 @@ TEST(Tarnsim, VerifyingGoesByTheFileAsItIsNow) {
   }
 }
 
-TEST(Tarnsim, StandsBeforeACProgramThatKnowsTheHeaderAlone) {
+TEST(Tarnsim, StandsBeforeACProgramThatKnowsTheHeadersAlone) {
   const TempFolder folder;
   const std::string file = folder.Write("file", {'f', 'i', 'l', 'e'});
   if (setxattr(file.c_str(), "user.tarn.label", "", 0, 0) != 0) GTEST_SKIP() << "no attributes";
@@ -45,8 +45,10 @@ TEST(Tarnsim, StandsBeforeACProgramThatKnowsTheHeaderAlone) {
                               " >output && grep -c '\"algorithm\":\"sha1\"' journal >>output";
   EXPECT_EQ(0, std::system(command.c_str()));
   const ByteVector output = ReadFile(folder.Path() + "/output");
-  EXPECT_EQ("72 65535 2\nsign 0\nverify ffffffb6\nedit 0\nverify ffffffc3\nclose fffffffb\n1\n",
-            std::string(output.begin(), output.end()));
+  EXPECT_EQ(
+      "72 65535 2\nAAAAAAAAAAAAAAAAAAAAAAAAAAA=\n"
+      "sign 0\nverify ffffffb6\nedit 0\nverify ffffffc3\nclose fffffffb\n1\n",
+      std::string(output.begin(), output.end()));
 }
 
 }  // namespace Quill
