@@ -32,7 +32,8 @@ enum class ApkSignatureScheme : int32_t {
 // thrown.
 //
 // A descriptor that is handed in is borrowed: it must stay open as long as the object, which does
-// not close it. An object is used by one thread at a time; distinct objects are independent.
+// not close it, but moves its file offset. An object is used by one thread at a time; distinct
+// objects are independent.
 //
 // The archive operations return libziparchive's result codes: 0 for success, negative errors, text
 // by its ErrorCodeString. They may be called only when IsGoodZip.
