@@ -191,7 +191,9 @@ uint32_t TarnSignOat(Apk& apk, int fd) {
 uint32_t TarnSign(Apk& apk, int zipFd, int fd) {
   FailureErrno failure;
   QUILL_LOGI("TarnSign starts: zip_fd = %d, fd = %d.\n", zipFd, fd);
+  errno = 0;  // a package that is refused sets none
   if (!apk.IsGoodZip()) {
+    failure.Keep();
     QUILL_LOGE("Zip archive is not valid for fd=%d\n", zipFd);
     return TARN_FAILED;
   }

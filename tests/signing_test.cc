@@ -193,7 +193,7 @@ TEST_F(Workflows, ProvisioningLogsEachFateWholeAndInOrder) {
              "~\nI TARN current integrity: 0x1~\n";
     };
 
-    errno = 0;
+    errno = EILSEQ;  // of an earlier call
     RunOEMFuncForProvisionOat(kApk, kOat, kVdex);
     EXPECT_EQ(
         "I <TARN>: Enter to ProvisionOat\n"
