@@ -1,9 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "tests/support/package_builder.h"
@@ -15,26 +12,12 @@ namespace Quill {
 // the digest take far longer than that; with and without other files beside it, good and refused.
 TEST(ShrinkingFile, CostsTheToolThatFilesVerdictAlone) {
   constexpr uint32_t kHole = QUILLON_EMULATED ? 32 << 20 : 512 << 20;
-  ByteVector package = PackageBuilder().Manifest().V2().Build();
-  uint32_t directory;
-  std::memcpy(&directory, &package[package.size() - 6], sizeof directory);
-  uint32_t blockSize;
-  std::memcpy(&blockSize, &package[directory - 24], sizeof blockSize);
-  const auto block = static_cast<ptrdiff_t>(directory - 8 - blockSize);
-
+  const ByteVector package = PackageBuilder().Manifest().V2().Build();
   const TempFolder folder;
   folder.Write("good", package);
-  Put(package, package.size() - 6, Wire().U32(directory + kHole));
-  const auto writeWithHole = [&](const std::string& name) {
-    const std::string path = folder.Write(name, {package.begin(), package.begin() + block});
-    std::filesystem::resize_file(path, static_cast<uintmax_t>(block) + kHole);
-    std::ofstream(path, std::ios::binary | std::ios::app)
-        .write(reinterpret_cast<const char*>(&package[static_cast<size_t>(block)]),
-               static_cast<ptrdiff_t>(package.size()) - block);
-  };
-  writeWithHole("refused");
+  WriteWithHole(folder.Path() + "/refused", package, kHole);
   for (const std::string options : {" verify", " verify -j 3"}) {
-    writeWithHole("big");
+    WriteWithHole(folder.Path() + "/big", package, kHole);
     const std::string script =
         "cd " + folder.Path() + "; " QUILLON_TOOL + options +
         " good big refused none >out 2>&1 & pid=$!;"
