@@ -1,10 +1,14 @@
+#include <fmt/format.h>
+
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <exception>
 #include <sstream>
 #include <utility>
 #include <vector>
 
 #include "cli/commands.h"
+#include "cli/operands.h"
 #include "cli/output.h"
 
 namespace Quill::Tool {
@@ -23,7 +27,7 @@ constexpr Command kCommands[] = {
     {"task", "Show what the kernel keeps of a process", DeclareTask},
 };
 
-ExitStatus RefuseUsage(const char* mistake) {
+ExitStatus RefuseUsage(const std::string& mistake) {
   PrintDiagnostic(mistake);
   PrintDiagnostic("try \"quillon --help\"");
   return kUsage;
@@ -37,22 +41,41 @@ ExitStatus Answer(const CLI::App& app, const CLI::ParseError& error) {
   return RefuseUsage(error.what());
 }
 
-ExitStatus Run(int argc, const char* const* argv) {
+using Runs = std::vector<std::pair<CLI::App*, CommandRun>>;
+
+// As the parser wants them: in reverse, with operands that it does not interpret.
+std::vector<std::string> PrepareArguments(std::vector<std::string> arguments, const Runs& runs) {
+  const auto name = std::find_if(arguments.begin(), arguments.end(),
+                                 [](const std::string& text) { return text.substr(0, 1) != "-"; });
+  for (const auto& [parser, run] : runs) {
+    if (name == arguments.end() || parser->get_name() != *name) continue;
+    SpellOperands(*parser, static_cast<size_t>(name - arguments.begin()) + 1, arguments);
+    break;
+  }
+  std::reverse(arguments.begin(), arguments.end());
+  return arguments;
+}
+
+ExitStatus Run(std::vector<std::string> arguments) {
   CLI::App app("Verify signed Android packages and label their files.", "quillon");
   app.set_version_flag("--version", std::string("quillon ") + kVersion);
   app.require_subcommand(0, 1);
-  std::vector<std::pair<const CLI::App*, CommandRun>> runs;
+  Runs runs;
   for (const Command& command : kCommands) {
     CLI::App* parser = app.add_subcommand(command.name, command.help);
     runs.emplace_back(parser, command.declare(*parser));
+    TakeOperandsLiterally(*parser);
   }
   try {
-    app.parse(argc, argv);
+    app.parse(PrepareArguments(std::move(arguments), runs));
   } catch (const CLI::ParseError& error) {
     return Answer(app, error);
   }
   for (const auto& [parser, run] : runs) {
-    if (parser->parsed()) return run();
+    if (!parser->parsed()) continue;
+    const std::vector<std::string> unexpected = UnexpectedArguments(*parser);
+    if (unexpected.empty()) return run();
+    return RefuseUsage(fmt::format("Unexpected: {}", fmt::join(unexpected, ", ")));
   }
   return RefuseUsage("A subcommand is required");
 }
@@ -63,7 +86,7 @@ ExitStatus Run(int argc, const char* const* argv) {
 int main(int argc, char** argv) {
   using namespace Quill::Tool;
   try {
-    return Run(argc, argv);
+    return Run({argv + std::min(argc, 1), argv + argc});
   } catch (const std::exception& error) {
     PrintDiagnostic(error.what());
     return kFailed;

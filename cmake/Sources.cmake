@@ -82,6 +82,7 @@ set(QUILLON_CLI_SOURCES
   cli/log_recorder.cc
   cli/lost_pages.cc
   cli/main.cc
+  cli/operands.cc
   cli/output.cc
   cli/package_report.cc
   cli/progress.cc
