@@ -4,6 +4,7 @@
 #include "cli/commands.h"
 #include "cli/integrity_run.h"
 #include "cli/output.h"
+#include "cli/sdk_level.h"
 #include "integrity/entry_points.h"
 
 // The commands that stand for the platform's own calls: each opens its files, makes the one call
@@ -32,6 +33,7 @@ CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, co
   DeclareSimulate(parser, options->simulate);
   const bool hasPackage = std::string(names[0].first) == "APK";
   return [options, entryPoint, hasPackage] {
+    if (!IsSdkLevelUsable()) return kUsage;
     const auto run = [&options, entryPoint]() -> ExitStatus {
       std::vector<std::unique_ptr<Fd>> files;
       if (!OpenFiles(options->files, files)) return kUnreadable;

@@ -13,6 +13,7 @@
 #include "cli/package_report.h"
 #include "cli/progress.h"
 #include "cli/report_queue.h"
+#include "cli/sdk_level.h"
 
 namespace Quill::Tool {
 namespace {
@@ -45,6 +46,7 @@ ExitStatus Verify(const Options& options) {
   if (options.sdk) {
     setenv("QUILLON_SDK", std::to_string(*options.sdk).c_str(), /*overwrite=*/1);
   }
+  if (!IsSdkLevelUsable()) return kUsage;
   LogRecorder::Install();
   SurviveLostPages();
   ReportQueue reports(options.files, static_cast<size_t>(options.jobs), !options.halyxFilter);
