@@ -31,10 +31,10 @@ struct Options {
 bool Print(const PackageReport& report, const Options& options) {
   if (options.verbose) {
     for (const LogLine& line : report.log) {
-      PrintErrorLine(fmt::format("{}: {} {}", report.file, line.priority, line.text));
+      PrintErrorLine(fmt::format("{}: {} {}", FileText(report.file), line.priority, line.text));
     }
   }
-  if (!report.isGoodZip) {
+  if (!HasVerdict(report)) {
     PrintDiagnostic(ToText(report));
     if (!options.json) return true;
   }
@@ -86,8 +86,11 @@ CommandRun DeclareVerify(CLI::App& parser) {
       ->check(CLI::Range(1, kMost));
   parser.footer(
       "Exit status: 0 all verified, 1 something was refused, 2 wrong usage, 3 a file could not be\n"
-      "read, is no ZIP archive or changed meanwhile, 4 something was left unverified, being no\n"
-      "package or outside the Halyx feature. The smallest that applies, other than 0, counts.");
+      "read or mapped, is no ZIP archive or changed meanwhile, 4 something was left unverified "
+      "that\n"
+      "never was a package or is outside the Halyx feature. The smallest that applies, other than "
+      "0,\n"
+      "counts.");
   return [options] { return Verify(*options); };
 }
 

@@ -13,8 +13,9 @@ enum ExitStatus : int {
   kDone = 0,        // all verified or done
   kFailed = 1,      // something was refused or failed
   kUsage = 2,       // the command line makes no sense
-  kUnreadable = 3,  // a file could not be opened or is no ZIP archive
-  kUnverified = 4,  // something was left unverified: no package, or outside the Halyx feature
+  kUnreadable = 3,  // a file could not be opened, is no ZIP archive, changed meanwhile, or cost
+                    // more than could be had
+  kUnverified = 4,  // something was left unverified: never a package, or outside the Halyx feature
 };
 
 // Runs a subcommand whose options have been parsed.

@@ -1,7 +1,6 @@
 #include "cli/escape.h"
 
-#include <fmt/format.h>
-
+#include <algorithm>
 #include <cstdint>
 #include <iterator>
 
@@ -36,10 +35,28 @@ Character FirstCharacter(std::string_view text) {
   return {codePoint, length};
 }
 
-bool SteersTerminal(uint32_t codePoint) {
-  return codePoint < 0x20 || (codePoint >= 0x7f && codePoint < 0xa0) ||
-         (codePoint >= 0x202a && codePoint <= 0x202e) ||
-         (codePoint >= 0x2066 && codePoint <= 0x2069);
+// What a terminal obeys, and what it shows as nothing or uses to reorder what it shows.
+struct Range {
+  uint32_t first, last;
+};
+constexpr Range kEscaped[] = {
+    {0x00, 0x1f},     {0x7f, 0x9f},     {0xad, 0xad},     {0x61c, 0x61c},     {0x200b, 0x200f},
+    {0x2028, 0x202e}, {0x2060, 0x2069}, {0xfeff, 0xfeff}, {0xe0000, 0xe007f},
+};
+
+bool IsEscapedForTerminal(uint32_t codePoint) {
+  return std::any_of(std::begin(kEscaped), std::end(kEscaped), [codePoint](const Range& range) {
+    return range.first <= codePoint && codePoint <= range.last;
+  });
+}
+
+// In hexadecimal, with at least two digits.
+std::string Hex(uint32_t number) {
+  std::string digits;
+  for (; number != 0 || digits.size() < 2; number >>= 4) {
+    digits.insert(digits.begin(), "0123456789abcdef"[number & 0xf]);
+  }
+  return digits;
 }
 
 template <typename IsEscaped>
@@ -49,13 +66,13 @@ std::string Escape(std::string_view text, IsEscaped isEscaped) {
     auto [codePoint, length] = FirstCharacter(text);
     if (length == 0) {
       length = 1;
-      fmt::format_to(std::back_inserter(escaped), "\\x{:02x}", static_cast<uint8_t>(text[0]));
+      escaped += "\\x" + Hex(static_cast<uint8_t>(text[0]));
     } else if (!isEscaped(codePoint)) {
       escaped += text.substr(0, length);
     } else if (codePoint < 0x80) {
-      fmt::format_to(std::back_inserter(escaped), "\\x{:02x}", codePoint);
+      escaped += "\\x" + Hex(codePoint);
     } else {
-      fmt::format_to(std::back_inserter(escaped), "\\u{{{:x}}}", codePoint);
+      escaped += "\\u{" + Hex(codePoint) + "}";
     }
     text.remove_prefix(length);
   }
@@ -68,6 +85,15 @@ std::string EscapeInvalidUtf8(std::string_view text) {
   return Escape(text, [](uint32_t) { return false; });
 }
 
-std::string EscapeForTerminal(std::string_view text) { return Escape(text, SteersTerminal); }
+std::string EscapeForTerminal(std::string_view text) { return Escape(text, IsEscapedForTerminal); }
+
+std::string Quote(std::string_view text) {
+  std::string quoted = "\"";
+  for (const char c : text) {
+    if (c == '"' || c == '\\') quoted += '\\';
+    quoted += c;
+  }
+  return quoted + '"';
+}
 
 }  // namespace Quill::Tool

@@ -9,12 +9,15 @@
 #include <cstring>
 #include <exception>
 #include <mutex>
+#include <new>
 #include <nlohmann/json.hpp>
 #include <shared_mutex>
+#include <string_view>
 #include <system_error>
 
 #include "cli/escape.h"
 #include "cli/lost_pages.h"
+#include "cli/package_evidence.h"
 #include "util/digest.h"
 #include "util/file.h"
 
@@ -44,24 +47,39 @@ bool StartsWithZipEntry(int fd) {
          std::memcmp(start, "PK\3\4", sizeof start) == 0;
 }
 
+// Fills in what the library found, and a verdict on it.
+void Describe(Apk& apk, int fd, const LogRecorder& log, PackageReport& report) {
+  const bool isGoodApk = apk.IsGoodApk();
+  report.verdict = Judge(isGoodApk, log.Lines());
+  report.isGoodZip = apk.IsGoodZip();
+  report.isApk = apk.IsApk();
+  report.packageName = apk.GetPackageName();
+  report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
+  report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
+  if (!report.isGoodZip) {
+    if (StartsWithZipEntry(fd)) {
+      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
+    }
+    return;
+  }
+  if (report.verdict.status == kUnreadable) return;
+  report.manufacturerKey = apk.GetManufacturerKey();
+  report.scheme = apk.GetApkSignatureSchemeVersion();
+  report.isGoodApk = isGoodApk;
+  if (!report.isApk && report.verdict.status == kUnverified && WasPackage(apk, fd)) {
+    report.verdict = {kFailed, "damaged, its AndroidManifest.xml is missing"};
+  }
+}
+
 void Examine(int fd, PackageReport& report) {
   LogRecorder log;
   try {
     Apk apk(fd, report.ignoreHalyxFilter);
-    report.isGoodApk = apk.IsGoodApk();
-    report.isGoodZip = apk.IsGoodZip();
-    report.isApk = apk.IsApk();
-    report.scheme = apk.GetApkSignatureSchemeVersion();
-    report.packageName = apk.GetPackageName();
-    report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
-    report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
-    report.manufacturerKey = apk.GetManufacturerKey();
-    report.verdict = Judge(report.isGoodApk, log.Lines());
-    if (!report.isGoodZip && StartsWithZipEntry(fd)) {
-      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
-    }
+    Describe(apk, fd, log, report);
+  } catch (const std::bad_alloc&) {
+    report.verdict = {kUnreadable, "could not be verified, out of memory"};
   } catch (const std::exception& error) {
-    report.verdict = {kFailed, fmt::format("verification broke off ({})", error.what())};
+    report.verdict = {kUnreadable, fmt::format("could not be verified ({})", error.what())};
   }
   report.log = log.Lines();
 }
@@ -76,6 +94,14 @@ bool ExamineWhole(int fd, PackageReport& report) {
 
 std::string KeySha256(const PackageReport& report) {
   return fmt::format("{:02x}", fmt::join(ComputeSHA256Digest(report.manufacturerKey), ""));
+}
+
+// A name that could be taken for something else in the line is quoted.
+std::string PackageNameText(const std::string& name) {
+  constexpr std::string_view kPlain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._";
+  if (name.empty()) return "package name unknown";
+  return name.find_first_not_of(kPlain) == std::string::npos ? name : Quote(name);
 }
 
 }  // namespace
@@ -116,18 +142,20 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   return report;
 }
 
+std::string FileText(const std::string& file) {
+  return file.find(": ") == std::string::npos && file[0] != '"' ? file : Quote(file);
+}
+
 std::string ToText(const PackageReport& report) {
   const ExitStatus status = report.verdict.status;
-  std::string text = report.file;
-  if (!report.isGoodZip) return text + ": " + report.verdict.reason;
+  std::string text = FileText(report.file);
+  if (!HasVerdict(report)) return text + ": " + report.verdict.reason;
 
   text += status == kDone ? ": verified" : status == kFailed ? ": refused" : ": not verified";
   if (report.scheme != ApkSignatureScheme::kNone) {
     text += fmt::format(", v{}", static_cast<int>(report.scheme));
   }
-  if (report.isApk) {
-    text += ", " + (report.packageName.empty() ? "package name unknown" : report.packageName);
-  }
+  if (report.isApk) text += ", " + PackageNameText(report.packageName);
   if (status != kDone) return text + ", " + report.verdict.reason;
   return text + fmt::format(", key sha256:{} ({} bytes)", KeySha256(report),
                             report.manufacturerKey.size());
@@ -154,7 +182,7 @@ std::string ToJson(const PackageReport& report) {
       {"log", log},
   };
   if (!report.manufacturerKey.empty()) object["manufacturerKeySha256"] = KeySha256(report);
-  if (!report.isGoodZip) object["error"] = EscapeInvalidUtf8(report.verdict.reason);
+  if (!HasVerdict(report)) object["error"] = EscapeInvalidUtf8(report.verdict.reason);
   return object.dump(/*indent=*/-1, /*indent_char=*/' ', /*ensure_ascii=*/true);
 }
 

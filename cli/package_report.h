@@ -10,9 +10,9 @@
 
 namespace Quill::Tool {
 
-// One file, as the library found it. Of a file that is no ZIP archive, that changed meanwhile, or
-// on which the library gave up with an exception, little more than `file` and `verdict` is known;
-// isGoodZip is then false.
+// One file, as the library found it. Without a verdict little more than `file` and the reason is
+// known, and isGoodApk, scheme and manufacturerKey are empty; isGoodZip is then true only of a file
+// that could not be mapped.
 struct PackageReport {
   std::string file;  // as named on the command line
   bool isGoodZip = false;
@@ -27,10 +27,17 @@ struct PackageReport {
   Verdict verdict;
 };
 
+// False of a file that could not be read or mapped, that is no ZIP archive, that changed meanwhile,
+// or on which the library gave up with an exception.
+inline bool HasVerdict(const PackageReport& report) { return report.verdict.status != kUnreadable; }
+
 // Verifies the package at that path. Only regular files are read; a pipe is not waited for. A file
 // that changes meanwhile has no verdict but that; one that shrinks ends the process unless
 // SurviveLostPages has been called.
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
+
+// The file's name at the start of a line, quoted when it could be taken for more than a name.
+std::string FileText(const std::string& file);
 
 // One line for people, without a line break, not escaped for a terminal.
 std::string ToText(const PackageReport& report);

@@ -11,6 +11,7 @@ namespace {
 constexpr std::string_view kNoArchive = "OpenArchiveFd(";
 constexpr std::string_view kSigningBlockRoad = "Use APK ";
 constexpr std::string_view kJarRoad = "Fallback to APK V1 signature. APK: ";
+constexpr std::string_view kNotMapped = "Can't map file: ";
 constexpr std::string_view kChosenAlgorithm = "Found the best signature algorithm ID: ";
 
 // The outermost step that failed has the last word in the log, with a line that starts like this.
@@ -23,7 +24,7 @@ constexpr Ending kEndings[] = {
     {kNoArchive, kUnreadable, "no usable ZIP archive"},
     {"Can't extract Android Manifest: Entry not found", kUnverified,
      "a plain ZIP or JAR, no package"},
-    {"Can't extract Android Manifest: ", kUnverified, "no package, AndroidManifest.xml is damaged"},
+    {"Can't extract Android Manifest: ", kFailed, "AndroidManifest.xml is damaged"},
     {"HALYX permissions are absent.", kUnverified, "outside the Halyx feature"},
     {"Can't load manifest: ", kFailed, "META-INF/MANIFEST.MF is malformed"},
     {"Can't process Android Manifest.", kFailed, "AndroidManifest.xml is malformed"},
@@ -64,6 +65,10 @@ std::string_view FirstComplaint(const std::vector<LogLine>& log) {
 }  // namespace
 
 Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log) {
+  if (std::any_of(log.begin(), log.end(),
+                  [](const LogLine& line) { return StartsWith(line.text, kNotMapped); })) {
+    return {kUnreadable, "could not be mapped"};
+  }
   if (isGoodApk) return {};
   const std::string_view lastLine = log.empty() ? std::string_view() : log.back().text;
   const Ending* ending =

@@ -14,7 +14,8 @@ struct Verdict {
 };
 
 // What became of a package that the library has looked at. `log` holds its lines of construction
-// and of one IsGoodApk call, which answered `isGoodApk`.
+// and of one IsGoodApk call, which answered `isGoodApk`. No verdict, kUnreadable, on one that it
+// could not map: its JAR signature alone was looked at then, though it may have a signing block.
 Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log);
 
 }  // namespace Quill::Tool

@@ -84,6 +84,7 @@ set(QUILLON_CLI_SOURCES
   cli/main.cc
   cli/operands.cc
   cli/output.cc
+  cli/package_evidence.cc
   cli/package_report.cc
   cli/progress.cc
   cli/report_queue.cc

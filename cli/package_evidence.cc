@@ -1,0 +1,66 @@
+#include "cli/package_evidence.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "signing_block/zip_format.h"
+
+namespace Quill::Tool {
+namespace {
+
+// Everything is read through the descriptor, so that a file that shrinks is no more than a failure.
+bool ReadAt(int fd, uint64_t offset, void* out, size_t size) {
+  return pread(fd, out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
+// The last end record that a comment of any length leaves room for, as the archive library finds
+// it.
+bool ReadEndRecord(int fd, EocdRecord& out) {
+  constexpr uint64_t kMostTail = sizeof(EocdRecord) + UINT16_MAX;
+  struct stat info;
+  if (fstat(fd, &info) != 0) return false;
+  const auto fileSize = static_cast<uint64_t>(info.st_size);
+  std::vector<uint8_t> tail(std::min(fileSize, kMostTail));
+  if (!ReadAt(fd, fileSize - tail.size(), tail.data(), tail.size())) return false;
+  for (size_t end = tail.size(); end >= sizeof out; --end) {
+    std::memcpy(&out, &tail[end - sizeof out], sizeof out);
+    if (out.signature == EocdRecord::kSignature) return true;
+  }
+  return false;
+}
+
+bool HasTraceOfSigningBlock(int fd) {
+  EocdRecord end;
+  ApkSigningBlockFooter footer;
+  if (!ReadEndRecord(fd, end) || end.centralDirectoryOffset < sizeof footer) return false;
+  const uint64_t blockEnd = end.centralDirectoryOffset;
+  if (!ReadAt(fd, blockEnd - sizeof footer, &footer, sizeof footer)) return false;
+  if (std::memcmp(footer.magic, ApkSigningBlockFooter::kMagic, sizeof footer.magic) == 0) {
+    return true;
+  }
+  // Of a block that is too short for its footer both sizes would be the same field.
+  if (footer.size < sizeof footer || footer.size > blockEnd - sizeof(ApkSigningBlock)) return false;
+  ApkSigningBlock block;
+  return ReadAt(fd, blockEnd - sizeof block - footer.size, &block, sizeof block) &&
+         block.size == footer.size;
+}
+
+bool JarManifestListsAndroidManifest(Apk& apk) {
+  std::string manifest;
+  return apk.ExtractByName(Apk::kMANIFEST_MF, manifest) == 0 &&
+         manifest.find("\nName: AndroidManifest.xml") != std::string::npos;
+}
+
+}  // namespace
+
+bool WasPackage(Apk& apk, int fd) {
+  return HasTraceOfSigningBlock(fd) || JarManifestListsAndroidManifest(apk);
+}
+
+}  // namespace Quill::Tool
