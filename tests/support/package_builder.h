@@ -15,8 +15,8 @@ namespace Quill {
 // A signing block around the bytes of its pairs.
 ByteVector SigningBlock(const ByteVector& pairs);
 
-// Writes the package to a file with that many zeros in front of its signing block, where a signature
-// covers them. They are a hole, which takes no space.
+// Writes the package to a file with that many zeros in front of its signing block, where a
+// signature covers them. They are a hole, which takes no space.
 void WriteWithHole(const std::string& path, ByteVector package, uint32_t size);
 
 // Builds a package: entries and pairs in the order of the calls, every signature valid for what is
