@@ -143,7 +143,7 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
 }
 
 std::string FileText(const std::string& file) {
-  return file.find(": ") == std::string::npos && file[0] != '"' ? file : Quote(file);
+  return file.find(':') == std::string::npos && file[0] != '"' ? file : Quote(file);
 }
 
 std::string ToText(const PackageReport& report) {

@@ -156,7 +156,7 @@ TEST_F(Tool, TakesNamesLiterally) {
       {"%%", "%%"},        {"a,b", "a,b"},       {" ", " "},         {"++", "++"},
       {"-", "-"},          {"-x", "-x"},         {"--", "--"},       {"--json", "--json"},
       {"-5", "-5"},        {"verify", "verify"}, {"=", "="},         {"\"", R"("\"")"},
-      {"x\ny", "x\\x0ay"}, {"\xff", "\\xff"},    {"a\\", "a\\"},     {"x: y", R"("x: y")"},
+      {"x\ny", "x\\x0ay"}, {"\xff", "\\xff"},    {"a\\", "a\\"},     {"x:y", R"("x:y")"},
   };
   folder_.Write("good", Package().V2().Build());
   for (const auto& [name, shown] : kNames) {
