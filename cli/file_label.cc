@@ -8,6 +8,7 @@
 
 #include "apk/apk.h"
 #include "cli/log_recorder.h"
+#include "cli/regular_file.h"
 #include "integrity/tarn.h"
 #include "util/digest.h"
 #include "util/file.h"
@@ -49,8 +50,8 @@ std::string DescribeFileDigest(const std::string& file, const Algorithm& algorit
   std::string text = fmt::format("file {}:{}", algorithm.name, Hex(digest));
   if (algorithm.id != TARN_SHA1) return text;
   const LogRecorder unread;
-  const auto opened = OpenFileRO(file);
-  const auto mapping = opened ? MapFileRO(opened->GetFd()) : nullptr;
+  const RegularFile opened = OpenRegularFile(file);
+  const auto mapping = opened.fd ? MapFileRO(opened.fd->GetFd()) : nullptr;
   if (!mapping) return text + " (the file cannot be read now)";
   const Bytes now = ComputeSHA1Digest({mapping->Data(), mapping->Data() + mapping->Size()});
   return text + (now == digest ? " (the file now)" : " (NOT the file now)");
@@ -61,9 +62,9 @@ std::string DescribeKeyDigest(const std::string& package, const Bytes& digest) {
   std::string text = "key sha256:" + Hex(digest);
   if (package.empty()) return text;
   const LogRecorder unread;
-  const auto opened = OpenFileRO(package);
-  if (!opened) return text + " (the package cannot be read now)";
-  const Apk apk(opened->GetFd(), /*ignoreHalyxFilter=*/true);
+  const RegularFile opened = OpenRegularFile(package);
+  if (!opened.fd) return text + " (the package cannot be read now)";
+  const Apk apk(opened.fd->GetFd(), /*ignoreHalyxFilter=*/true);
   const bool same = ComputeSHA256Digest(apk.GetManufacturerKey()) == digest;
   return text + (same ? " (the package's now)" : " (NOT the package's now)");
 }

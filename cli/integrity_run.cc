@@ -18,6 +18,7 @@
 #include "cli/file_label.h"
 #include "cli/log_recorder.h"
 #include "cli/output.h"
+#include "cli/regular_file.h"
 #include "util/base64.h"
 
 namespace Quill::Tool {
@@ -137,12 +138,12 @@ bool Show(const std::vector<json>& requests, const std::string& package) {
 
 bool OpenFiles(const std::vector<std::string>& files, std::vector<std::unique_ptr<Fd>>& out) {
   for (const std::string& file : files) {
-    auto opened = OpenFileRO(file);
-    if (!opened) {
-      PrintDiagnostic(file + ": " + std::generic_category().message(errno));
+    RegularFile opened = OpenRegularFile(file);
+    if (!opened.fd) {
+      PrintDiagnostic(file + ": " + opened.obstacle);
       return false;
     }
-    out.push_back(std::move(opened));
+    out.push_back(std::move(opened.fd));
   }
   return true;
 }

@@ -13,7 +13,8 @@ namespace Quill::Tool {
 // What the commands that ask the kernel have in common: opening their files, showing the library's
 // log, and running under the simulated kernel.
 
-// Opens the files read-only, in order. False, with one diagnostic, at the first that cannot be.
+// Opens the files read-only, in order. False, with one diagnostic, at the first that cannot be
+// opened or is no regular file.
 bool OpenFiles(const std::vector<std::string>& files, std::vector<std::unique_ptr<Fd>>& out);
 
 // Calls `entryPoint`, shows the lines that the library logs meanwhile, and ends with kFailed when

@@ -1,11 +1,9 @@
 #include "cli/package_report.h"
 
-#include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 #include <exception>
 #include <mutex>
@@ -13,25 +11,16 @@
 #include <nlohmann/json.hpp>
 #include <shared_mutex>
 #include <string_view>
-#include <system_error>
 
 #include "cli/escape.h"
 #include "cli/lost_pages.h"
 #include "cli/package_evidence.h"
+#include "cli/regular_file.h"
 #include "util/digest.h"
 #include "util/file.h"
 
 namespace Quill::Tool {
 namespace {
-
-// Why there is nothing to read behind what open returned; empty, with the file's facts, when there
-// is.
-std::string WhyUnreadable(int fd, struct stat& info) {
-  if (fd < 0 || fstat(fd, &info) != 0) return std::generic_category().message(errno);
-  if (S_ISDIR(info.st_mode)) return "is a directory";
-  if (!S_ISREG(info.st_mode)) return "not a regular file";
-  return info.st_size == 0 ? "empty file" : "";
-}
 
 // True when the file still has the size and the time of last change that it had then.
 bool IsAsBefore(int fd, const struct stat& before) {
@@ -110,13 +99,14 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   PackageReport report;
   report.file = file;
   report.ignoreHalyxFilter = ignoreHalyxFilter;
-  const Fd fd(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  struct stat info;
-  const std::string obstacle = WhyUnreadable(fd.GetFd(), info);
-  if (!obstacle.empty()) {
-    report.verdict = {kUnreadable, obstacle};
+  const RegularFile opened = OpenRegularFile(file);
+  const bool isEmpty = opened.fd && opened.info.st_size == 0;
+  if (!opened.fd || isEmpty) {
+    report.verdict = {kUnreadable, isEmpty ? "empty file" : opened.obstacle};
     return report;
   }
+  const Fd& fd = *opened.fd;
+  const struct stat& info = opened.info;
 
   // Pages that are lost while several files are read may be any file's. Who then finds their own
   // unchanged looks again, with no other file being read.

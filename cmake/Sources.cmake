@@ -87,6 +87,7 @@ set(QUILLON_CLI_SOURCES
   cli/package_evidence.cc
   cli/package_report.cc
   cli/progress.cc
+  cli/regular_file.cc
   cli/report_queue.cc
   cli/sdk_level.cc
   cli/tarn_code.cc

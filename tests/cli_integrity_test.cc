@@ -81,5 +81,29 @@ TEST_F(IntegrityCommands, ReportFailuresByStatus) {
       Run("quillon label --simulate=none base.odex"));
 }
 
+// A pipe that nobody writes to would be waited for, and a device may never end.
+TEST_F(IntegrityCommands, RefuseAllButRegularFiles) {
+  EXPECT_EQ(0, std::system(("mkfifo " + folder_.Path() + "/pipe").c_str()));
+  const std::pair<std::string, std::string> kFiles[] = {
+      {"pipe", "not a regular file"},
+      {"/dev/zero", "not a regular file"},
+      {".", "is a directory"},
+  };
+  for (const auto& [file, obstacle] : kFiles) {
+    const std::string lines[] = {
+        "label " + file,
+        "sign-apk " + file,
+        "provision base.apk " + file + " base.vdex",
+        "provision-art base.apk " + file,
+        "start-provision base.odex " + file,
+    };
+    for (const std::string& line : lines) {
+      EXPECT_EQ("! quillon: " + file + ": " + obstacle + "\nexit 3\n",
+                Run("timeout 60 " QUILLON_TOOL " " + line))
+          << line;
+    }
+  }
+}
+
 }  // namespace
 }  // namespace Quill
