@@ -1,101 +1,23 @@
 #include "cli/integrity_run.h"
 
-#include <dlfcn.h>
 #include <fmt/format.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <cerrno>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <set>
 #include <system_error>
 
 #include "cli/file_label.h"
+#include "cli/journal_file.h"
 #include "cli/log_recorder.h"
 #include "cli/output.h"
 #include "cli/regular_file.h"
-#include "util/base64.h"
+#include "cli/simulated_run.h"
 
 namespace Quill::Tool {
 namespace {
 
-namespace fs = std::filesystem;
 using nlohmann::json;
-
-// Tells the second run of the program from the first.
-constexpr char kSimulatedRun[] = "QUILLON_SIMULATED_RUN";
-
-// libtarnsim.so lies beside libquillon.so; empty when it does not.
-fs::path SimulatorPath() {
-  Dl_info library;
-  if (dladdr(reinterpret_cast<void*>(base64encode_len), &library) == 0) return {};
-  const fs::path path = fs::path(library.dli_fname).parent_path() / "libtarnsim.so";
-  std::error_code error;
-  return fs::exists(path, error) ? fs::absolute(path, error) : fs::path();
-}
-
-// A new, empty file for the journal, removed on destruction.
-class JournalFile {
- public:
-  JournalFile() : path_((fs::temp_directory_path() / "quillon-journal-XXXXXX").string()) {
-    const int fd = mkstemp(path_.data());
-    if (fd < 0) throw std::system_error(errno, std::generic_category(), "cannot make a journal");
-    close(fd);
-  }
-  JournalFile(const JournalFile&) = delete;
-  JournalFile& operator=(const JournalFile&) = delete;
-  ~JournalFile() { unlink(path_.c_str()); }
-
-  const std::string& Path() const { return path_; }
-
-  std::vector<json> Read() const {
-    std::vector<json> requests;
-    std::ifstream file(path_);
-    for (std::string line; std::getline(file, line);) {
-      requests.push_back(json::parse(line, nullptr, /*allow_exceptions=*/false));
-    }
-    return requests;
-  }
-
- private:
-  std::string path_;
-};
-
-// The arguments of this process, as it was started.
-std::vector<std::string> OwnArguments() {
-  std::ifstream file("/proc/self/cmdline", std::ios::binary);
-  std::vector<std::string> arguments;
-  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
-  return arguments;
-}
-
-// Runs this program again, with the simulator before it; its exit status.
-int RunAgain(const fs::path& simulator, const std::string& interface, const std::string& journal) {
-  const pid_t child = fork();
-  if (child == 0) {
-    setenv(kSimulatedRun, "1", 1);
-    setenv("TARNSIM_INTERFACE", interface.c_str(), 1);
-    setenv("TARNSIM_JOURNAL", journal.c_str(), 1);
-    setenv("LD_PRELOAD", simulator.c_str(), 1);
-    std::vector<std::string> arguments = OwnArguments();
-    std::vector<char*> pointers;
-    pointers.reserve(arguments.size() + 1);
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    execv("/proc/self/exe", pointers.data());
-    PrintDiagnostic("cannot run this program again: " + std::generic_category().message(errno));
-    _exit(kFailed);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
-  }
-  return child > 0 && WIFEXITED(status) ? WEXITSTATUS(status) : kFailed;
-}
 
 // What was asked and what came of it, in words.
 std::string Describe(const json& request) {
@@ -114,6 +36,7 @@ std::string Describe(const json& request) {
 }
 
 bool Show(const std::vector<json>& requests, const std::string& package) {
+  if (requests.empty()) return true;
   bool shown = PrintLine("What the simulated kernel was asked:");
   std::vector<std::string> signedFiles;
   for (size_t i = 0; i < requests.size(); ++i) {
@@ -171,18 +94,16 @@ void DeclareSimulate(CLI::App& parser, std::string& interface) {
 
 ExitStatus RunMaybeSimulated(const std::string& interface, const std::string& package,
                              const std::function<ExitStatus()>& command) {
-  if (interface.empty() || getenv(kSimulatedRun) != nullptr) return command();
-
-  const fs::path simulator = SimulatorPath();
-  if (simulator.empty()) {
-    PrintDiagnostic("there is no libtarnsim.so beside libquillon.so");
+  if (interface.empty()) return command();
+  if (IsSecondRun()) {
+    if (SimulatorAnswers()) return command();
+    PrintDiagnostic("not run: libtarnsim.so does not answer, so nothing would be simulated");
     return kFailed;
   }
   const JournalFile journal;
-  const int status = RunAgain(simulator, interface, journal.Path());
+  const ExitStatus status = RunAgain(interface, journal);
   LogRecorder::Install();
-  if (!Show(journal.Read(), package)) return kFailed;
-  return static_cast<ExitStatus>(status);
+  return Show(journal.Read(), package) ? status : kFailed;
 }
 
 }  // namespace Quill::Tool

@@ -26,9 +26,10 @@ ExitStatus RunLogged(const std::function<void()>& entryPoint);
 void DeclareSimulate(CLI::App& parser, std::string& interface);
 
 // Runs `command` here when `interface` is empty. Otherwise runs the program again with
-// libtarnsim.so before it, and then shows on standard output what the simulated kernel was asked
-// and the labels of the files that it signed, beside those files and `package` (none when empty) as
-// they are now. Ends as the command did; kFailed when the simulator cannot be had.
+// libtarnsim.so before it, and then shows on standard output what the simulated kernel was asked,
+// if anything, and the labels of the files that it signed, beside those files and `package` (none
+// when empty) as they are now. Ends as the command did; kFailed, without running it, when the
+// simulator cannot be had or does not answer.
 ExitStatus RunMaybeSimulated(const std::string& interface, const std::string& package,
                              const std::function<ExitStatus()>& command);
 

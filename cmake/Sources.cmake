@@ -79,6 +79,7 @@ set(QUILLON_CLI_SOURCES
   cli/escape.cc
   cli/file_label.cc
   cli/integrity_run.cc
+  cli/journal_file.cc
   cli/log_recorder.cc
   cli/lost_pages.cc
   cli/main.cc
@@ -90,6 +91,7 @@ set(QUILLON_CLI_SOURCES
   cli/regular_file.cc
   cli/report_queue.cc
   cli/sdk_level.cc
+  cli/simulated_run.cc
   cli/tarn_code.cc
   cli/verdict.cc
 )

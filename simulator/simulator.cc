@@ -96,6 +96,13 @@ KernelTurn::KernelTurn() {
   slot_ = slot;
 }
 
+bool TarnsimAnswerOnce(uint32_t nonce) {
+  const KernelTurn turn;
+  if (turn.Kernel() == nullptr) return false;
+  turn.Kernel()->rules.AnswerOnce(nonce);
+  return true;
+}
+
 Simulation::Simulation(const KernelSetup& setup) {
   auto kernel = std::make_unique<SimulatedKernel>(
       setup, [this](const Request& request) { journal_.push_back(request); });

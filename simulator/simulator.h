@@ -96,6 +96,11 @@ QUILLON_EXPORT const char* NameOf(Call call);
 // "pid", "label" decoded, "integrity", "identity" and "certificate", "result" and "errno".
 QUILLON_EXPORT std::string ToJson(const Request& request);
 
+// Has the next reading of a task's integrity answered with `nonce` and not recorded. False when
+// nothing is simulated. A program that must not reach the real kernel looks this function up in the
+// running process, and then asks.
+extern "C" QUILLON_EXPORT bool TarnsimAnswerOnce(uint32_t nonce);
+
 // Simulates while it lives. One at a time; its threads may use the kernel at once.
 class QUILLON_EXPORT Simulation {
  public:

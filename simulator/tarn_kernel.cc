@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <utility>
 
 namespace tarnsim {
 namespace {
@@ -112,11 +113,12 @@ bool TarnKernel::LiesOnReadOnlyFs(int fd) const {
 }
 
 int TarnKernel::Open() {
+  const int refusal = setup_.interface == TarnInterface::kDevice ? 0 : ENOENT;
+  if (nonce_) return refusal;
   Request request;
   request.call = Call::kOpen;
   request.interface = setup_.interface;
-  const Answer answer =
-      Decide(request, [this] { return setup_.interface == TarnInterface::kDevice ? 0 : ENOENT; });
+  const Answer answer = Decide(request, [refusal] { return refusal; });
   if (answer.error != 0) journal_(request);
   return answer.error;
 }
@@ -137,6 +139,10 @@ Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
   Quill::TarnRequest record;
   if (!machine_.CopyIn(address, &record, sizeof(record))) {
     return DecideAndRecord(request, [] { return EFAULT; });
+  }
+  if (nonce_ && request.call == Call::kReadIntegrity) {
+    record.wordA = *std::exchange(nonce_, std::nullopt);
+    return {machine_.CopyOut(address, &record, sizeof(record)) ? 0 : -1, 0};
   }
   const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
   request.record.assign(bytes, bytes + sizeof(record));
@@ -169,6 +175,12 @@ Answer TarnKernel::Fcntl(int fd, int command, uint64_t argument) {
 }
 
 int TarnKernel::OpenText(Call call, int pid, std::string& text) {
+  char number[16];
+  if (nonce_ && call == Call::kReadIntegrity && setup_.interface == TarnInterface::kLegacy) {
+    snprintf(number, sizeof(number), "%x\n", *std::exchange(nonce_, std::nullopt));
+    text = number;
+    return 0;
+  }
   Request request;
   request.call = call;
   request.interface = setup_.interface;
@@ -176,7 +188,6 @@ int TarnKernel::OpenText(Call call, int pid, std::string& text) {
   const Answer answer = DecideAndRecord(request, [&] {
     if (setup_.interface != TarnInterface::kLegacy) return ENOENT;
     if (pid != 0 && !machine_.HasTask(pid)) return ENOENT;
-    char number[16];
     if (call == Call::kReadIntegrity) {
       request.integrity = ReadIntegrity();
       snprintf(number, sizeof(number), "%x\n", *request.integrity);

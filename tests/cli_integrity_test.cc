@@ -1,5 +1,7 @@
 #include <sys/xattr.h>
 
+#include <csignal>
+
 #include "tests/support/tool_test.h"
 
 namespace Quill {
@@ -64,6 +66,75 @@ TEST_F(SimulatedCommands, TheOthersAskInTheirOrder) {
       "  2. read-label of task N, refused: No such file or directory\n"
       "  3. read-reset-file of task N, refused: No such file or directory\nexit 0\n",
       Run("quillon task --simulate"));
+}
+
+constexpr char kNotSimulated[] =
+    "! quillon: not run: libtarnsim.so does not answer, so nothing would be simulated\nexit 1\n";
+
+// What is installed lies in a folder with a blank, at which the loader takes LD_PRELOAD apart.
+TEST_F(SimulatedCommands, RunBehindTheSimulatorOrNotAtAll) {
+  const std::string install = "preload='" QUILLON_PRELOAD
+                              "'; simulator=${preload#LD_PRELOAD=}; from=${simulator%/*}; "
+                              "mkdir -p 'in stalled'; rm -f 'in stalled'/*; "
+                              "cp \"$from\"/libquillon.so* \"$from\"/libtarnsim.so 'in stalled'; "
+                              "export LD_LIBRARY_PATH='in stalled'; ";
+  const std::string marked = "export QUILLON_SIMULATED_RUN=1; ";
+  const struct {
+    std::string title;
+    std::string preparation;
+    std::string end;  // of the output
+  } kCases[] = {
+      {"whole", "", "  2. sign DIR/base.apk, done\n"},
+      {"missing", "rm 'in stalled/libtarnsim.so'; ",
+       "! quillon: cannot simulate: in stalled/libtarnsim.so: No such file or directory\nexit 1\n"},
+      {"a pipe", "rm 'in stalled/libtarnsim.so'; mkfifo 'in stalled/libtarnsim.so'; ",
+       "! quillon: cannot simulate: in stalled/libtarnsim.so: not a regular file\nexit 1\n"},
+      {"damaged", "echo >'in stalled/libtarnsim.so'; ", kNotSimulated},
+      {"another library", "cp \"$from/libhx.so\" 'in stalled/libtarnsim.so'; ", kNotSimulated},
+      {"a stray mark", marked, kNotSimulated},
+      {"not switched on", marked + "export LD_PRELOAD=\"$simulator\"; ", kNotSimulated},
+      {"behind another library",
+       marked + "export TARNSIM_INTERFACE=device LD_PRELOAD=\"$from/libhx.so $simulator\"; ",
+       kNotSimulated},
+  };
+  for (const auto& [title, preparation, end] : kCases) {
+    const std::string output =
+        Run(install + preparation + "timeout 60 " QUILLON_TOOL " sign-apk --simulate base.apk");
+    if (title == "whole") {
+      EXPECT_NE(std::string::npos, output.find(end)) << output;
+      continue;
+    }
+    EXPECT_EQ(output.size() - end.size(), output.rfind(end)) << title << "\n" << output;
+    EXPECT_EQ(std::string::npos, output.find("TARN")) << title << "\n" << output;
+  }
+}
+
+// A second run must not outlive the first, which a signal ends in any state. It waits here for an
+// integrity value that never comes.
+TEST_F(SimulatedCommands, EndWithTheSignalThatEndsTheTool) {
+  const std::pair<const char*, int> kSignals[] = {
+      {"INT", SIGINT}, {"TERM", SIGTERM}, {"HUP", SIGHUP}, {"KILL", SIGKILL}};
+  for (const auto& [name, number] : kSignals) {
+    const std::string output =
+        Run("exec 2>/dev/null; mkdir -p tmp; export TMPDIR=$PWD/tmp TARNSIM_INTEGRITY=ffffffff; "
+            "env --default-signal " QUILLON_TOOL
+            " sign-apk --simulate base.apk & tool=$!; "
+            "until child=$(cat /proc/$tool/task/$tool/children); child=${child%% *}; "
+            "grep -qs TARNSIM_JOURNAL /proc/$child/environ; do sleep 0.01; done; sleep 0.1; "
+            "kill -" +
+            std::string(name) +
+            " $tool; wait $tool; echo ended $?; for i in 1 2 3 4 5 6 7 8 9; do "
+            "grep -qs 'State:.[^Z]' /proc/$child/status || break; sleep 0.1; done; "
+            "[ $i -lt 9 ] || { echo child is left; kill -9 $child; }; ls tmp");
+    EXPECT_EQ("ended " + std::to_string(128 + number) + "\nexit 0\n", output) << name;
+  }
+}
+
+// The second run's status counts even where ended processes leave none.
+TEST_F(SimulatedCommands, FailAlsoForACallerThatIgnoresTheEndOfProcesses) {
+  const std::string output =
+      Run("env --ignore-signal=CHLD " QUILLON_TOOL " label --simulate base.odex");
+  EXPECT_EQ("exit 1\n", output.substr(output.rfind("exit "))) << output;
 }
 
 // A machine without the subsystem: the same calls, and their failures are told.

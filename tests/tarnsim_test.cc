@@ -3,6 +3,7 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 #include <string>
 
@@ -31,6 +32,23 @@ TEST(Tarnsim, VerifyingGoesByTheFileAsItIsNow) {
     EXPECT_EQ(0xFFFFFFC3, TarnVerifyFd(file.GetFd()));  // ENODATA
     TarnExLabelFree(label);
   }
+}
+
+TEST(Tarnsim, AnswersForItselfBesideAllSettings) {
+  for (const auto interface : {tarnsim::TarnInterface::kDevice, tarnsim::TarnInterface::kLegacy}) {
+    tarnsim::KernelSetup setup;
+    setup.interface = interface;
+    setup.faults = {{tarnsim::Call::kOpen, 1, EIO}, {tarnsim::Call::kReadIntegrity, 0, EIO}};
+    tarnsim::Simulation simulation(setup);
+    uint32_t value = 0;
+    EXPECT_TRUE(tarnsim::TarnsimAnswerOnce(0xABCD0123));
+    EXPECT_EQ(0u, TarnTaskReadIntegrity(0, 0, &value));
+    EXPECT_EQ(0xABCD0123u, value);
+    EXPECT_TRUE(simulation.TakeJournal().empty());
+    EXPECT_NE(0u, TarnTaskReadIntegrity(0, 0, &value));  // the fault of the first that counts
+    EXPECT_EQ(1u, simulation.TakeJournal().size());
+  }
+  EXPECT_FALSE(tarnsim::TarnsimAnswerOnce(1));
 }
 
 TEST(Tarnsim, StandsBeforeACProgramThatKnowsTheHeadersAlone) {

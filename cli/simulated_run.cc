@@ -1,0 +1,144 @@
+#include "cli/simulated_run.h"
+
+#include <dlfcn.h>
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <random>
+#include <system_error>
+#include <vector>
+
+#include "cli/journal_file.h"
+#include "cli/output.h"
+#include "cli/regular_file.h"
+#include "integrity/tarn.h"
+#include "util/base64.h"
+
+namespace Quill::Tool {
+namespace {
+
+// Tells the second run of the program from the first.
+constexpr char kSecondRun[] = "QUILLON_SIMULATED_RUN";
+
+// libtarnsim.so lies beside libquillon.so.
+std::string SimulatorPath() {
+  Dl_info library;
+  if (dladdr(reinterpret_cast<void*>(base64encode_len), &library) == 0) return "libtarnsim.so";
+  return std::filesystem::path(library.dli_fname).parent_path() / "libtarnsim.so";
+}
+
+// The arguments of this process, as it was started.
+std::vector<std::string> OwnArguments() {
+  std::ifstream file("/proc/self/cmdline", std::ios::binary);
+  std::vector<std::string> arguments;
+  for (std::string argument; std::getline(file, argument, '\0');) arguments.push_back(argument);
+  return arguments;
+}
+
+bool SetVariable(const char* name, const std::string& value) {
+  return setenv(name, value.c_str(), /*overwrite=*/1) == 0;
+}
+
+bool KeepOverExec(int fd) { return fcntl(fd, F_SETFD, 0) == 0; }
+
+// Turns this process into the second run; returns only when that fails, with errno set.
+void BecomeSecondRun(const std::string& interface, int simulator, const JournalFile& journal) {
+  // A path would be taken apart at its blanks and colons.
+  const std::string preload = "/proc/self/fd/" + std::to_string(simulator);
+  if (!KeepOverExec(simulator) || !KeepOverExec(journal.Descriptor()) ||
+      !SetVariable(kSecondRun, "1") || !SetVariable("TARNSIM_INTERFACE", interface) ||
+      !SetVariable("TARNSIM_JOURNAL", journal.Path()) || !SetVariable("LD_PRELOAD", preload)) {
+    return;
+  }
+  std::vector<std::string> arguments = OwnArguments();
+  std::vector<char*> pointers;
+  pointers.reserve(arguments.size() + 1);
+  for (std::string& argument : arguments) pointers.push_back(argument.data());
+  pointers.push_back(nullptr);
+  execv("/proc/self/exe", pointers.data());
+}
+
+// True when the child ended by itself with a status of this program.
+bool EndedWell(int status) {
+  if (WIFSIGNALED(status)) {
+    PrintDiagnostic(fmt::format("the simulated run ended by signal {} ({})", WTERMSIG(status),
+                                strsignal(WTERMSIG(status))));
+    return false;
+  }
+  if (WEXITSTATUS(status) <= kUnverified) return true;
+  PrintDiagnostic(fmt::format("the simulated run ended with status {}", WEXITSTATUS(status)));
+  return false;
+}
+
+ExitStatus Fail(const std::string& action, int error) {
+  PrintDiagnostic("cannot " + action + ": " + std::generic_category().message(error));
+  return kFailed;
+}
+
+}  // namespace
+
+ExitStatus RunAgain(const std::string& interface, const JournalFile& journal) {
+  const std::string path = SimulatorPath();
+  const RegularFile simulator = OpenRegularFile(path);
+  if (!simulator.fd) {
+    PrintDiagnostic("cannot simulate: " + path + ": " + simulator.obstacle);
+    return kFailed;
+  }
+
+  // A caller that ignores the signal would leave nothing to wait for.
+  std::signal(SIGCHLD, SIG_DFL);
+  const pid_t parent = getpid();
+  const pid_t child = fork();
+  if (child == 0) {
+    // Signals that end the first run end the second by this. It may have ended already.
+    if (prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent) {
+      BecomeSecondRun(interface, simulator.fd->GetFd(), journal);
+    }
+    _exit(Fail("run this program again", errno));
+  }
+  if (child < 0) return Fail("run this program again", errno);
+  int status = 0;
+  while (waitpid(child, &status, 0) < 0) {
+    if (errno != EINTR) return Fail("wait for the simulated run", errno);
+  }
+  return EndedWell(status) ? static_cast<ExitStatus>(WEXITSTATUS(status)) : kFailed;
+}
+
+bool IsSecondRun() { return getenv(kSecondRun) != nullptr; }
+
+bool SimulatorAnswers() {
+  using AnswerOnce = bool (*)(uint32_t nonce);
+  const auto answerOnce = reinterpret_cast<AnswerOnce>(dlsym(RTLD_NEXT, "TarnsimAnswerOnce"));
+  Dl_info simulator;
+  if (answerOnce == nullptr || dladdr(reinterpret_cast<void*>(answerOnce), &simulator) == 0) {
+    return false;
+  }
+  // The first library behind the program counts. The program defines none of these names itself,
+  // or, as a sanitizer does, only to hand them on to that library.
+  constexpr const char* kNames[] = {"fcntl",      "fcntl64", "fopen",     "fopen64",
+                                    "fstatvfs",   "ioctl",   "open",      "open64",
+                                    "fstatvfs64", "statvfs", "statvfs64", "HxNewCertificate"};
+  const bool isFirst = std::all_of(std::begin(kNames), std::end(kNames), [&](const char* name) {
+    Dl_info owner;
+    return dladdr(dlsym(RTLD_NEXT, name), &owner) != 0 && owner.dli_fbase == simulator.dli_fbase;
+  });
+  if (!isFirst) return false;
+
+  const uint32_t nonce = std::random_device()();
+  uint32_t answer = ~nonce;
+  return answerOnce(nonce) && TarnTaskReadIntegrity(/*pid=*/0, /*wait=*/0, &answer) == TARN_OK &&
+         answer == nonce;
+}
+
+}  // namespace Quill::Tool
