@@ -5,6 +5,7 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <nlohmann/json.hpp>
+#include <string_view>
 #include <system_error>
 
 #include "cli/file_label.h"
@@ -33,6 +34,25 @@ std::string Describe(const json& request) {
   const int result = request.value("result", 0);
   if (result == 0) return text + ", done";
   return text + ", refused: " + std::generic_category().message(error);
+}
+
+// What the library logs where its rules leave a file without a label, and why they do.
+constexpr struct {
+  std::string_view lineStart;
+  const char* reason;
+} kUnlabelled[] = {
+    {"HALYX permissions are absent.", "the package is outside the Halyx feature"},
+    {"TARN can't verify a file ", "a plain JAR, which the kernel does not verify"},
+};
+
+// Null when no rule stood in the way of a label.
+const char* WhyNothingLabelled(const std::vector<LogLine>& log) {
+  for (const LogLine& line : log) {
+    for (const auto& [lineStart, reason] : kUnlabelled) {
+      if (line.text.compare(0, lineStart.size(), lineStart) == 0) return reason;
+    }
+  }
+  return nullptr;
 }
 
 bool Show(const std::vector<json>& requests, const std::string& package) {
@@ -80,7 +100,10 @@ ExitStatus RunLogged(const std::function<void()>& entryPoint) {
     PrintErrorLine(fmt::format("{} {}", line.priority, line.text));
     if (line.priority == 'E') status = kFailed;
   }
-  return status;
+  const char* reason = WhyNothingLabelled(log.Lines());
+  if (status != kDone || reason == nullptr) return status;
+  PrintDiagnostic(fmt::format("nothing labelled: {}", reason));
+  return kUnverified;
 }
 
 void DeclareSimulate(CLI::App& parser, std::string& interface) {

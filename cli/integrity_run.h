@@ -17,8 +17,9 @@ namespace Quill::Tool {
 // opened or is no regular file.
 bool OpenFiles(const std::vector<std::string>& files, std::vector<std::unique_ptr<Fd>>& out);
 
-// Calls `entryPoint`, shows the lines that the library logs meanwhile, and ends with kFailed when
-// one of them is an error.
+// Calls `entryPoint` and shows the lines that the library logs meanwhile. Ends with kFailed when
+// one of them is an error, and with kUnverified and a diagnostic when the rules left nothing to
+// label.
 ExitStatus RunLogged(const std::function<void()>& entryPoint);
 
 // Adds --simulate to the parser's options. `interface` receives that of the simulated kernel,

@@ -60,7 +60,7 @@ set(QUILLON_HX_SOURCES
   host/libhx.cc
 )
 
-# The simulated kernel, which shares a few helpers with the library but no object.
+# The simulated kernel, which shares a few helpers with the library and the tool but no object.
 set(TARNSIM_SOURCES
   simulator/environment.cc
   simulator/interpose.cc
@@ -69,6 +69,7 @@ set(TARNSIM_SOURCES
   simulator/tarn_kernel.cc
   util/file_name.cc
   util/strings.cc
+  cli/escape.cc
 )
 
 set(QUILLON_CLI_SOURCES

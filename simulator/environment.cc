@@ -6,14 +6,20 @@
 #include <string>
 #include <vector>
 
+#include "cli/escape.h"
 #include "simulator/process.h"
 #include "util/strings.h"
 
 namespace tarnsim {
 namespace {
 
+// The message may hold what a terminal would act upon.
+void PrintDiagnostic(const std::string& message) {
+  fprintf(stderr, "tarnsim: %s\n", Quill::Tool::EscapeForTerminal(message).c_str());
+}
+
 [[noreturn]] void Refuse(const char* variable, const std::string& value) {
-  fprintf(stderr, "tarnsim: %s: cannot understand \"%s\"\n", variable, value.c_str());
+  PrintDiagnostic(std::string(variable) + ": cannot understand \"" + value + "\"");
   _exit(2);
 }
 
@@ -98,7 +104,7 @@ constexpr struct {
 void Append(const std::string& path, const std::string& line) {
   const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
   if (file < 0 || write(file, line.data(), line.size()) < 0) {
-    fprintf(stderr, "tarnsim: cannot write to the journal %s\n", path.c_str());
+    PrintDiagnostic("cannot write to the journal " + path);
   }
   if (file >= 0) close(file);
 }

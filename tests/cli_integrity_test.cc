@@ -1,7 +1,9 @@
 #include <sys/xattr.h>
 
+#include <algorithm>
 #include <csignal>
 
+#include "tests/support/package_builder.h"
 #include "tests/support/tool_test.h"
 
 namespace Quill {
@@ -150,6 +152,32 @@ TEST_F(IntegrityCommands, ReportFailuresByStatus) {
       "! quillon: --simulate: none not in {device,legacy}\n"
       "! quillon: try \"quillon --help\"\nexit 2\n",
       Run("quillon label --simulate=none base.odex"));
+}
+
+// The simulated kernel has verified no JAR, and the real one of a workstation does not even exist.
+TEST_F(SimulatedCommands, TellWhenTheRulesLeaveNothingToLabel) {
+  folder_.Write("other.apk", PackageBuilder().Manifest().Entry("classes.dex", {'d'}).V2().Build());
+  folder_.Write("plain.jar", PackageBuilder().Entry("a", {}).Build());
+  const std::string outside =
+      "! quillon: nothing labelled: the package is outside the Halyx feature\nexit 4\n";
+  const std::string jar =
+      "! quillon: nothing labelled: a plain JAR, which the kernel does not verify\nexit 4\n";
+  const std::pair<std::string, std::string> kCases[] = {
+      {"provision --simulate other.apk base.odex base.vdex", outside},
+      {"provision-art --simulate=legacy other.apk base.odex", outside},
+      {"sign-apk --simulate other.apk", outside},
+      {"sign-apk other.apk", outside},
+      {"sign-apk --simulate --ignore-halyx other.apk", "! I <TARN>: Exit from ApkSigner\nexit 0\n"},
+      {"sign-apk --simulate=legacy plain.jar", jar},
+      {"sign-apk plain.jar", jar},
+      {"provision --simulate plain.jar base.odex base.vdex",
+       "! I <TARN>: Exit from ProvisionOat\nexit 1\n"},
+      {"sign-apk base.odex", "! I <TARN>: Exit from ApkSigner\nexit 1\n"},
+  };
+  for (const auto& [line, end] : kCases) {
+    const std::string output = Run("quillon " + line);
+    EXPECT_EQ(end, output.substr(output.size() - std::min(output.size(), end.size()))) << line;
+  }
 }
 
 // A pipe that nobody writes to would be waited for, and a device may never end.

@@ -69,4 +69,21 @@ TEST(Tarnsim, StandsBeforeACProgramThatKnowsTheHeadersAlone) {
       std::string(output.begin(), output.end()));
 }
 
+TEST(Tarnsim, WritesNothingRawThatSteersATerminal) {
+  const TempFolder folder;
+  const std::string command = "cd " + folder.Path() +
+                              "; export ASAN_OPTIONS=verify_asan_link_order=0; "
+                              "Client() { env \"$@\" " QUILLON_PRELOAD " " QUILLON_TARN_CLIENT
+                              " / 2>>messages >/dev/null; }; "
+                              "Client TARNSIM_INTERFACE='\x1b[2J\u202ex'; "
+                              "Client TARNSIM_INTERFACE=device TARNSIM_JOURNAL='\x1b\u2066/j'";
+  EXPECT_EQ(0, std::system(command.c_str()));
+  const ByteVector bytes = ReadFile(folder.Path() + "/messages");
+  const std::string messages(bytes.begin(), bytes.end());
+  EXPECT_EQ(0u,
+            messages.find("tarnsim: TARNSIM_INTERFACE: cannot understand \"\\x1b[2J\\u{202e}x\"\n"
+                          "tarnsim: cannot write to the journal \\x1b\\u{2066}/j\n"))
+      << messages;
+}
+
 }  // namespace Quill
