@@ -43,7 +43,7 @@ class Budget {
       spent_ += kMalformed;
       // In UTF-8 the parser finds some errors only after a walk over the whole text.
       size_t walked = 0;
-      if (pool_.string8At(entry, &walked) != nullptr) spent_ += walked;
+      if (pool_.string8At(entry, &walked) != nullptr) spent_ += 2 * walked;  // by both fetches
     } else if (pool_.isUTF8() && !isConverted_[entry]) {
       // The parser converts UTF-8 on the first fetch and keeps the result. UTF-16 is not walked.
       isConverted_[entry] = true;
@@ -57,7 +57,7 @@ class Budget {
   static constexpr uint64_t kMost = 256 << 20;
   static constexpr uint64_t kFetch = 8;
   static constexpr uint64_t kConverted = 8;     // per character; also bounds what the parser keeps
-  static constexpr uint64_t kMalformed = 4096;  // the parser logs a line
+  static constexpr uint64_t kMalformed = 8192;  // two fetches, and a line of the parser for each
   const ResStringPool& pool_;
   std::vector<bool> isConverted_;
   uint64_t spent_ = 0;
