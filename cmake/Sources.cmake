@@ -103,6 +103,7 @@ set(QUILLON_TEST_SUPPORT_SOURCES
   tests/support/log_capture.cc
   tests/support/manifest_xml.cc
   tests/support/package_builder.cc
+  tests/support/package_numbers.cc
   tests/support/signers.cc
   tests/support/signing_key.cc
   tests/support/temp_file.cc

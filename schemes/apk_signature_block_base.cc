@@ -1,6 +1,5 @@
 #include "schemes/apk_signature_block_base.h"
 
-#include <cstring>
 #include <limits>
 #include <utility>
 
@@ -11,18 +10,19 @@
 namespace Quill {
 namespace {
 
-template <typename Record>
-bool ParseAlgorithmItem(const LengthValueItem* item, Record& out) {
-  if (item == nullptr) return false;
-  ByteCursor whole(item, sizeof *item + ItemBody(item).Remaining());
-  return TakeAlgorithmItem(whole, out);
+bool TakeAllAttributes(ByteCursor items, uint64_t following, std::vector<Attribute>& out) {
+  const auto take = [following](ByteCursor& rest, Attribute& attribute) {
+    return TakeAttributeItem(rest, following, attribute);
+  };
+  return TakeAll(items, take, out);
 }
 
 }  // namespace
 
 ApkSignatureBlockBase::ApkSignatureBlockBase(const ApkSignatureBlock* block,
-                                             std::vector<RawData> chunks)
-    : block_(block), chunks_(std::move(chunks)) {}
+                                             std::vector<RawData> chunks,
+                                             std::optional<uint64_t> length)
+    : block_(block), chunks_(std::move(chunks)), length_(length) {}
 
 bool ApkSignatureBlockBase::VerifyMainCertificate(
     const std::vector<std::vector<uint8_t>>& certificates,
@@ -55,17 +55,17 @@ bool ApkSignatureBlockBase::GetPublicKeys(std::vector<std::vector<uint8_t>>& out
 }
 
 bool ApkSignatureBlockBase::ParseDigestItem(const LengthValueItem* item, Digest& out) {
-  return ParseAlgorithmItem(item, out);
+  return item != nullptr && ReadAlgorithmItem(ItemBody(item), out);
 }
 
 bool ApkSignatureBlockBase::ParseSignatureItem(const LengthValueItem* item, Signature& out) {
-  return ParseAlgorithmItem(item, out);
+  return item != nullptr && ReadAlgorithmItem(ItemBody(item), out);
 }
 
 bool ApkSignatureBlockBase::ParseAttributeItem(const LengthValueItem* item, Attribute& out) {
   if (item == nullptr) return false;
-  ByteCursor whole(item, sizeof *item + ItemBody(item).Remaining());
-  return TakeAttributeItem(whole, /*following=*/0, out);
+  ReadAttributeItem(ItemBody(item), /*behind=*/0, out);
+  return true;
 }
 
 bool ApkSignatureBlockBase::ParseDigests(const LengthValueItem* sequence,
@@ -88,14 +88,11 @@ bool ApkSignatureBlockBase::ParseAttributes(const LengthValueItem* sequence,
   if (sequence == nullptr) return false;
   const ByteCursor items = ItemBody(sequence);
   const auto start = reinterpret_cast<uintptr_t>(sequence);
-  if (start + sizeof *sequence + items.Remaining() <= start) {
+  if (std::numeric_limits<uintptr_t>::max() - start < sizeof *sequence + items.Remaining()) {
     QUILL_LOGE("Out of range the sequence of additional attributes");
     return false;
   }
-  const auto take = [following](ByteCursor& rest, Attribute& attribute) {
-    return TakeAttributeItem(rest, following, attribute);
-  };
-  return TakeAll(items, take, out);
+  return TakeAllAttributes(items, following, out);
 }
 
 bool ApkSignatureBlockBase::CompareOrder(const std::vector<Signature>& signatures,
@@ -136,17 +133,19 @@ bool ApkSignatureBlockBase::CalcTopDigestOfAPK(std::unique_ptr<Hash>& hash,
 }
 
 bool ApkSignatureBlockBase::ParseSigners(
-    const std::function<bool(const LengthValueItem* signer)>& parseSigner) const {
-  ApkSignatureBlock pair;
-  std::memcpy(&pair, block_, sizeof pair);
-  ByteCursor value(block_ + 1, pair.length - sizeof pair.id);
+    const std::function<bool(ByteCursor signer, bool isWhole)>& parseSigner) const {
+  constexpr uint64_t kIdSize = sizeof block_->id;
+  const uint64_t length = length_ ? *length_ : CopyRecord<ApkSignatureBlock>(block_).length;
+  ByteCursor value(block_ + 1, length - std::min(length, kIdSize));
 
   // A length that cannot be read runs past the value like any other that is too large.
   uint32_t sequenceLength = std::numeric_limits<uint32_t>::max();
   value.TakeU32(sequenceLength);
   for (uint64_t left = sequenceLength; left != 0;) {
     const uint64_t before = value.Remaining();
-    if (!parseSigner(TakeItem(value))) return false;
+    ByteCursor signer;
+    const bool isWhole = TakeItemAtMost(value, signer);
+    if (!parseSigner(signer, isWhole)) return false;
     const uint64_t taken = before - value.Remaining();
     if (taken > left) {
       QUILL_LOGE("Can't iterate to the next field signer");
@@ -158,15 +157,16 @@ bool ApkSignatureBlockBase::ParseSigners(
 }
 
 std::vector<uint8_t> ApkSignatureBlockBase::TakeSignedData(ByteCursor& signer) {
-  uint32_t length = 0;
-  if (!signer.TakeU32(length)) signer = {};
-  return signer.TakeAtMost(length).ToVector();
+  ByteCursor signedData;
+  TakeItemAtMost(signer, signedData);
+  return signedData.ToVector();
 }
 
 bool ApkSignatureBlockBase::TakeDigestsAndCertificates(
     ByteCursor& signedData, std::vector<Digest>& digests,
     std::vector<std::vector<uint8_t>>& certificates) {
-  if (!ParseDigests(TakeItem(signedData), digests)) {
+  ByteCursor items;
+  if (!signedData.TakeLengthValue(items) || !TakeAll(items, TakeAlgorithmItem<Digest>, digests)) {
     QUILL_LOGE("Can't parse digests");
     return false;
   }
@@ -174,7 +174,7 @@ bool ApkSignatureBlockBase::TakeDigestsAndCertificates(
     QUILL_LOGE("Can't iterate to the next field certificates");
     return false;
   }
-  if (!ParseCerts(TakeItem(signedData), certificates)) {
+  if (!signedData.TakeLengthValue(items) || !TakeAll(items, TakeCertificate, certificates)) {
     QUILL_LOGE("Can't parse certificates");
     return false;
   }
@@ -187,29 +187,31 @@ bool ApkSignatureBlockBase::TakeAttributes(ByteCursor& signedData,
     QUILL_LOGE("Can't iterate to the next field attributes");
     return false;
   }
-  const LengthValueItem* sequence = TakeItem(signedData);
-  if (!ParseAttributes(sequence, attributes, signedData.Remaining())) {
+  ByteCursor items;
+  if (!signedData.TakeLengthValue(items) ||
+      !TakeAllAttributes(items, /*following=*/signedData.Remaining(), attributes)) {
     QUILL_LOGE("Can't parse attributes");
     return false;
   }
   return true;
 }
 
-bool ApkSignatureBlockBase::TakeSignaturesAndPublicKey(ByteCursor& signer,
+bool ApkSignatureBlockBase::TakeSignaturesAndPublicKey(ByteCursor& signer, bool isWhole,
                                                        std::vector<Signature>& signatures,
                                                        std::vector<uint8_t>& publicKey) {
   if (signer.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field signatures");
     return false;
   }
-  if (!ParseSignatures(TakeItem(signer), signatures)) {
+  ByteCursor items;
+  if (!signer.TakeLengthValue(items) || !TakeAll(items, TakeAlgorithmItem<Signature>, signatures)) {
     QUILL_LOGE("Can't parse signatures");
     return false;
   }
   ByteCursor key;
   const bool fits = signer.TakeLengthValue(key);
   publicKey = key.ToVector();
-  if (!fits || signer.Remaining() != 0) {
+  if (!fits || !isWhole || signer.Remaining() != 0) {
     QUILL_LOGE("Can't iterate to the next field public key");
     return false;
   }

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <vector>
 
 #include "crypto/hash.h"
@@ -21,7 +22,8 @@ namespace Quill {
 // A block is made for one pair, then Parse, Verify and GetPublicKeys are called in this order, by
 // one thread. Virtual functions stand in binary order.
 //
-// Parsers of a field take null for a field that does not fit what encloses it, and refuse it.
+// The pair lies in a mapped file that may change. Each length is read once and compared with what
+// encloses it. What Verify looks at is copied by Parse: signed data, signatures and public keys.
 class ApkSignatureBlockBase {
  public:
   // Scheme rules about the signed attributes; false logs one error line.
@@ -31,9 +33,11 @@ class ApkSignatureBlockBase {
   virtual bool VerifyMainCertificate(const std::vector<std::vector<uint8_t>>& certificates,
                                      const std::vector<uint8_t>& publicKey) const;
 
-  // `block` points at a whole pair, which must not change, and is borrowed, as are the bytes of
-  // `chunks`, the package's digested regions.
-  ApkSignatureBlockBase(const ApkSignatureBlock* block, std::vector<RawData> chunks);
+  // `block` points at a whole pair and is borrowed, as are the bytes of `chunks`, the package's
+  // digested regions. `length` is the pair's length as the caller read it and found it to fit;
+  // without it Parse trusts the one in the pair.
+  ApkSignatureBlockBase(const ApkSignatureBlock* block, std::vector<RawData> chunks,
+                        std::optional<uint64_t> length = std::nullopt);
   ApkSignatureBlockBase(const ApkSignatureBlockBase&) = delete;
   ApkSignatureBlockBase& operator=(const ApkSignatureBlockBase&) = delete;
   virtual ~ApkSignatureBlockBase() = default;
@@ -45,6 +49,7 @@ class ApkSignatureBlockBase {
   // failure stay.
   virtual bool Verify() = 0;
 
+  // Parse the item or the sequence at a pointer; null is refused.
   static bool ParseDigestItem(const LengthValueItem* item, Digest& out);
   static bool ParseSignatureItem(const LengthValueItem* item, Signature& out);
   // What follows the item is not known here: the last four bytes of the value are zeros.
@@ -93,16 +98,19 @@ class ApkSignatureBlockBase {
 
   // Parsing steps. They log one error line for the field that failed, if it is theirs.
 
-  // Hands every item of the pair's signer sequence to `parseSigner`, null for one that does not fit
-  // the pair, until it answers false or an item ends past the sequence.
-  bool ParseSigners(const std::function<bool(const LengthValueItem* signer)>& parseSigner) const;
+  // Hands every signer of the pair's sequence to `parseSigner`, as much of it as lies in the pair,
+  // until it answers false or a signer ends past the sequence. A signer that is not whole must be
+  // refused.
+  bool ParseSigners(const std::function<bool(ByteCursor signer, bool isWhole)>& parseSigner) const;
   // Takes the signed data at the start of a signer, as much of it as the signer holds.
   static std::vector<uint8_t> TakeSignedData(ByteCursor& signer);
   // Take the first, the next or the last fields of signed data or of a signer.
   static bool TakeDigestsAndCertificates(ByteCursor& signedData, std::vector<Digest>& digests,
                                          std::vector<std::vector<uint8_t>>& certificates);
   static bool TakeAttributes(ByteCursor& signedData, std::vector<Attribute>& attributes);
-  static bool TakeSignaturesAndPublicKey(ByteCursor& signer, std::vector<Signature>& signatures,
+  // The key must end where the signer ends, so one that is not whole is refused.
+  static bool TakeSignaturesAndPublicKey(ByteCursor& signer, bool isWhole,
+                                         std::vector<Signature>& signatures,
                                          std::vector<uint8_t>& publicKey);
 
   // Verification steps, in the order of their use. Each logs one error line when it fails.
@@ -125,6 +133,7 @@ class ApkSignatureBlockBase {
   const ApkSignatureBlock* block_;
   std::vector<RawData> chunks_;
   std::vector<std::vector<uint8_t>> publicKeys_;
+  std::optional<uint64_t> length_;
 };
 
 }  // namespace Quill

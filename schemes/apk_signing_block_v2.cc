@@ -14,9 +14,9 @@ constexpr uint32_t kStrippingProtectionId = 0xbeeff00d;
 
 bool ApkSigningBlockV2::Parse() {
   std::vector<SignerV2> signers;
-  const bool parsed = ParseSigners([&signers](const LengthValueItem* item) {
+  const bool parsed = ParseSigners([&signers](ByteCursor fields, bool isWhole) {
     SignerV2 signer;
-    if (!ParseSigner(item, signer)) {
+    if (!ParseSigner(fields, isWhole, signer)) {
       QUILL_LOGE("Can't parse signer data");
       return false;
     }
@@ -33,13 +33,16 @@ bool ApkSigningBlockV2::Parse() {
 }
 
 bool ApkSigningBlockV2::ParseSigner(const LengthValueItem* item, SignerV2& signer) {
-  ByteCursor fields = item == nullptr ? ByteCursor() : ItemBody(item);
+  return ParseSigner(item == nullptr ? ByteCursor() : ItemBody(item), item != nullptr, signer);
+}
+
+bool ApkSigningBlockV2::ParseSigner(ByteCursor fields, bool isWhole, SignerV2& signer) {
   signer.signedData.data = TakeSignedData(fields);
-  if (item == nullptr || !ParseSignedData(signer.signedData)) {
+  if (!ParseSignedData(signer.signedData)) {
     QUILL_LOGE("Can't parse signed data");
     return false;
   }
-  return TakeSignaturesAndPublicKey(fields, signer.signatures, signer.publicKey);
+  return TakeSignaturesAndPublicKey(fields, isWhole, signer.signatures, signer.publicKey);
 }
 
 bool ApkSigningBlockV2::ParseSignedData(SignedDataV2& signedData) {

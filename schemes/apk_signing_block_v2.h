@@ -30,12 +30,15 @@ class ApkSigningBlockV2 : public ApkSignatureBlockBase {
   bool Parse() override;
   bool Verify() override;
 
-  // Reads one signer; null is refused. False logs one error line per level that failed.
+  // Reads the signer at a pointer; null is refused. False logs one error line per level that
+  // failed.
   static bool ParseSigner(const LengthValueItem* item, SignerV2& signer);
   // Reads the other members from `data`. False logs one error line.
   static bool ParseSignedData(SignedDataV2& signedData);
 
  private:
+  // As above, with what the pair holds of the signer.
+  static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV2& signer);
   bool VerifySigner(const SignerV2& signer);
 
   std::vector<SignerV2> signers_;

@@ -35,10 +35,10 @@ bool TakeSdkRange(ByteCursor& fields, uint32_t& minSdk, uint32_t& maxSdk) {
 
 bool ApkSigningBlockV3::Parse() {
   std::vector<SignerV3> signers;
-  const bool parsed = ParseSigners([&signers](const LengthValueItem* item) {
+  const bool parsed = ParseSigners([&signers](ByteCursor fields, bool isWhole) {
     SignerV3 signer;
     // Deliberate: unlike v2, no line beside the parser's own.
-    if (!ParseSigner(item, signer)) return false;
+    if (!ParseSigner(fields, isWhole, signer)) return false;
     signers.push_back(std::move(signer));
     return true;
   });
@@ -52,14 +52,17 @@ bool ApkSigningBlockV3::Parse() {
 }
 
 bool ApkSigningBlockV3::ParseSigner(const LengthValueItem* item, SignerV3& signer) {
-  ByteCursor fields = item == nullptr ? ByteCursor() : ItemBody(item);
+  return ParseSigner(item == nullptr ? ByteCursor() : ItemBody(item), item != nullptr, signer);
+}
+
+bool ApkSigningBlockV3::ParseSigner(ByteCursor fields, bool isWhole, SignerV3& signer) {
   signer.signedData.data = TakeSignedData(fields);
-  if (item == nullptr || !ParseSignedData(signer.signedData)) {
+  if (!ParseSignedData(signer.signedData)) {
     QUILL_LOGE("Can't parse signed data");
     return false;
   }
   return TakeSdkRange(fields, signer.minSdk, signer.maxSdk) &&
-         TakeSignaturesAndPublicKey(fields, signer.signatures, signer.publicKey);
+         TakeSignaturesAndPublicKey(fields, isWhole, signer.signatures, signer.publicKey);
 }
 
 bool ApkSigningBlockV3::ParseSignedData(SignedDataV3& signedData) {

@@ -42,7 +42,8 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   // Throws what GetVersionSDK throws for an SDK property that is not a number.
   bool Verify() override;
 
-  // Reads one signer; null is refused. False logs one error line per level that failed.
+  // Reads the signer at a pointer; null is refused. False logs one error line per level that
+  // failed.
   static bool ParseSigner(const LengthValueItem* item, SignerV3& signer);
   // Reads the other members from `data`. False logs one error line, two for the lineage.
   static bool ParseSignedData(SignedDataV3& signedData);
@@ -70,6 +71,8 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   bool FindSigner(SignerV3& out);
 
  private:
+  // As above, with what the pair holds of the signer.
+  static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV3& signer);
   std::vector<SignerV3> signers_;
 };
 

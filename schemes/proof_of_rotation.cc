@@ -55,6 +55,23 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
   return true;
 }
 
+bool ParseLevel(ByteCursor fields, ProofOfRotation& out) {
+  ByteCursor signedPart;
+  if (!fields.TakeLengthValue(signedPart)) return false;
+  out.rotationCertificate.data = signedPart.ToVector();
+  if (!ApkSigningBlockV3::ParseProofOfRotationSignedData(out.rotationCertificate.data,
+                                                         out.rotationCertificate.parsed)) {
+    return false;
+  }
+  ByteCursor signature;
+  if (!fields.TakeU32(out.flags) || !fields.TakeU32(out.signatureAlgorithmId) ||
+      !fields.TakeLengthValue(signature)) {
+    return false;
+  }
+  out.signature = signature.ToVector();
+  return true;  // what is left of the level is ignored
+}
+
 }  // namespace
 
 bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
@@ -67,8 +84,9 @@ bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
     return false;
   }
   while (levels.Remaining() != 0) {
+    ByteCursor fields;
     ProofOfRotation level;
-    if (!ParseProofOfRotationLevel(TakeItem(levels), level)) return false;
+    if (!levels.TakeLengthValue(fields) || !ParseLevel(fields, level)) return false;
     chain.push_back(std::move(level));
   }
   return true;
@@ -76,22 +94,7 @@ bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
 
 bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level,
                                                   ProofOfRotation& out) {
-  if (level == nullptr) return false;
-  ByteCursor fields = ItemBody(level);
-  ByteCursor signedPart;
-  if (!fields.TakeLengthValue(signedPart)) return false;
-  out.rotationCertificate.data = signedPart.ToVector();
-  if (!ParseProofOfRotationSignedData(out.rotationCertificate.data,
-                                      out.rotationCertificate.parsed)) {
-    return false;
-  }
-  ByteCursor signature;
-  if (!fields.TakeU32(out.flags) || !fields.TakeU32(out.signatureAlgorithmId) ||
-      !fields.TakeLengthValue(signature)) {
-    return false;
-  }
-  out.signature = signature.ToVector();
-  return true;  // what is left of the level is ignored
+  return level != nullptr && ParseLevel(ItemBody(level), out);
 }
 
 bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,

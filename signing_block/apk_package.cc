@@ -26,14 +26,6 @@ void AppendChunks(const uint8_t* data, uint64_t length, std::vector<RawData>& ch
   }
 }
 
-// A record as it lies at `position`, which the caller knows to hold all of it.
-template <typename Record>
-Record CopyRecord(const void* position) {
-  Record record;
-  std::memcpy(&record, position, sizeof record);
-  return record;
-}
-
 const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& pairs, uint32_t id) {
   const auto found = std::find_if(pairs.begin(), pairs.end(), [id](const ApkSignatureBlock* pair) {
     return CopyRecord<ApkSignatureBlock>(pair).id == id;
@@ -45,6 +37,12 @@ const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& p
 
 uint64_t ApkPackage::OffsetOf(const void* position) const {
   return static_cast<uint64_t>(static_cast<const uint8_t*>(position) - mapping_->Data());
+}
+
+ByteCursor ApkPackage::BeforeFooter(const void* position) const {
+  const uint64_t blockEnd = blockEnd_ != 0 ? blockEnd_ : mapping_->Size();
+  const uint64_t footer = blockEnd - std::min(blockEnd, kFooterSize);
+  return {position, footer - std::min(footer, OffsetOf(position))};
 }
 
 const EocdRecord* ApkPackage::FindEocdRecord() const {
@@ -103,10 +101,11 @@ bool ApkPackage::CheckEndOfCentralAndCentralDirectories(
 
 bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
                                          std::vector<const ApkSignatureBlock*>& out) const {
-  // Deliberate: the one message here at info priority; the slips of the others are kept as well.
-  const uint64_t size = CopyRecord<ApkSigningBlock>(block).size;
-  const uint64_t room = mapping_->Size() - OffsetOf(block) - sizeof *block;
-  if (size < kFooterSize || size > room) {
+  ByteCursor rest = BeforeFooter(block);
+  ByteCursor cursor;
+  uint64_t size;
+  if (!rest.TakeU64(size) || size < kFooterSize || !rest.Take(size - kFooterSize, cursor)) {
+    // Deliberate: the one message here at info priority; the slips of the others are kept as well.
     QUILL_LOGI(
         "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing "
         "Block\n");
@@ -114,7 +113,6 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
   }
 
   std::vector<const ApkSignatureBlock*> pairs;
-  ByteCursor cursor(reinterpret_cast<const uint8_t*>(block) + sizeof *block, size - kFooterSize);
   while (cursor.Remaining() != 0) {
     const auto* pair = reinterpret_cast<const ApkSignatureBlock*>(cursor.Data());
     const auto remaining = static_cast<ptrdiff_t>(cursor.Remaining());
@@ -166,6 +164,7 @@ bool ApkPackage::ParseApkPackage() {
   const ApkSigningBlock* signingBlock = FindApkSigningBlock(centralDirectory);
   if (signingBlock == nullptr) return false;
   if (!CheckEndOfCentralAndCentralDirectories(eocd, centralDirectory)) return false;
+  blockEnd_ = OffsetOf(centralDirectory);
   std::vector<const ApkSignatureBlock*> pairs;
   if (!ParseApkSignatureBlocks(signingBlock, pairs)) return false;
   const ApkSignatureBlock* chosenPair = FindApkSignatureBlock(pairs);
@@ -191,7 +190,7 @@ void ApkPackage::PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>
 }
 
 std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
-    const ApkSignatureBlock* pair, std::vector<RawData> chunks) {
+    const ApkSignatureBlock* pair, std::vector<RawData> chunks, std::optional<uint64_t> length) {
   if (pair == nullptr) {
     QUILL_LOGE("APK signing block is not initialized");
     return nullptr;
@@ -199,27 +198,13 @@ std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
   const uint32_t id = CopyRecord<ApkSignatureBlock>(pair).id;
   switch (id) {
     case ApkSignatureBlock::kSchemeV3Id:
-      return MakeUniqueNoThrow<ApkSigningBlockV3>(pair, std::move(chunks));
+      return MakeUniqueNoThrow<ApkSigningBlockV3>(pair, std::move(chunks), length);
     case ApkSignatureBlock::kSchemeV2Id:
-      return MakeUniqueNoThrow<ApkSigningBlockV2>(pair, std::move(chunks));
+      return MakeUniqueNoThrow<ApkSigningBlockV2>(pair, std::move(chunks), length);
     default:
       QUILL_LOGE("Unknown APK signing block: 0x%x", id);
       return nullptr;
   }
-}
-
-std::vector<uint8_t> ApkPackage::CopyChosenPair() const {
-  const uint64_t pairsEnd = OffsetOf(centralDirectory_) - kFooterSize;
-  ByteCursor pairs(chosenPair_, pairsEnd - OffsetOf(chosenPair_));
-  const uint8_t* start = pairs.Data();
-  uint64_t length;
-  ByteCursor body;
-  if (!pairs.TakeU64(length) || length < sizeof chosenPair_->id || !pairs.Take(length, body)) {
-    return {};
-  }
-  std::vector<uint8_t> copy(start, body.Data() + length);
-  std::memcpy(copy.data(), &length, sizeof length);
-  return copy;
 }
 
 bool ApkPackage::VerifyApkPackage() {
@@ -232,10 +217,12 @@ bool ApkPackage::VerifyApkPackage() {
   std::vector<RawData> chunks;
   PrepareRawDataChunks(eocd, chunks);
 
-  const std::vector<uint8_t> pair = CopyChosenPair();
-  const std::unique_ptr<ApkSignatureBlockBase> block = CreateApkSignatureBlock(
-      pair.empty() ? nullptr : reinterpret_cast<const ApkSignatureBlock*>(pair.data()),
-      std::move(chunks));
+  ByteCursor rest = BeforeFooter(chosenPair_);
+  uint64_t length = 0;
+  const bool isWhole =
+      rest.TakeU64(length) && length >= sizeof chosenPair_->id && length <= rest.Remaining();
+  const std::unique_ptr<ApkSignatureBlockBase> block =
+      CreateApkSignatureBlock(isWhole ? chosenPair_ : nullptr, std::move(chunks), length);
   if (!block) {
     QUILL_LOGE("Can't create APK signature block");
     return false;

@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "signing_block/raw_data.h"
 #include "signing_block/zip_format.h"
+#include "util/byte_cursor.h"
 #include "util/file.h"
 
 namespace Quill {
@@ -14,8 +16,11 @@ namespace Quill {
 class ApkSignatureBlockBase;
 
 // Finds the APK Signing Block of a mapped package, chooses its v3 block before its v2 block, and
-// has the chosen one verified. Works in place: nothing but the chosen pair and the End of
-// Central Directory record is copied.
+// has the chosen one verified. Works in place: no package data but the End of Central Directory
+// record is copied here.
+//
+// The file may change while it is mapped. Each step reads a length once and compares it with what
+// encloses it, whatever an earlier step read there.
 //
 // Called in this order only: ParseApkPackage, then, if that was true, VerifyApkPackage, then, if
 // that was true, GetMainPublicKey. Pointers that are handed around point into the mapping. Virtual
@@ -24,13 +29,16 @@ class ApkPackage {
  public:
   // Shares the mapping of the whole package file.
   explicit ApkPackage(std::shared_ptr<MapFile> mapping) : mapping_(std::move(mapping)) {}
+  ApkPackage(const ApkPackage&) = delete;
+  ApkPackage& operator=(const ApkPackage&) = delete;
 
   // The last record in the file that does not start within its first 22 bytes, or null.
   virtual const EocdRecord* FindEocdRecord() const;
   // The central directory that `eocd` names, or null when the file has none there.
   virtual const CentralDirectory* FindCentralDirectory(const EocdRecord* eocd) const;
   // Replaces `out` with the block's pairs, each whole and inside the block; false, with one log
-  // line and `out` as it was, when the pairs do not fill the block exactly.
+  // line and `out` as it was, when the pairs do not fill the block exactly, or when the block runs
+  // past the central directory (past the file, before ParseApkPackage has found a directory).
   virtual bool ParseApkSignatureBlocks(const ApkSigningBlock* block,
                                        std::vector<const ApkSignatureBlock*>& out) const;
   // The signing block that ends where `centralDirectory` starts, or null.
@@ -62,15 +70,17 @@ class ApkPackage {
   const ApkSignatureBlock* FindApkSignatureBlock(
       const std::vector<const ApkSignatureBlock*>& pairs);
   // A verifier for the pair's scheme; null, with one error line, when `pair` is null or of no known
-  // scheme, or null without a line when it cannot be allocated.
-  std::unique_ptr<ApkSignatureBlockBase> CreateApkSignatureBlock(const ApkSignatureBlock* pair,
-                                                                 std::vector<RawData> chunks);
+  // scheme, or null without a line when it cannot be allocated. `length` is the pair's length if
+  // the caller has read it; the verifier does not read it again then.
+  std::unique_ptr<ApkSignatureBlockBase> CreateApkSignatureBlock(
+      const ApkSignatureBlock* pair, std::vector<RawData> chunks,
+      std::optional<uint64_t> length = std::nullopt);
 
  private:
-  // A private copy of the chosen pair, whose lengths are read more than once: the file may be
-  // changing under the mapping. Empty when the pair is no longer whole.
-  std::vector<uint8_t> CopyChosenPair() const;
   uint64_t OffsetOf(const void* position) const;
+  // The bytes from `position`, which lies in the file, to where the pairs end at the latest: the
+  // footer. None when `position` lies behind that.
+  ByteCursor BeforeFooter(const void* position) const;
 
   std::shared_ptr<MapFile> mapping_;
   std::vector<std::vector<uint8_t>> publicKeys_;
@@ -79,6 +89,7 @@ class ApkPackage {
   const ApkSigningBlock* signingBlock_ = nullptr;
   const ApkSignatureBlock* chosenPair_ = nullptr;
   uint32_t versionScheme_ = 0;
+  uint64_t blockEnd_ = 0;  // offset of the central directory; 0 while none was found
 };
 
 }  // namespace Quill

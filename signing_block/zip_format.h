@@ -2,9 +2,11 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 
 // On-disk records that stand around the APK Signing Block. All integers are little-endian and none
-// is aligned; copy a field out before use and bind no reference to it.
+// is aligned. Bind no reference to a field: copy the record and use the copy, because the file may
+// change under its mapping.
 
 namespace Quill {
 
@@ -50,5 +52,13 @@ struct __attribute__((packed)) ApkSignatureBlock {
   uint32_t id;
 };
 static_assert(sizeof(ApkSignatureBlock) == 12);
+
+// A copy of the record at `position`. The caller knows that all of it can be read.
+template <typename Record>
+Record CopyRecord(const void* position) {
+  Record record;
+  std::memcpy(&record, position, sizeof record);
+  return record;
+}
 
 }  // namespace Quill

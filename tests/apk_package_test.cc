@@ -1,17 +1,23 @@
 #include "signing_block/apk_package.h"
 
+#include <android/log.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "schemes/apk_signature_block_base.h"
 #include "tests/support/opened_package.h"
+#include "tests/support/package_numbers.h"
 
 namespace Quill {
 namespace {
+
+static_assert(!std::is_copy_constructible_v<ApkPackage> && !std::is_copy_assignable_v<ApkPackage>);
 
 constexpr uint32_t kV2 = 0x7109871a, kV3 = 0xf05368c0, kUnknown = 0x12345678;
 
@@ -146,7 +152,7 @@ TEST(ApkPackage, APairThatCannotBeVerifiedYieldsNoKey) {
   ByteVector key;
   EXPECT_FALSE(package.GetMainPublicKey(key));
   EXPECT_EQ(
-      "E Can't parse signed data~\nE Can't parse signer data~\n"
+      "E Can't parse digests~\nE Can't parse signed data~\nE Can't parse signer data~\n"
       "E Can't parse APK signature block~\nE Can't find any public key~\n",
       log.Take());
 }
@@ -167,6 +173,131 @@ TEST(ApkPackage, RefusesAPairThatNoLongerFits) {
       "E APK signing block is not initialized~\n"
       "E Can't create APK signature block~\n",
       log.Take());
+}
+
+// A package whose file changes between two steps: a number takes another value and, if that is not
+// the last change, its own again. Moments are counted; one lies behind each step, one behind the
+// parse of the chosen pair, where the scheme logs a line.
+class ChangingPackage : public ApkPackage {
+ public:
+  struct Change {
+    size_t first, back;  // moments
+    const PackageNumber* number;
+    uint64_t value;
+  };
+
+  ChangingPackage(const std::shared_ptr<MapFile>& mapping, const Change& change)
+      : ApkPackage(mapping), file_(const_cast<uint8_t*>(mapping->Data())), change_(change) {
+    current_ = this;
+    __android_log_set_logger([](const auto*, auto...) { current_->Pass(); });
+  }
+  ~ChangingPackage() override {
+    __android_log_set_logger(__android_log_stderr_logger);
+    Put(change_.number->value);
+  }
+
+  const EocdRecord* FindEocdRecord() const override { return After(ApkPackage::FindEocdRecord()); }
+  const CentralDirectory* FindCentralDirectory(const EocdRecord* eocd) const override {
+    return After(ApkPackage::FindCentralDirectory(eocd));
+  }
+  const ApkSigningBlock* FindApkSigningBlock(const CentralDirectory* directory) const override {
+    return After(ApkPackage::FindApkSigningBlock(directory));
+  }
+  bool CheckEndOfCentralAndCentralDirectories(const EocdRecord* eocd,
+                                              const CentralDirectory* directory) const override {
+    return After(ApkPackage::CheckEndOfCentralAndCentralDirectories(eocd, directory));
+  }
+  bool ParseApkSignatureBlocks(const ApkSigningBlock* block,
+                               std::vector<const ApkSignatureBlock*>& out) const override {
+    return After(ApkPackage::ParseApkSignatureBlocks(block, out));
+  }
+  bool ParseApkPackage() override { return After(ApkPackage::ParseApkPackage()); }
+  void PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>& chunks) const override {
+    ApkPackage::PrepareRawDataChunks(eocdCopy, chunks);
+    Pass();
+  }
+
+  size_t MomentCount() const { return moment_; }
+
+ private:
+  template <typename Result>
+  Result After(Result result) const {
+    Pass();
+    return result;
+  }
+  void Pass() const {
+    if (moment_ == change_.first) Put(change_.value);
+    if (moment_ == change_.back) Put(change_.number->value);
+    ++moment_;
+  }
+  void Put(uint64_t value) const {
+    std::memcpy(file_ + change_.number->offset, &value, change_.number->size);
+  }
+
+  static ChangingPackage* current_;
+  uint8_t* file_;
+  Change change_;
+  mutable size_t moment_ = 0;
+};
+
+ChangingPackage* ChangingPackage::current_ = nullptr;
+
+// Every number takes another value between any two steps, for the next step alone or for good.
+TEST(ApkPackage, AFileThatChangesBetweenStepsIsRefusedOrVerifiedAsItWas) {
+  constexpr size_t kMoments = 8;
+  SignerOptions rotated;
+  rotated.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256, 1), rotated.key}))};
+  const std::pair<ByteVector, const char*> kCases[] = {
+      {PackageBuilder().Manifest().V2().Build(), "V2"},
+      {PackageBuilder().Manifest().V3({rotated}).Build(), "V3"},
+  };
+  for (const auto& [file, version] : kCases) {
+    const auto mapping = GuardedMapping(file);
+    const auto numbers = NumbersOf(file);
+    ByteVector goodKey;
+    {
+      ChangingPackage good(mapping, {kMoments, kMoments, &numbers.front(), 0});
+      ASSERT_TRUE(good.ParseApkPackage() && good.VerifyApkPackage());
+      ASSERT_EQ(kMoments, good.MomentCount());
+      ASSERT_TRUE(good.GetMainPublicKey(goodKey));
+    }
+    for (const PackageNumber& number : numbers) {
+      for (const uint64_t value : number.Others()) {
+        for (size_t first = 0; first < kMoments; ++first) {
+          for (const size_t back : {first + 1, kMoments}) {
+            SCOPED_TRACE(std::string(version) + ", " + number.name + " is " +
+                         std::to_string(value) + " from " + std::to_string(first) + " to " +
+                         std::to_string(back));
+            ChangingPackage package(mapping, {first, back, &number, value});
+            if (!package.ParseApkPackage() || !package.VerifyApkPackage()) continue;
+            ByteVector key;
+            EXPECT_TRUE(package.GetMainPublicKey(key));
+            EXPECT_EQ(goodKey, key);
+            EXPECT_EQ(version, package.GetVersionName());
+          }
+        }
+      }
+    }
+    EXPECT_TRUE(std::equal(file.begin(), file.end(), mapping->Data()));
+  }
+}
+
+// The block's size is read twice, to find the block and to list its pairs.
+TEST(ApkPackage, NoPairIsTakenFromBehindABlockThatGrows) {
+  constexpr size_t kBehindCheckEnd = 3, kNever = 99;
+  auto hostile =
+      PutPairBehindBlock(PackageBuilder().Manifest().V2().Comment(ByteVector(65535)).Build());
+  for (const uint64_t size : {hostile.blockSize.value + 1, hostile.longerBlockSize}) {
+    const auto mapping = GuardedMapping(hostile.package);
+    ChangingPackage package(mapping, {kBehindCheckEnd, kNever, &hostile.blockSize, size});
+    const bool isParsed = package.ParseApkPackage();
+    EXPECT_FALSE(isParsed) << size;
+    if (!isParsed) continue;
+    const ByteVector length = Wire().U64(1000008);
+    std::copy(length.begin(), length.end(),
+              const_cast<uint8_t*>(mapping->Data()) + hostile.pairLength.offset);
+    EXPECT_FALSE(package.VerifyApkPackage());
+  }
 }
 
 }  // namespace

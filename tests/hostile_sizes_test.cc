@@ -12,6 +12,7 @@
 #include "apk/apk.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
+#include "tests/support/package_numbers.h"
 #include "tests/support/temp_file.h"
 
 namespace Quill {
@@ -102,6 +103,23 @@ PackageBuilder WithSchemes(size_t count) {
   return PackageBuilder().Manifest().JarSignature(options);
 }
 
+// A v2 package with zeros inside its pair, behind the signers: what stands before and behind them.
+std::pair<ByteVector, ByteVector> AroundZerosInThePair(uint64_t zeroCount) {
+  ByteVector package = PackageBuilder().Manifest().V2().Build();
+  ptrdiff_t footer = 0;
+  for (const PackageNumber& number : NumbersOf(package)) {
+    const std::string name = number.name;
+    const auto offset = static_cast<ptrdiff_t>(number.offset);
+    if (name == "block size in the footer") footer = offset;
+    if (name == "block size in the footer" || name == "block size" || name == "pair" ||
+        name == "offset of the central directory") {
+      const ByteVector longer = Wire().U64(number.value + zeroCount);
+      std::copy_n(longer.begin(), number.size, package.begin() + offset);
+    }
+  }
+  return {{package.begin(), package.begin() + footer}, {package.begin() + footer, package.end()}};
+}
+
 PackageBuilder WithEntries(size_t count) {
   PackageBuilder builder = PackageBuilder().Manifest();
   for (size_t i = 1; i < count; ++i) builder.Entry("res/" + std::to_string(i), {'x'});
@@ -149,8 +167,16 @@ TEST(HostileSizes, CostLittleMemoryAndGetAVerdict) {
     const bool isGoodApk = c.lastLine.find("Can't") == std::string::npos;
     EXPECT_EQ(c.lastLine, LastLine(c.name, MemoryFile(c.package), isGoodApk)) << c.name;
   }
+
+  constexpr off_t kHole = 1 << 30;
+  const auto [head, tail] = AroundZerosInThePair(kHole);
+  const Fd padded = MemoryFile(head);
+  ASSERT_EQ(static_cast<ssize_t>(tail.size()), pwrite(padded.GetFd(), tail.data(), tail.size(),
+                                                      static_cast<off_t>(head.size()) + kHole));
+  EXPECT_EQ(kBestAlgorithm, LastLine("zeros-in-the-pair-1GiB", padded, true));
+
   const Fd hole = MemoryFile({});
-  ASSERT_EQ(0, ftruncate(hole.GetFd(), 1 << 30));
+  ASSERT_EQ(0, ftruncate(hole.GetFd(), kHole));
   const std::string line = LastLine("no-end-record-1GiB", hole, false);
   EXPECT_EQ("Invalid file\n", line.substr(line.rfind(": ") + 2));
 }

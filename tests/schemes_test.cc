@@ -85,24 +85,95 @@ TEST(SignerItems, AFieldThatDoesNotFitIsNamed) {
       RunScheme<ApkSigningBlockV2>(Stage::kParse, Wire().U32(27).U32(24).U32(12).Fill(20)).lines);
 }
 
+// A signer of empty fields whose pair ends early, or a byte before the signer says: it is parsed as
+// far as the pair goes. The lines change where the cut reaches the next field.
+TEST(SignerItems, ASignerThatRunsPastItsPairFailsAtTheFirstFieldThatDoesNotFit) {
+  const std::string next = "Can't iterate to the next field ";
+  const ByteVector v2 = Wire().U32(28).U32(24).U32(12).Fill(12).Fill(8);
+  const ByteVector v3 = Wire().U32(44).U32(40).U32(20).Fill(20).Fill(16);
+  const auto lines = [](const auto& run, ByteVector value, size_t length, bool isLonger) {
+    if (isLonger) Put(value, 0, Wire().U32(value.size() - 3).U32(value.size() - 7));
+    value.resize(length);
+    return run(Stage::kParse, ByteVector(value), Regions()).lines;
+  };
+  const struct {
+    size_t firstCut;
+    std::string line;
+    bool isInSignedData;
+  } kV2Cases[] =
+      {
+          {0, "Can't parse digests", true},       {16, next + "certificates", true},
+          {17, "Can't parse certificates", true}, {20, next + "attributes", true},
+          {21, "Can't parse attributes", true},   {24, next + "signatures", false},
+          {25, "Can't parse signatures", false},  {28, next + "public key", false},
+      },
+    kV3Cases[] = {
+        {0, "Can't parse digests", true},
+        {16, next + "certificates", true},
+        {17, "Can't parse certificates", true},
+        {20, next + "minSDK", true},
+        {21, next + "maxSDK", true},
+        {25, next + "attributes", true},
+        {29, "Can't parse attributes", true},
+        {32, next + "minSDK", false},
+        {33, next + "maxSDK", false},
+        {37, next + "signatures", false},
+        {41, "Can't parse signatures", false},
+        {44, next + "public key", false},
+    };
+  const auto expectLines = [&](const auto& run, const ByteVector& value, const auto& cases,
+                               const std::string& last) {
+    const auto* row = std::begin(cases);
+    for (size_t length = 0; length <= value.size(); ++length) {
+      if (row + 1 != std::end(cases) && row[1].firstCut == length) ++row;
+      const std::string expected =
+          "E " + row->line + "~\n" + (row->isInSignedData ? kBadSignedData : "") + last;
+      EXPECT_EQ(length == value.size() ? "" : expected, lines(run, value, length, false)) << length;
+      EXPECT_EQ(expected, lines(run, value, length, true)) << length;
+    }
+  };
+  expectLines(RunScheme<ApkSigningBlockV2>, v2, kV2Cases, kBadSigner);
+  expectLines(RunScheme<ApkSigningBlockV3>, v3, kV3Cases, "");
+}
+
+// By itself an item is read as in a sequence. Its block ends where it ends.
+TEST(SignerItems, AnItemAtAPointerIsBoundedByItsLength) {
+  const auto parse = [](auto parseItem, auto record, const ByteVector& item) {
+    const bool isParsed = parseItem(reinterpret_cast<const LengthValueItem*>(item.data()), record);
+    EXPECT_TRUE(isParsed || (record.algorithmId == 0 && record.value.empty()));
+    return isParsed && record.algorithmId == 0x0103 && record.value == ByteVector{0xd1, 0xd1};
+  };
+  for (const uint32_t length : {7, 9, 10, 11}) {
+    ByteVector item = Wire().U32(length).U32(0x0103).U32(2).Fill(3, 0xd1);
+    item.resize(4 + length);
+    EXPECT_EQ(length == 10, parse(Base::ParseDigestItem, Digest(), ByteVector(item)));
+    EXPECT_EQ(length == 10, parse(Base::ParseSignatureItem, Signature(), ByteVector(item)));
+  }
+  const ByteVector item = Wire().U32(6).U32(0xbeeff00d).U16(2);
+  Attribute attribute;
+  EXPECT_TRUE(
+      Base::ParseAttributeItem(reinterpret_cast<const LengthValueItem*>(item.data()), attribute));
+  EXPECT_EQ(0xbeeff00d, attribute.id);
+  EXPECT_EQ(ByteVector(Wire().U16(2).Fill(4)), attribute.value);
+}
+
 // The value of one signer, cut everywhere; then once more with the lengths of the sequence and of
 // the signer made to fit.
 TEST(SignerItems, NoTruncationParses) {
   SignerOptions options;
   options.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256)}))};
-  const auto expectRefusals = [](const auto& run, const ByteVector& value, const auto& lines) {
+  const auto expectRefusals = [](const auto& run, const ByteVector& value) {
     ASSERT_TRUE(run(Stage::kParse, value, {}).isParsed);
     for (size_t length = 0; length < value.size(); ++length) {
       ByteVector cut(value.data(), value.data() + length);
-      EXPECT_EQ(lines, run(Stage::kParse, cut, {}).lines) << length;
+      EXPECT_FALSE(run(Stage::kParse, cut, {}).isParsed) << length;
       if (length < 8) continue;
       Put(cut, 0, Wire().U32(length - 4).U32(length - 8));
       EXPECT_FALSE(run(Stage::kParse, cut, {}).isParsed) << length;
     }
   };
-  expectRefusals(RunScheme<ApkSigningBlockV2>, V2Value({options}, kContent),
-                 kBadSignedData + kBadSigner);
-  expectRefusals(RunScheme<ApkSigningBlockV3>, V3Value({options}, kContent), kBadSignedData);
+  expectRefusals(RunScheme<ApkSigningBlockV2>, V2Value({options}, kContent));
+  expectRefusals(RunScheme<ApkSigningBlockV3>, V3Value({options}, kContent));
 }
 
 TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
