@@ -122,7 +122,7 @@ int main() {
   Quill::RaceForEachNumber(Quill::PackageBuilder().Manifest().V3({rotated}).Build());
 
   const auto hostile = Quill::PutPairBehindBlock(
-      Quill::PackageBuilder().Manifest().V2({signer}).Comment(Quill::ByteVector(65535)).Build());
+      Quill::PackageBuilder().Manifest().V2({signer}).Comment(Quill::ByteVector(4096)).Build());
   Quill::Race(hostile.package, {{hostile.blockSize, {hostile.longerBlockSize}},
                                 {hostile.pairLength, {1 << 20, uint64_t{1} << 60}}});
 }
