@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <androidfw/ResourceTypes.h>
 #include <utils/String8.h>
 
@@ -9,7 +11,8 @@
 #include <string_view>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "util/log.h"
 #include "util/nothrow.h"
 

@@ -1,4 +1,4 @@
-#include "apk/apk.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -8,18 +8,13 @@
 #include <cstring>
 #include <utility>
 
-#include "util/file_name.h"
+#include <quillon/apk.h>
+#include <quillon/file_name.h>
+
+#include "jar/entry_digest.h"
 #include "util/log.h"
 
 namespace Quill {
-namespace {
-
-bool EndsWith(const std::string& text, std::string_view end) {
-  return text.size() >= end.size() && text.compare(text.size() - end.size(), end.size(), end) == 0;
-}
-
-}  // namespace
-
 const char* const Apk::kMANIFEST_MF = "META-INF/MANIFEST.MF";
 
 // The constructors delegate, so that what Init has opened is closed even when it throws.
@@ -67,7 +62,7 @@ void Apk::Init(int32_t fd, const char* path) {
     return;
   }
   if (!VerifySignature(manifestResult, manifestBytes)) return;
-  FillEntryDigests();
+  entryDigests_ = CollectEntryDigests(manifest_);
   verified_ = true;
 }
 
@@ -126,21 +121,6 @@ bool Apk::VerifySignature(int32_t manifestResult, const std::vector<uint8_t>& ma
     return false;
   }
   return true;
-}
-
-void Apk::FillEntryDigests() {
-  for (const ManifestMf::Section& section : manifest_.getSections()) {
-    std::string entryName;
-    DigestNameAndValue digest;
-    for (const auto& [key, value] : section) {
-      if (key == "Name") entryName = value;
-      // Deliberate: of several digests the one whose name sorts last counts, not the strongest.
-      if (EndsWith(key, "-Digest")) digest = {key, value};
-    }
-    if (!entryName.empty() && !digest.first.empty() && !digest.second.empty()) {
-      entryDigests_[entryName] = std::move(digest);
-    }
-  }
 }
 
 bool Apk::IsGoodApk() {

@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <ziparchive/zip_archive.h>
 
-#include "apk/apk.h"
-#include "util/file.h"
+#include <quillon/apk.h>
+#include <quillon/file.h>
+
 #include "util/nothrow.h"
 
 namespace Quill {

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <algorithm>
 #include <memory>
 #include <string_view>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/file.h>
+#include <quillon/file_name.h>
+
 #include "signing_block/apk_package.h"
-#include "util/file.h"
-#include "util/file_name.h"
 #include "util/log.h"
 
 namespace Quill {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "benchmarks/big_package.h"
 
 #include <sys/stat.h>

@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
 
+#include <quillon/file.h>
+
 #include "tests/support/signing_key.h"
-#include "util/file.h"
 
 namespace Quill {
 

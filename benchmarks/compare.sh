@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Runs the tool beside other programs that read a whole file, and prints Markdown tables of medians.
 # Programs take turns, files are in the page cache, and programs that are not installed are left out.
 # Needs the release build with its benchmarks (scripts/bench.sh makes it) and 2 GiB on its disk.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The content digest by number of workers, and its two stages.
 #include <thread>
 

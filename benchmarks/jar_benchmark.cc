@@ -1,5 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // The JAR signature: cost by number of sections and entries, and the digest of one large entry.
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "benchmarks/limit.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"

@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // What a label is made from: the digest of the file, and the record itself.
+#include <quillon/signing.h>
+#include <quillon/tarn.h>
+
 #include "benchmarks/limit.h"
-#include "integrity/signing.h"
-#include "integrity/tarn.h"
 #include "tests/support/temp_file.h"
 
 namespace Quill {

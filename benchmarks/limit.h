@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <benchmark/benchmark.h>
@@ -9,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "util/file.h"
+#include <quillon/file.h>
 
 namespace Quill {
 

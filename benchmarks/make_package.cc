@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes a signed package for comparisons of whole programs.
 // usage: make_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
 #include <fcntl.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs a program and prints what it took; its output is thrown away.
 // usage: measure time|memory PROGRAM [ARGUMENT...]
 //   time     seconds from its start to its end

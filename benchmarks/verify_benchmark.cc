@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Packages from opening to verdict: large ones against the digest alone, and small ones.
 #include <fcntl.h>
 #include <unistd.h>
@@ -5,7 +7,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "benchmarks/big_package.h"
 #include "benchmarks/limit.h"
 #include "signing_block/process_hashes.h"

@@ -1,7 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
 #include <memory>
+
+#include <quillon/tarn.h>
 
 #include "cli/commands.h"
 #include "cli/file_label.h"
@@ -9,7 +13,6 @@
 #include "cli/log_recorder.h"
 #include "cli/output.h"
 #include "cli/tarn_code.h"
-#include "integrity/tarn.h"
 
 namespace Quill::Tool {
 namespace {

@@ -1,11 +1,14 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <CLI/CLI.hpp>
 #include <memory>
+
+#include <quillon/entry_points.h>
 
 #include "cli/commands.h"
 #include "cli/integrity_run.h"
 #include "cli/output.h"
 #include "cli/sdk_level.h"
-#include "integrity/entry_points.h"
 
 // The commands that stand for the platform's own calls: each opens its files, makes the one call
 // and shows its log.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -6,11 +8,12 @@
 #include <memory>
 #include <vector>
 
+#include <quillon/tarn.h>
+
 #include "cli/commands.h"
 #include "cli/integrity_run.h"
 #include "cli/output.h"
 #include "cli/tarn_code.h"
-#include "integrity/tarn.h"
 
 namespace Quill::Tool {
 namespace {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/file_label.h"
 
 #include <fmt/format.h>
@@ -6,12 +8,13 @@
 #include <cstring>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/digest.h>
+#include <quillon/file.h>
+#include <quillon/tarn.h>
+
 #include "cli/log_recorder.h"
 #include "cli/regular_file.h"
-#include "integrity/tarn.h"
-#include "util/digest.h"
-#include "util/file.h"
 
 namespace Quill::Tool {
 namespace {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/integrity_run.h"
 
 #include <fmt/format.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <functional>
@@ -5,8 +7,9 @@
 #include <string>
 #include <vector>
 
+#include <quillon/file.h>
+
 #include "cli/commands.h"
-#include "util/file.h"
 
 namespace Quill::Tool {
 

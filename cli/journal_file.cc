@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/journal_file.h"
 
 #include <sys/mman.h>

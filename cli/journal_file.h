@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <nlohmann/json_fwd.hpp>
 #include <string>
 #include <vector>
 
-#include "util/file.h"
+#include <quillon/file.h>
 
 namespace Quill::Tool {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/log_recorder.h"
 
 #include <string_view>

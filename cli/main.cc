@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
@@ -7,15 +9,14 @@
 #include <utility>
 #include <vector>
 
+#include <quillon/version.h>
+
 #include "cli/commands.h"
 #include "cli/operands.h"
 #include "cli/output.h"
 
 namespace Quill::Tool {
 namespace {
-
-// The project's version; a test compares it with that of the build.
-constexpr const char* kVersion = "1.0.0";
 
 constexpr Command kCommands[] = {
     {"verify", "Verify the signatures of packages", DeclareVerify},
@@ -58,7 +59,7 @@ std::vector<std::string> PrepareArguments(std::vector<std::string> arguments, co
 
 ExitStatus Run(std::vector<std::string> arguments) {
   CLI::App app("Verify signed Android packages and label their files.", "quillon");
-  app.set_version_flag("--version", std::string("quillon ") + kVersion);
+  app.set_version_flag("--version", "quillon " QUILLON_VERSION);
   app.require_subcommand(0, 1);
   Runs runs;
   for (const Command& command : kCommands) {

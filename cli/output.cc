@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/output.h"
 
 #include <fmt/format.h>
@@ -6,7 +8,7 @@
 #include <cstdio>
 #include <system_error>
 
-#include "cli/escape.h"
+#include "util/escape.h"
 
 namespace Quill::Tool {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/package_evidence.h"
 
 #include <sys/stat.h>

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
 
 namespace Quill::Tool {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/package_report.h"
 
 #include <fmt/format.h>
@@ -12,12 +14,13 @@
 #include <shared_mutex>
 #include <string_view>
 
-#include "cli/escape.h"
+#include <quillon/digest.h>
+#include <quillon/file.h>
+
 #include "cli/lost_pages.h"
 #include "cli/package_evidence.h"
 #include "cli/regular_file.h"
-#include "util/digest.h"
-#include "util/file.h"
+#include "util/escape.h"
 
 namespace Quill::Tool {
 namespace {

@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "cli/log_recorder.h"
 #include "cli/verdict.h"
 

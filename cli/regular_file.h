@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <sys/stat.h>
@@ -5,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "util/file.h"
+#include <quillon/file.h>
 
 namespace Quill::Tool {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/simulated_run.h"
 
 #include <dlfcn.h>
@@ -19,11 +21,12 @@
 #include <system_error>
 #include <vector>
 
+#include <quillon/base64.h>
+#include <quillon/tarn.h>
+
 #include "cli/journal_file.h"
 #include "cli/output.h"
 #include "cli/regular_file.h"
-#include "integrity/tarn.h"
-#include "util/base64.h"
 
 namespace Quill::Tool {
 namespace {

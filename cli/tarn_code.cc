@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "cli/tarn_code.h"
 
 #include <fmt/format.h>
 
 #include <system_error>
 
-#include "integrity/tarn.h"
+#include <quillon/tarn.h>
 
 namespace Quill::Tool {
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Imported targets Android::<name> for the platform libraries that Debian packages build for Linux:
 # headers in /usr/include/android, libraries in /usr/lib/<triplet>/android.
 

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # What makes a mistake in memory handling harder to use, in every product. tests/hardening.sh reads it
 # back from the library.
 

@@ -1,18 +1,19 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # cmake --install: the library, its public headers, the tool, and what find_package and pkg-config read.
 # Everything is found relative to itself, so the installed tree can be moved.
 
 include(CMakePackageConfigHelpers)
 
 install(TARGETS quillon EXPORT QuillonTargets)
-install(TARGETS quillon_hx tarnsim)
-if(TARGET quillon_cli)
-  install(TARGETS quillon_cli)
-endif()
-
-foreach(header IN LISTS QUILLON_PUBLIC_HEADERS)
-  cmake_path(GET header PARENT_PATH folder)
-  install(FILES ${header} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/quillon/${folder})
+install(TARGETS quillon_hx)
+foreach(target IN ITEMS tarnsim quillon_cli)
+  if(TARGET ${target})
+    install(TARGETS ${target})
+  endif()
 endforeach()
+
+install(DIRECTORY include/quillon DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(packageDir ${CMAKE_INSTALL_LIBDIR}/cmake/Quillon)
 install(EXPORT QuillonTargets

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # The sources of each product, folder by folder in include order. Android.bp lists the same files.
 
 set(QUILLON_SOURCES
@@ -19,13 +21,14 @@ set(QUILLON_SOURCES
   schemes/apk_signing_block_v3.cc
   schemes/proof_of_rotation.cc
   schemes/signer_items.cc
-  jar/entry_digests.cc
+  jar/entry_digest.cc
   jar/manifest_mf.cc
   jar/pkcs7.cc
   jar/signature_file.cc
   apk/android_manifest.cc
   apk/apk.cc
   apk/apk_archive.cc
+  apk/jar_signature.cc
   apk/signature_scheme.cc
   integrity/certificate.cc
   integrity/entry_points.cc
@@ -34,22 +37,6 @@ set(QUILLON_SOURCES
   integrity/tarn_file.cc
   integrity/tarn_label.cc
   integrity/tarn_task.cc
-)
-
-set(QUILLON_PUBLIC_HEADERS
-  util/base64.h
-  util/digest.h
-  util/export.h
-  util/file.h
-  util/file_name.h
-  util/strings.h
-  util/system.h
-  jar/manifest_mf.h
-  apk/apk.h
-  integrity/certificate.h
-  integrity/entry_points.h
-  integrity/signing.h
-  integrity/tarn.h
 )
 
 # What the platform supplies and a workstation lacks.
@@ -67,9 +54,9 @@ set(TARNSIM_SOURCES
   simulator/local_machine.cc
   simulator/simulator.cc
   simulator/tarn_kernel.cc
+  util/escape.cc
   util/file_name.cc
   util/strings.cc
-  cli/escape.cc
 )
 
 set(QUILLON_CLI_SOURCES
@@ -77,7 +64,7 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_provision.cc
   cli/cmd_task.cc
   cli/cmd_verify.cc
-  cli/escape.cc
+  util/escape.cc
   cli/file_label.cc
   cli/integrity_run.cc
   cli/journal_file.cc

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "crypto/x509_certificate.h"
 
 #include <openssl/err.h>

@@ -1,10 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <android/log.h>
 #include <androidfw/ResourceTypes.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "fuzz/fuzzing.h"
 #include "fuzz/guarded_vectors.h"
 #include "tests/support/package_builder.h"

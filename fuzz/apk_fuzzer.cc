@@ -1,6 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <ziparchive/zip_archive.h>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "fuzz/fixed_keys.h"
 #include "fuzz/fuzzing.h"
 #include "fuzz/package_mutator.h"

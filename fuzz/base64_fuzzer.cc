@@ -1,5 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <quillon/base64.h>
+
 #include "fuzz/fuzzing.h"
-#include "util/base64.h"
 
 using Quill::ByteVector;
 using Quill::Require;

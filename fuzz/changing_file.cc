@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <sys/mman.h>
 
 #include <atomic>
@@ -6,7 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "fuzz/fixed_keys.h"
 #include "fuzz/fuzzing.h"
 #include "signing_block/apk_package.h"

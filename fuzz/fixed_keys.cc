@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "fuzz/fixed_keys.h"
 
 #include <openssl/bn.h>

@@ -1,5 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <quillon/manifest_mf.h>
+
 #include "fuzz/fuzzing.h"
-#include "jar/manifest_mf.h"
 #include "tests/support/log_capture.h"
 
 using Quill::Require;

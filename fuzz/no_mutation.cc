@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "fuzz/fuzzing.h"
 
 // For programs without libFuzzer, where the mutators only have to link.

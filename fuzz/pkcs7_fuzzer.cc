@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "fuzz/fuzzing.h"
 #include "jar/pkcs7.h"
 #include "tests/support/log_capture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Runs a target over files, and over all files of folders, on any compiler.
 // usage: NAME_replay PATH...
 

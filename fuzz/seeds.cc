@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes inputs to start the targets from, one folder per target: whole packages made on the fly,
 // and the pieces of these and of other packages.
 // usage: fuzz_seeds FOLDER [PACKAGE...]
@@ -9,14 +11,15 @@
 #include <string>
 #include <string_view>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/digest.h>
+
 #include "fuzz/fixed_keys.h"
 #include "fuzz/package_mutator.h"
 #include "signing_block/zip_format.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_file.h"
 #include "util/byte_cursor.h"
-#include "util/digest.h"
 
 using namespace Quill;  // NOLINT(google-build-using-namespace)
 

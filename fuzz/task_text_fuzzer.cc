@@ -1,5 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include <quillon/tarn.h>
+
 #include "fuzz/fuzzing.h"
-#include "integrity/tarn.h"
 #include "simulator/simulator.h"
 
 using Quill::Require;

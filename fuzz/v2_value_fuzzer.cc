@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "fuzz/scheme_check.h"
 #include "schemes/apk_signing_block_v2.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "integrity/libhx.h"
 
 // A workstation has no certificate store; there every certificate counts as stored.

@@ -1,4 +1,4 @@
-#include "integrity/certificate.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <sys/xattr.h>
 
@@ -6,12 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/certificate.h>
+#include <quillon/digest.h>
+#include <quillon/file_name.h>
+#include <quillon/strings.h>
+
 #include "integrity/libhx.h"
-#include "util/digest.h"
-#include "util/file_name.h"
 #include "util/log.h"
-#include "util/strings.h"
 
 namespace {
 

@@ -1,15 +1,17 @@
-#include "integrity/entry_points.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <string>
 
-#include "apk/apk.h"
-#include "integrity/certificate.h"
-#include "integrity/signing.h"
-#include "integrity/tarn.h"
-#include "util/file_name.h"
+#include <quillon/apk.h>
+#include <quillon/certificate.h>
+#include <quillon/entry_points.h>
+#include <quillon/file_name.h>
+#include <quillon/signing.h>
+#include <quillon/tarn.h>
+
 #include "util/log.h"
 
 namespace {

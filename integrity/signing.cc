@@ -1,4 +1,4 @@
-#include "integrity/signing.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <ziparchive/zip_archive.h>
 
@@ -8,14 +8,16 @@
 #include <string>
 #include <string_view>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/file.h>
+#include <quillon/file_name.h>
+#include <quillon/signing.h>
+#include <quillon/strings.h>
+#include <quillon/tarn.h>
+
 #include "crypto/hash.h"
-#include "integrity/tarn.h"
-#include "util/file.h"
-#include "util/file_name.h"
 #include "util/log.h"
 #include "util/nothrow.h"
-#include "util/strings.h"
 
 namespace {
 

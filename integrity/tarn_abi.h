@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <sys/ioctl.h>
@@ -5,7 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "integrity/tarn.h"
+#include <quillon/tarn.h>
 
 // What Tarn and its clients agree on, besides the labels of tarn.h: the device's requests and the
 // commands and text files of the legacy interface.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "integrity/tarn_device.h"
 
 #include <fcntl.h>
@@ -5,7 +7,7 @@
 
 #include <cerrno>
 
-#include "util/file.h"
+#include <quillon/file.h>
 
 namespace Quill {
 namespace {

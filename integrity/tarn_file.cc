@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fcntl.h>
 
 #include <cerrno>
 
+#include <quillon/system.h>
+
 #include "integrity/tarn_device.h"
-#include "util/system.h"
 
 namespace {
 

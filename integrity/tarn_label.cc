@@ -1,7 +1,9 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <cstdlib>
 #include <cstring>
 
-#include "integrity/tarn.h"
+#include <quillon/tarn.h>
 
 namespace {
 

@@ -1,8 +1,10 @@
-#include "jar/manifest_mf.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <cstdint>
 #include <cstring>
 #include <utility>
+
+#include <quillon/manifest_mf.h>
 
 #include "util/log.h"
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "jar/pkcs7.h"
 
 #include <cstdint>

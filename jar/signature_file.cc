@@ -1,3 +1,7 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "jar/signature_file.h"
+
 #include <openssl/bn.h>
 #include <openssl/bytestring.h>
 #include <openssl/digest.h>
@@ -9,27 +13,18 @@
 #include <openssl/rsa.h>
 #include <openssl/stack.h>
 #include <openssl/x509.h>
-#include <ziparchive/zip_archive.h>
 
-#include <memory>
-#include <string>
 #include <string_view>
 
-#include "apk/apk.h"
+#include <quillon/base64.h>
+#include <quillon/digest.h>
+
 #include "jar/pkcs7.h"
-#include "util/base64.h"
-#include "util/digest.h"
 #include "util/log.h"
-#include "util/system.h"
+#include "util/text.h"
 
 namespace Quill {
 namespace {
-
-// The bytes of META-INF/*.RSA or *.DSA, which sign the signature file.
-struct SignatureBlock {
-  std::vector<uint8_t> bytes;
-  bool isDsa = false;
-};
 
 // The digest that the block's signature covers.
 struct SignedDigest {
@@ -91,7 +86,7 @@ bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
 // The check of a signature: `result` is the crypto library's answer, 1 for a good signature, and
 // `publicKey` the signer's key bytes. False, with one error line, when the check could not be made;
 // `publicKey` is set even then if a key of the block's kind was found.
-bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, const CBS& signature,
+bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
               std::vector<uint8_t>& publicKey, int& result) {
   const bssl::UniquePtr<RSA> rsa(EVP_PKEY_get1_RSA(key));
   if (!rsa) {
@@ -130,30 +125,8 @@ bool CheckDsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
 
 }  // namespace
 
-bool Apk::InitCertSf() {
-  // Deliberate: of several signature files only the first in the archive's order is looked at.
-  ZipEntry entry;
-  std::string name;
-  void* cookie = nullptr;
-  if (StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
-  const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
-  std::vector<uint8_t> signatureFile;
-  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) return false;
-
-  if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) return false;
-  if (!ReadOnlyFS(fd_) && HasRollbackProtection(certSf_)) return false;
-
-  const std::string stem = name.substr(0, name.rfind('.') + 1);
-  SignatureBlock block;
-  if (ExtractByName(stem + "RSA", block.bytes) != 0 || block.bytes.empty()) {
-    block.isDsa = true;
-    const std::string dsaName = stem + "DSA";
-    if (ExtractByName(dsaName, block.bytes) != 0 || block.bytes.empty()) {
-      QUILL_LOGE("Can't extract DSA certificate: %s\n", dsaName.c_str());
-      return false;
-    }
-  }
-
+bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>& signatureFile,
+                         const std::string& name, std::vector<uint8_t>& publicKey) {
   CBS content;
   CBS_init(&content, block.bytes.data(), block.bytes.size());
   CBS digestAlgorithm;
@@ -163,14 +136,12 @@ bool Apk::InitCertSf() {
   SignedDigest digest;
   if (!DigestSignatureFile(digestAlgorithm, signatureFile, digest)) return false;
 
-  ERR_clear_error();  // so that a line below tells of this block
+  ERR_clear_error();  // so that a line below shows an error of this block
   const bssl::UniquePtr<EVP_PKEY> key = SignerKey(block.bytes);
   if (!key) return false;
   int result = 0;
-  const bool checked = block.isDsa
-                           ? CheckDsa(key.get(), digest, signature, manufacturerKey_, result)
-                           : CheckRsa(key.get(), digest, signature, manufacturerKey_, result);
-  if (!checked) return false;
+  const auto check = block.isDsa ? CheckDsa : CheckRsa;
+  if (!check(key.get(), digest, signature, publicKey, result)) return false;
   if (result != 1) {
     QUILL_LOGE("file not verified: %s(ret=%d)\n", name.c_str(), result);
     return false;
@@ -178,31 +149,19 @@ bool Apk::InitCertSf() {
   return true;
 }
 
-bool Apk::ValidateManifest(const std::vector<uint8_t>& manifestBytes) {
-  if (!certSf_) {
-    QUILL_LOGE("Can't validate manifest. Bad SF file.\n");
-    return false;
-  }
-  static const std::string manifestSuffix = "-Manifest";
-  const std::string suffix = "-Digest" + manifestSuffix;
-
-  std::string digestName;
-  std::vector<uint8_t> expected;
-  for (const ManifestMf::Section& section : certSf_.getSections()) {
+ManifestDigest FindManifestDigest(const ManifestMf& signatureFile) {
+  constexpr std::string_view kManifestSuffix = "-Manifest";
+  ManifestDigest digest;
+  for (const ManifestMf::Section& section : signatureFile.getSections()) {
     for (const auto& [key, value] : section) {
-      if (key.size() < suffix.size() ||
-          key.compare(key.size() - suffix.size(), suffix.size(), suffix) != 0) {
-        continue;
-      }
+      if (!EndsWith(key, "-Digest-Manifest")) continue;
       // Deliberate: of several digests the one whose name sorts last counts.
-      expected = Base64Decode(value);
-      digestName = key.substr(0, key.size() - manifestSuffix.size());
+      digest.value = Base64Decode(value);
+      digest.name = key.substr(0, key.size() - kManifestSuffix.size());
     }
-    if (!digestName.empty()) break;
+    if (!digest.name.empty()) break;
   }
-  if (!expected.empty() && VerifyData(digestName, expected, manifestBytes)) return true;
-  QUILL_LOGE("Can't validate manifest.\n");
-  return false;
+  return digest;
 }
 
 }  // namespace Quill

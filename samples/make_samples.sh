@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Makes the signed packages of this folder anew, with keys made for the occasion and thrown away.
 # Needs aapt, zipalign, apksigner (and Java for it), openssl and the framework resources:
 # scripts/install-deps.sh --samples installs them.

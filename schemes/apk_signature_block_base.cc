@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "schemes/apk_signature_block_base.h"
 
 #include <limits>

@@ -1,9 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "schemes/apk_signing_block_v3.h"
 
 #include <utility>
 
+#include <quillon/system.h>
+
 #include "util/log.h"
-#include "util/system.h"
 
 namespace Quill {
 namespace {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "schemes/proof_of_rotation.h"
 
 #include <functional>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "schemes/signer_items.h"
 
 #include <cstring>

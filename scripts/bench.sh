@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Installs what is missing, builds, runs all benchmarks, and writes their tables to docs/performance.md. Takes about
 # five minutes; the machine should have nothing else to do.
 # usage: bench.sh

@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Installs what is missing, builds, verifies the sample packages, and has a simulated kernel label the
 # compiled files of one.
 set -euo pipefail

@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Installs the Debian packages that are missing: those for building and testing, and on request more.
 # usage: install-deps.sh [--samples] [--arm64] [--ci]
 #   --samples   also what samples/make_samples.sh needs

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
@@ -6,10 +8,11 @@
 #include <string>
 #include <vector>
 
+#include <quillon/file.h>
+
 #include "signing_block/raw_data.h"
 #include "signing_block/zip_format.h"
 #include "util/byte_cursor.h"
-#include "util/file.h"
 
 namespace Quill {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -6,16 +8,17 @@
 #include <string>
 #include <vector>
 
-#include "cli/escape.h"
+#include <quillon/strings.h>
+
 #include "simulator/process.h"
-#include "util/strings.h"
+#include "util/escape.h"
 
 namespace tarnsim {
 namespace {
 
 // The message may hold what a terminal would act upon.
 void PrintDiagnostic(const std::string& message) {
-  fprintf(stderr, "tarnsim: %s\n", Quill::Tool::EscapeForTerminal(message).c_str());
+  fprintf(stderr, "tarnsim: %s\n", Quill::EscapeForTerminal(message).c_str());
 }
 
 [[noreturn]] void Refuse(const char* variable, const std::string& value) {

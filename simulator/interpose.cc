@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -12,9 +14,10 @@
 #include <cstring>
 #include <string_view>
 
+#include <quillon/file_name.h>
+
 #include "integrity/libhx.h"
 #include "simulator/process.h"
-#include "util/file_name.h"
 
 // The names that stand before the C library's. They are defined as assembler names, because C
 // libraries declare them differently. The 64-bit twins are the same functions wherever a long has

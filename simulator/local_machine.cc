@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "simulator/local_machine.h"
 
 #include <dlfcn.h>
@@ -10,7 +12,7 @@
 
 #include <cerrno>
 
-#include "util/file_name.h"
+#include <quillon/file_name.h>
 
 namespace tarnsim {
 namespace {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
@@ -6,8 +8,9 @@
 #include <utility>
 #include <vector>
 
+#include <quillon/export.h>
+
 #include "integrity/tarn_device.h"
-#include "util/export.h"
 
 // libtarnsim.so puts a simulated kernel integrity subsystem between a program and the C library:
 // the device node or the legacy interface, with its rules, its labels and its refusals. A test that

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "signing_block/apk_package.h"
 
 #include <android/log.h>

@@ -1,9 +1,11 @@
-#include "apk/apk.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <functional>
+
+#include <quillon/apk.h>
 
 #include "tests/support/opened_package.h"
 

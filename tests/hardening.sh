@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Checks that libraries and programs were built hardened.
 # usage: hardening.sh [FILE...] [--unfortified FILE...]    the program in $READELF, or readelf, reads them
 #   --unfortified   these need not call the checking variants of functions of the C library

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <unistd.h>
@@ -9,7 +11,8 @@
 #include <optional>
 #include <string>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/package_numbers.h"

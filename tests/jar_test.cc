@@ -1,7 +1,10 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <gmock/gmock.h>
 #include <ziparchive/zip_archive.h>
 
-#include "jar/manifest_mf.h"
+#include <quillon/manifest_mf.h>
+
 #include "simulator/simulator.h"
 #include "tests/support/opened_package.h"
 

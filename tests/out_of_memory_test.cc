@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <dlfcn.h>
 #include <execinfo.h>
 #include <fcntl.h>
@@ -17,11 +19,12 @@
 #include <string_view>
 #include <system_error>
 
-#include "apk/apk.h"
-#include "integrity/entry_points.h"
+#include <quillon/apk.h>
+#include <quillon/entry_points.h>
+#include <quillon/signing.h>
+#include <quillon/tarn.h>
+
 #include "integrity/libhx.h"
-#include "integrity/signing.h"
-#include "integrity/tarn.h"
 #include "simulator/simulator.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "signing_block/process_hashes.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <gtest/gtest.h>
 #include <openssl/digest.h>
 
@@ -5,11 +7,12 @@
 #include <nlohmann/json.hpp>
 #include <regex>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+#include <quillon/file.h>
+#include <quillon/file_name.h>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/signing_key.h"
-#include "util/file.h"
-#include "util/file_name.h"
 
 namespace Quill {
 namespace {

@@ -1,16 +1,14 @@
 #!/bin/bash
-# Checks the code in each configuration named, by default in all of them.
-# usage: run_all.sh [CONFIGURATION...]
-#   gcc clang     build with that compiler, warnings being errors, and run the tests
-#   device        the same by clang with the checks that the platform's build asks for
-#   asan tsan     the same with sanitizers: address and undefined behaviour, data races
-#   arm64         the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
-#   fuzz          every fuzz target finds nothing in a fixed number of runs
-#   benchmarks    every benchmark but those of the largest packages runs shortly, without an error
-#   format tidy   clang-format and clang-tidy find nothing
-#   libcxx        the library compiles with the device's C++ library, too
-#   exports       the library exports the agreed names
+# SPDX-License-Identifier: Apache-2.0
+#
+# Runs the checks that are named: by default all of the short tier, which the automatic run goes through.
+# `long` stands for the checks that take longer; run them before a change that matters is called done.
+# usage: run_all.sh [CHECK... | long]
+set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
+
+# Each check is one function. The list in the help text and the order of a whole run come from the lines that
+# open them: Check_NAME for the short tier, Long_NAME for the long one.
 
 BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
   local preset=$1
@@ -21,32 +19,37 @@ BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
   ctest --preset "$preset" -j "$(nproc)"
 }
 
-gcc() { BuildAndTest release; }
-clang() { BuildAndTest clang; }
-device() { BuildAndTest device; }
-asan() { BuildAndTest asan; }
-tsan() { BuildAndTest tsan; }
-arm64() { BuildAndTest arm64; }
+Check_gcc() {  # builds with g++, warnings being errors, and runs the tests, as a newcomer would
+  rm -f build/release/ctest.xml
+  scripts/test.sh
+}
 
-# A few seconds for each target, and for packages that change while they are verified. What is found besides goes to the build folder, not to the corpora.
-fuzz() {
-  cmake --preset fuzz
-  cmake --build --preset fuzz
-  local fuzzer name runs
-  for fuzzer in build/fuzz/fuzz/*_fuzzer; do
-    name=$(basename "$fuzzer" _fuzzer)
-    echo "$name"
-    mkdir -p "build/fuzz/found/$name"
-    runs=5000
-    [[ $name != @(base64|manifest_mf|pkcs7) ]] || runs=100000
-    "$fuzzer" -runs=$runs -seed=1 -timeout=25 -verbosity=0 \
-      -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
-  done
-  echo changing_file
+Check_clang() {  # the same with clang++
+  BuildAndTest clang
+}
+
+Check_asan() {  # the same under the address and undefined-behaviour sanitizers
+  BuildAndTest asan
+}
+
+Check_tsan() {  # the same under the thread sanitizer
+  BuildAndTest tsan
+}
+
+Check_device() {  # the same with the traps that Android.bp asks for
+  BuildAndTest device
+}
+
+Check_arm64() {  # the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
+  BuildAndTest arm64
+}
+
+Check_fuzz() {  # a few seconds of every fuzz target, and packages that change under the verifier, find nothing
+  Fuzz 5000 100000
   build/fuzz/fuzz/changing_file
 }
 
-benchmarks() {
+Check_benchmarks() {  # every benchmark but those of the largest packages runs shortly, without an error
   local output
   cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON
   cmake --build --preset release --target quillon_benchmarks make_package measure nothing
@@ -56,47 +59,113 @@ benchmarks() {
   [[ $output != *ERROR* ]]
 }
 
-format() {
-  find . -path ./build -prune -o \( -name '*.cc' -o -name '*.h' \) -print0 |
-    xargs -0 clang-format --dry-run --Werror
+Check_format() {  # clang-format changes nothing
+  git ls-files -z '*.cc' '*.h' | xargs -0 clang-format --dry-run --Werror
 }
 
-tidy() {
+Check_tidy() {  # clang-tidy finds nothing
   cmake --preset clang -D QUILLON_BUILD_BENCHMARKS=ON
   sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
     sort -u | xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
     2> >(grep -v 'warnings generated' >&2)
 }
 
-# Without run-time type information, as on a device.
-libcxx() {
-  find util crypto signing_block schemes jar apk integrity -name '*.cc' -print0 |
+Check_libcxx() {  # the library compiles with the device's C++ library, and without run-time type information
+  git ls-files -z 'util/*.cc' 'crypto/*.cc' 'jar/*.cc' 'signing_block/*.cc' 'schemes/*.cc' 'apk/*.cc' 'integrity/*.cc' |
     xargs -0 -n 4 -P "$(nproc)" clang++ -fsyntax-only -stdlib=libc++ -fno-rtti -std=c++17 \
-      -Wall -Wextra -Wshadow -Wconversion -Werror -I. -Ihost/include -isystem /usr/include/android
+      -Wall -Wextra -Wshadow -Wconversion -Werror -I. -Iinclude -Ihost/include -isystem /usr/include/android
 }
 
-exports() {
-  cmake --preset release
-  cmake --build --preset release --target quillon
-  tests/exports.sh build/release/libquillon.so
+Check_shell() {  # the scripts pass shellcheck
+  git grep -lE '^#!/bin/bash' | xargs shellcheck --severity=info
 }
 
-configurations=("$@")
-[ $# -ne 0 ] || configurations=(gcc clang device asan tsan arm64 fuzz benchmarks format tidy libcxx exports)
-for name in "${configurations[@]}"; do
-  case $name in
-    gcc | clang | device | asan | tsan | arm64 | fuzz | benchmarks | format | tidy | libcxx | exports) ;;
-    *) sed -n '2,13s/^# //p' "$0" >&2; exit 2 ;;
+Check_includes() {  # every #include leads from a folder to one before it
+  tests/includes.sh
+}
+
+Check_licence() {  # every file names its licence
+  local unnamed
+  unnamed=$(git grep -LF 'SPDX-License-Identifier: Apache-2.0' -- . \
+    ':!LICENSE' ':!*.json' ':!*.apk' ':!fuzz/corpus') || true
+  [ -z "$unnamed" ] || { echo "no SPDX-License-Identifier in: $unnamed"; return 1; }
+}
+
+Check_android_bp() {  # Android.bp parses and lists the sources of this build
+  cmake -P tests/android_bp.cmake
+}
+
+Check_library() {  # the library alone builds without what tool, simulator and tests need
+  local unneeded=()
+  for package in nlohmann_json CLI11 fmt GTest benchmark; do
+    unneeded+=(-D "CMAKE_DISABLE_FIND_PACKAGE_$package=ON")
+  done
+  cmake -G Ninja -S . -B build/library -D CMAKE_BUILD_TYPE=Release -D QUILLON_BUILD_TOOL=OFF \
+    -D QUILLON_BUILD_SIMULATOR=OFF -D QUILLON_BUILD_TESTS=OFF "${unneeded[@]}"
+  cmake --build build/library
+}
+
+Long_fuzzing() {  # ten minutes of processor time for every fuzz target
+  Fuzz -1 -1 -max_total_time=600
+}
+
+Long_round_trip() {  # what apksigner signs verifies, over key types, schemes and lineages
+  tests/round_trip.sh
+}
+
+Long_bare_root() {  # the README's commands work in a Debian root with its base system and git alone
+  tests/bare_root.sh
+}
+
+# Fuzz RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
+# What is found besides goes to the build folder, not to the corpora.
+Fuzz() {
+  cmake --preset fuzz
+  cmake --build --preset fuzz
+  local fuzzer name runs
+  for fuzzer in build/fuzz/fuzz/*_fuzzer; do
+    name=$(basename "$fuzzer" _fuzzer)
+    echo "$name"
+    mkdir -p "build/fuzz/found/$name"
+    runs=$1
+    [[ $name != @(base64|manifest_mf|pkcs7) ]] || runs=$2
+    "$fuzzer" "-runs=$runs" -seed=1 -timeout=25 -verbosity=0 "${@:3}" \
+      -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
+  done
+}
+
+Names() {  # Names TIER
+  sed -nE "s/^$1_([a-z0-9_]+)\(\).*/\1/p" tests/run_all.sh
+}
+
+Usage() {
+  sed -nE '4,6s/^# //p' tests/run_all.sh
+  sed -nE 's/^(Check|Long)_([a-z0-9_]+)\(\) \{  # (.*)/\2|\3/p' tests/run_all.sh |
+    awk -F '|' '{ printf "  %-11s %s\n", $1, $2 }'
+}
+
+mapfile -t short < <(Names Check)
+mapfile -t long < <(Names Long)
+checks=("$@")
+[ $# -ne 0 ] || checks=("${short[@]}")
+[ "$*" != long ] || checks=("${long[@]}")
+
+functions=()
+for name in "${checks[@]}"; do
+  case " ${short[*]} | ${long[*]} " in
+    *" $name "*"|"*) functions+=("Check_$name") ;;
+    *"|"*" $name "*) functions+=("Long_$name") ;;
+    *) Usage >&2; exit 2 ;;
   esac
 done
 
-status=0
-for name in "${configurations[@]}"; do
-  echo "== $name"
-  (set -euo pipefail; "$name")
+failedCount=0
+for function in "${functions[@]}"; do
+  echo "== ${function#*_}"
+  (set -e; "$function")
   if [ $? -ne 0 ]; then
-    echo "== $name failed" >&2
-    status=1
+    echo "== ${function#*_} failed" >&2
+    failedCount=$((failedCount + 1))
   fi
 done
-exit $status
+exit "$failedCount"

@@ -1,4 +1,4 @@
-#include "integrity/signing.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
 #include <sys/xattr.h>
@@ -9,10 +9,12 @@
 #include <set>
 #include <string>
 
-#include "apk/apk.h"
-#include "integrity/certificate.h"
-#include "integrity/entry_points.h"
-#include "integrity/tarn.h"
+#include <quillon/apk.h>
+#include <quillon/certificate.h>
+#include <quillon/entry_points.h>
+#include <quillon/signing.h>
+#include <quillon/tarn.h>
+
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"

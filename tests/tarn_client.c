@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fcntl.h>
 #include <stdio.h>
 
-#include "integrity/entry_points.h"
-#include "integrity/tarn.h"
-#include "util/base64.h"
+#include <quillon/entry_points.h>
+#include <quillon/tarn.h>
+#include <quillon/base64.h>
 
 // usage: tarn_client FILE    signs it with a label that does not fit, verifies, edits, verifies
 int main(int argc, char** argv) {

@@ -1,4 +1,4 @@
-#include "integrity/tarn.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <gtest/gtest.h>
 #include <openssl/digest.h>
@@ -8,6 +8,8 @@
 #include <sstream>
 #include <string>
 #include <utility>
+
+#include <quillon/tarn.h>
 
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <gtest/gtest.h>
 #include <openssl/digest.h>
 #include <sys/xattr.h>
@@ -7,7 +9,8 @@
 #include <cstdlib>
 #include <string>
 
-#include "integrity/tarn.h"
+#include <quillon/tarn.h>
+
 #include "simulator/simulator.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/temp_file.h"

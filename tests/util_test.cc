@@ -1,13 +1,16 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <cerrno>
 
+#include <quillon/base64.h>
+#include <quillon/file_name.h>
+#include <quillon/strings.h>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_file.h"
-#include "util/base64.h"
-#include "util/file_name.h"
-#include "util/strings.h"
 
 namespace Quill {
 

@@ -1,9 +1,10 @@
-#include "util/base64.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <array>
 #include <string_view>
 
-#include "util/strings.h"
+#include <quillon/base64.h>
+#include <quillon/strings.h>
 
 namespace {
 

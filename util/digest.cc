@@ -1,7 +1,9 @@
-#include "util/digest.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <openssl/md5.h>
 #include <openssl/sha.h>
+
+#include <quillon/digest.h>
 
 namespace {
 

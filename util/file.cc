@@ -1,4 +1,4 @@
-#include "util/file.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <fcntl.h>
 #include <sys/mman.h>
@@ -9,6 +9,8 @@
 #include <fstream>
 #include <new>
 #include <stdexcept>
+
+#include <quillon/file.h>
 
 #include "util/log.h"
 #include "util/nothrow.h"

@@ -1,9 +1,11 @@
-#include "util/file_name.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+
+#include <quillon/file_name.h>
 
 namespace {
 

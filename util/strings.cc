@@ -1,6 +1,8 @@
-#include "util/strings.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <sstream>
+
+#include <quillon/strings.h>
 
 std::vector<std::string> SplitString(const std::string& text, char delimiter) {
   std::vector<std::string> pieces;

@@ -1,9 +1,11 @@
-#include "util/system.h"
+// SPDX-License-Identifier: Apache-2.0
 
 #include <sys/statvfs.h>
 #include <sys/system_properties.h>
 
 #include <string>
+
+#include <quillon/system.h>
 
 #include "util/log.h"
 

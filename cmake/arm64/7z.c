@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <stdlib.h>
 
 // Stands for 7z.so of arm64, which cannot be installed beside the host's: libbacktrace, which the

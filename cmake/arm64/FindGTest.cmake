@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # GTest::gmock_main and its companions, built from the sources that Debian installs.
 find_path(GTest_SOURCE_DIR googlemock/CMakeLists.txt PATHS /usr/src/googletest NO_DEFAULT_PATH)
 include(FindPackageHandleStandardArgs)

@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # fmt::fmt without a library.
 find_path(fmt_INCLUDE_DIR fmt/format.h)
 include(FindPackageHandleStandardArgs)

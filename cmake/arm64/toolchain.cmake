@@ -1,3 +1,5 @@
+# SPDX-License-Identifier: Apache-2.0
+
 # Builds for 64-bit Arm beside the host's own packages. The development packages of both processors
 # cannot stand side by side, so headers are the host's, libraries come from the run-time packages of
 # arm64, and the packages that this folder has a Find module for are not asked for binaries.

@@ -1,18 +1,20 @@
+// SPDX-License-Identifier: Apache-2.0
+
 // A program outside this repository: sees the installed headers and library only.
 #include <cstdio>
 
-#include "apk/apk.h"
-#include "integrity/certificate.h"
-#include "integrity/entry_points.h"
-#include "integrity/signing.h"
-#include "integrity/tarn.h"
-#include "jar/manifest_mf.h"
-#include "util/base64.h"
-#include "util/digest.h"
-#include "util/file.h"
-#include "util/file_name.h"
-#include "util/strings.h"
-#include "util/system.h"
+#include <quillon/apk.h>
+#include <quillon/base64.h>
+#include <quillon/certificate.h>
+#include <quillon/digest.h>
+#include <quillon/entry_points.h>
+#include <quillon/file.h>
+#include <quillon/file_name.h>
+#include <quillon/manifest_mf.h>
+#include <quillon/signing.h>
+#include <quillon/strings.h>
+#include <quillon/system.h>
+#include <quillon/tarn.h>
 
 // usage: consumer PACKAGE. Exit status 0 when the package verifies under scheme v3.
 int main(int argc, char** argv) {

@@ -1,4 +1,6 @@
 #!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
 # Installs a finished build into a folder of its own, then builds and runs a program against the installed
 # tree alone: found by find_package, and once more by pkg-config.
 # usage: run.sh BUILD_FOLDER COMPILER

@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/support/jar_signature.h"
 
 #include <openssl/evp.h>
 #include <openssl/nid.h>
 #include <openssl/obj.h>
 
-#include "util/base64.h"
+#include <quillon/base64.h>
 
 namespace Quill {
 namespace {

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/support/manifest_xml.h"
 
 #include <algorithm>

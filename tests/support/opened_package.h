@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <ostream>
@@ -5,7 +7,8 @@
 #include <tuple>
 #include <vector>
 
-#include "apk/apk.h"
+#include <quillon/apk.h>
+
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/support/package_builder.h"
 
 #include <ziparchive/zip_writer.h>

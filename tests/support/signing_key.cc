@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/support/signing_key.h"
 
 #include <openssl/digest.h>

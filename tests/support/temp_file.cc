@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include "tests/support/temp_file.h"
 
 #include <sanitizer/asan_interface.h>

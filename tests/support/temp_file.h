@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <filesystem>
@@ -5,8 +7,9 @@
 #include <memory>
 #include <string>
 
+#include <quillon/file.h>
+
 #include "tests/support/wire.h"
-#include "util/file.h"
 
 namespace Quill {
 

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // What Bionic's header of this name gives the library; see system_properties.cc.

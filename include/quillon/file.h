@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <sys/types.h>
@@ -7,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 namespace Quill {
 

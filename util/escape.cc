@@ -1,10 +1,12 @@
-#include "cli/escape.h"
+// SPDX-License-Identifier: Apache-2.0
+
+#include "util/escape.h"
 
 #include <algorithm>
 #include <cstdint>
 #include <iterator>
 
-namespace Quill::Tool {
+namespace Quill {
 namespace {
 
 struct Character {
@@ -96,4 +98,4 @@ std::string Quote(std::string_view text) {
   return quoted + '"';
 }
 
-}  // namespace Quill::Tool
+}  // namespace Quill

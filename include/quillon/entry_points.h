@@ -1,11 +1,13 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // What the platform's install and compile services call, under plain names. Each function traces
 // its arguments, labels and certifies files step by step, and logs what fails; later steps run all
 // the same. The descriptors are borrowed. Only what the standard library itself throws (see
-// apk/apk.h) can leave a function otherwise than by its return.
+// quillon/apk.h) can leave a function otherwise than by its return.
 
 #ifdef __cplusplus
 extern "C" {

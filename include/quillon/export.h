@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // Marks what libquillon.so exports; the library is compiled with hidden visibility. The version

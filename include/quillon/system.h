@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // True when the descriptor lies on a file system mounted read-only (ST_RDONLY); false also when
 // fstatvfs fails. Does not log.

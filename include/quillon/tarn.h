@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 // Client of Tarn, the kernel's file-integrity subsystem, in C99 and C++17. This header needs no

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <stddef.h>
@@ -8,7 +10,7 @@
 #include <vector>
 #endif
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // Base64 with the standard alphabet and "=" padding (RFC 4648, section 4), no line breaks on
 // output. Nothing here logs. The first three functions are for C99, too.

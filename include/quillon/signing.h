@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 namespace Quill {
 class Apk;

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
@@ -7,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "jar/manifest_mf.h"
-#include "util/export.h"
+#include <quillon/export.h>
+#include <quillon/manifest_mf.h>
 
 // libziparchive's, from <ziparchive/zip_archive.h>.
 struct ZipArchive;
@@ -125,7 +127,6 @@ class QUILLON_EXPORT Apk {
   void Init(int32_t fd, const char* path);
   bool OpenArchive(const char* path);
   bool VerifySignature(int32_t manifestResult, const std::vector<uint8_t>& manifestBytes);
-  void FillEntryDigests();
 
   template <typename Container>
   int32_t ExtractByNameImpl(const std::string& name, Container& out);

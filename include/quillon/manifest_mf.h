@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <map>
 #include <string>
 #include <vector>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // The attributes of a JAR manifest (META-INF/MANIFEST.MF) or of a JAR signature file (.SF), which
 // has the same syntax: sections of "Name: value" lines, each section ended by a blank line.

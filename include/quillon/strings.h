@@ -1,10 +1,12 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // The pieces of `text` between delimiters, in order, untrimmed, empty ones included. A trailing
 // delimiter adds no empty last piece; an empty text has no pieces.

@@ -1,3 +1,5 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <string>
@@ -5,7 +7,7 @@
 
 // Needs nothing but the standard library, so that others than the tool can compile it in.
 
-namespace Quill::Tool {
+namespace Quill {
 
 // The text with every byte that is not part of well-formed UTF-8 as \xNN.
 std::string EscapeInvalidUtf8(std::string_view text);
@@ -21,4 +23,4 @@ std::string EscapeForTerminal(std::string_view text);
 // The text between double quotes, with a backslash before each quote and backslash of its own.
 std::string Quote(std::string_view text);
 
-}  // namespace Quill::Tool
+}  // namespace Quill

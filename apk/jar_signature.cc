@@ -1,10 +1,17 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #include <ziparchive/zip_archive.h>
 
+#include <iterator>
+#include <memory>
 #include <set>
 
-#include "apk/apk.h"
-#include "util/base64.h"
-#include "util/digest.h"
+#include <quillon/apk.h>
+#include <quillon/base64.h>
+#include <quillon/system.h>
+
+#include "jar/entry_digest.h"
+#include "jar/signature_file.h"
 #include "util/log.h"
 
 namespace Quill {
@@ -16,6 +23,43 @@ constexpr int32_t kEntryNotFound = -7;
 constexpr int32_t kInvalidEntryName = -10;
 
 }  // namespace
+
+bool Apk::InitCertSf() {
+  // Deliberate: of several signature files only the first in the archive's order is looked at.
+  ZipEntry entry;
+  std::string name;
+  void* cookie = nullptr;
+  if (StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
+  const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
+  std::vector<uint8_t> signatureFile;
+  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) return false;
+
+  if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) return false;
+  if (!ReadOnlyFS(fd_) && HasRollbackProtection(certSf_)) return false;
+
+  const std::string stem = name.substr(0, name.rfind('.') + 1);
+  SignatureBlock block;
+  if (ExtractByName(stem + "RSA", block.bytes) != 0 || block.bytes.empty()) {
+    block.isDsa = true;
+    const std::string dsaName = stem + "DSA";
+    if (ExtractByName(dsaName, block.bytes) != 0 || block.bytes.empty()) {
+      QUILL_LOGE("Can't extract DSA certificate: %s\n", dsaName.c_str());
+      return false;
+    }
+  }
+  return VerifySignatureFile(block, signatureFile, name, manufacturerKey_);
+}
+
+bool Apk::ValidateManifest(const std::vector<uint8_t>& manifestBytes) {
+  if (!certSf_) {
+    QUILL_LOGE("Can't validate manifest. Bad SF file.\n");
+    return false;
+  }
+  const ManifestDigest digest = FindManifestDigest(certSf_);
+  if (!digest.value.empty() && VerifyData(digest.name, digest.value, manifestBytes)) return true;
+  QUILL_LOGE("Can't validate manifest.\n");
+  return false;
+}
 
 bool Apk::VerifyFileHash(const std::string& name) {
   ZipEntry entry;
@@ -79,10 +123,7 @@ bool Apk::CanSkipValidation(const std::string& name) {
 
 bool Apk::VerifyData(const std::string& digestName, const std::vector<uint8_t>& expected,
                      const std::vector<uint8_t>& data) {
-  if (digestName == "SHA1-Digest") return ComputeSHA1Digest(data) == expected;
-  if (digestName == "SHA-256-Digest") return ComputeSHA256Digest(data) == expected;
-  QUILL_LOGE("verifyData: Unsupported digest type: %s\n", digestName.c_str());
-  return false;
+  return MatchesDigest(digestName, expected, data);
 }
 
 }  // namespace Quill

@@ -1,6 +1,8 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 namespace Quill {
 class Apk;

@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <string>
 #include <string_view>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // File names for log lines. None of these logs.
 

@@ -1,9 +1,11 @@
+// SPDX-License-Identifier: Apache-2.0
+
 #pragma once
 
 #include <cstdint>
 #include <vector>
 
-#include "util/export.h"
+#include <quillon/export.h>
 
 // One-shot digests of a byte vector: 20 bytes for SHA-1, 32 for SHA-256, 16 for MD5. The first form
 // resizes and fills `out` and returns the crypto library's result, a pointer to the digest in

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <quillon/manifest_mf.h>
+
+namespace Quill {
+
+// The digests that a JAR manifest states, by entry name: the attribute's name, such as
+// "SHA-256-Digest", and its Base64 value.
+using EntryDigests = std::map<std::string, std::pair<std::string, std::string>>;
+[[nodiscard]] EntryDigests CollectEntryDigests(const ManifestMf& manifest);
+
+// Returns true when the digest of `data` is `expected`. `digestName` is "SHA1-Digest" or
+// "SHA-256-Digest"; any other is false and logs one error line.
+[[nodiscard]] bool MatchesDigest(const std::string& digestName,
+                                 const std::vector<uint8_t>& expected,
+                                 const std::vector<uint8_t>& data);
+
+}  // namespace Quill
