@@ -168,19 +168,21 @@ __attribute__((visibility("default"))) int get_nprocs() noexcept { return 4; }
 }  // extern "C"
 
 #if !QUILLON_OWN_MALLOC
+// Inlined, g++ takes them for a mismatch.
+#define NOT_INLINE __attribute__((noinline))
 extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
   return "leak:libbase.so\nleak:libziparchive.so\n";
 }
-void* operator new(size_t size) {
+NOT_INLINE void* operator new(size_t size) {
   void* block = FailsNow() ? nullptr : std::malloc(size);
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
-void* operator new(size_t size, const std::nothrow_t&) noexcept {
+NOT_INLINE void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return FailsNow() ? nullptr : std::malloc(size);
 }
-void operator delete(void* block) noexcept { std::free(block); }
-void operator delete(void* block, size_t) noexcept { std::free(block); }
+NOT_INLINE void operator delete(void* block) noexcept { std::free(block); }
+NOT_INLINE void operator delete(void* block, size_t) noexcept { std::free(block); }
 #endif
 // NOLINTEND(bugprone-reserved-identifier, cppcoreguidelines-no-malloc)
 
