@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Writes a signed package for comparisons of whole programs.
+// Writes a signed package, so that compare.sh can run whole programs on it.
 // usage: make_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
 #include <fcntl.h>
 

@@ -1,27 +1,31 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs what is missing, builds, runs all benchmarks, and writes their tables to docs/performance.md. Takes about
-# five minutes; the machine should have nothing else to do.
+# Installs missing packages, builds, and runs all benchmarks. Prints their tables and saves them as
+# build/release/performance.md. Takes about five minutes; the machine should have nothing else to do.
 # usage: bench.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 export LC_ALL=C  # numbers with a point
 
+Log() { echo "bench: $*" >&2; }
+
+Log "installing and building"
 scripts/install-deps.sh
 cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON >/dev/null
 cmake --build --preset release
 
-export TMPDIR=$PWD/build/release  # on a disk, where /tmp may be in memory
+export TMPDIR=$PWD/build/release  # on a disk; /tmp may be in memory
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
-build/release/benchmarks/quillon_benchmarks \
-  --benchmark_out="$work/benchmarks.json" --benchmark_out_format=json
-! grep -q '"error_occurred": true' "$work/benchmarks.json" || exit 1
-benchmarks/compare.sh | tee "$work/compare.md"
 
-# The report has one field on a line; the benchmark's own figures are among them.
-Table() {
+Log "timing the library"
+build/release/benchmarks/quillon_benchmarks \
+  --benchmark_out="$work/benchmarks.json" --benchmark_out_format=json >&2
+! grep -q '"error_occurred": true' "$work/benchmarks.json" || exit 1
+
+# Prints one table row for each benchmark. The JSON report has one field on each line.
+Rows() {
   awk -F'": ' '
     function Rate(name) { return name in field ? sprintf("%.0f MiB/s", field[name] / 1048576) : "" }
     function Share(name) { return name in field ? sprintf("%.3f", field[name]) : "" }
@@ -40,14 +44,12 @@ Table() {
     }' "$work/benchmarks.json"
 }
 
+Log "comparing whole programs"
 {
-  sed '/^<!-- written by scripts\/bench.sh/q' docs/performance.md
-  echo
-  echo "$(nproc) processors, $({ sed -n 's/^model name\t: //p' /proc/cpuinfo; uname -m; } | head -1), Linux $(uname -r | cut -d- -f1)."
-  cat "$work/compare.md"
+  processor=$({ sed -n 's/^model name\t: //p' /proc/cpuinfo; uname -m; } | head -1)
+  echo "$(nproc) processors, $processor, Linux $(uname -r | cut -d- -f1)."
+  benchmarks/compare.sh
   printf '\n| benchmark | time | rate | limit | of the limit | in processor time |\n|---|---|---|---|---|---|\n'
-  Table
-  echo
-  sed -n '/^<!-- end -->/,$p' docs/performance.md
-} >"$work/performance.md"
-cp "$work/performance.md" docs/performance.md
+  Rows
+} | tee build/release/performance.md
+Log "saved build/release/performance.md"
