@@ -67,7 +67,7 @@ CompareOn() {  # CompareOn TITLE FILE [NAME=COMMAND_LINE...]: all programs on on
   done
 }
 
-Package() { "$build/benchmarks/make_package" "$1" "$2"; }
+Package() { "$build/benchmarks/make_big_package" "$1" "$2"; }
 
 absent=
 Package 512 "$work/512.apk"

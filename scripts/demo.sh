@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs what is missing, builds, verifies the sample packages, and has a simulated kernel label the
-# compiled files of one.
+# Installs missing packages, builds, verifies the sample packages, and labels the compiled files of one with a
+# simulated kernel.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -16,11 +16,11 @@ Show() {  # Show TEXT ARGUMENT...: explains and runs one command of the tool
 }
 
 tool=$PWD/build/release/bin/quillon
-# In the build folder, for labels need a file system with extended attributes.
+# In the build folder: labels need a file system with extended attributes, which /tmp may lack.
 work=$(mktemp -d "$PWD/build/demo-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
-Show "The verdict on each sample package, with the scheme that its signature was verified under:" \
+Show "The verdict on each sample package, with its signature scheme:" \
   verify samples/*.apk
 Show "The same for a package whose signing key was rotated twice, with the library's log lines:" \
   verify -v samples/v3-rotated.apk
@@ -29,8 +29,8 @@ cp samples/v3.apk "$work/base.apk"
 echo "compiled code" >"$work/base.odex"
 echo "verified bytecode" >"$work/base.vdex"
 cd "$work"
-Show "The kernel labels a package's compiled files with their digest and that of the signer's key:" \
+Show "The kernel labels the compiled files of a package with their digest and the digest of the signer's key:" \
   provision --simulate base.apk base.odex base.vdex
-Show "It can tell the file from then on:" label --simulate base.odex
+Show "Now it can verify a file:" label --simulate base.odex
 printf C | dd of=base.odex bs=1 count=1 conv=notrunc status=none
-Show "But not after one byte of it has changed:" label --simulate base.odex
+Show "But not after one byte of the file has changed:" label --simulate base.odex

@@ -1,11 +1,12 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs the Debian packages that are missing: those for building and testing, and on request more.
-# usage: install-deps.sh [--samples] [--arm64] [--ci]
-#   --samples   also what samples/make_samples.sh needs
-#   --arm64     also what building and testing for 64-bit Arm needs; makes arm64 a foreign architecture
-#   --ci        also the second compiler and its libraries, the formatter, the linter and a package signer
+# Installs the Debian packages that are missing: those for building and testing, and more by option.
+# usage: install-deps.sh [--samples] [--arm64] [--ci] [--long]
+#   --samples   what samples/make_samples.sh needs
+#   --arm64     what building and testing for 64-bit Arm needs; makes arm64 a foreign architecture
+#   --ci        what the short tier of tests/run_all.sh needs, except arm64
+#   --long      what its long tier needs besides
 set -euo pipefail
 
 packages=(
@@ -27,8 +28,11 @@ for option in "$@"; do
       packages+=(android-lib{androidfw,boringssl,log,utils,ziparchive}:arm64) ;;
     --ci)
       packages+=(clang clang-format clang-tidy libclang-rt-dev libc++-dev)
+      packages+=(shellcheck golang-go golang-github-google-blueprint-dev)
       packages+=(apksigner default-jre-headless openssl) ;;
-    *) sed -n '2,6s/^# //p' "$0" >&2; exit 2 ;;
+    --long)
+      packages+=(mmdebstrap apksigner default-jre-headless openssl) ;;
+    *) sed -n '4,9s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done
 
@@ -41,7 +45,7 @@ Installed() { [[ $(dpkg-query -W -f '${db:Status-Status}' "$1" 2>/dev/null) == i
 Available() { [[ $(LC_ALL=C apt-cache policy "$1") == *"Candidate: "[^\(]* ]]; }
 
 command -v apt-get >/dev/null && command -v dpkg-query >/dev/null ||
-  Fail "no apt-get here; install what these Debian packages hold: ${packages[*]}"
+  Fail "no apt-get here; install the equivalent of these Debian packages: ${packages[*]}"
 
 missing=()
 for package in "${packages[@]}"; do
@@ -51,14 +55,14 @@ done
 
 asRoot=()
 if [ "$(id -u)" -ne 0 ]; then
-  command -v sudo >/dev/null || Fail "neither root nor sudo; have root install: ${missing[*]}"
+  command -v sudo >/dev/null || Fail "needs root or sudo to install: ${missing[*]}"
   asRoot=(sudo)
 fi
 
 echo "install-deps: installing ${missing[*]}"
 [ -z "$foreignArchitecture" ] || "${asRoot[@]}" dpkg --add-architecture "$foreignArchitecture"
 "${asRoot[@]}" apt-get -qq update ||
-  echo "install-deps: cannot refresh the package lists; going on with those at hand" >&2
+  echo "install-deps: cannot refresh the package lists; using the present ones" >&2
 for package in "${missing[@]}"; do
   Available "$package" ||
     Fail "this distribution ($(. /etc/os-release && echo "$PRETTY_NAME")) has no package $package"

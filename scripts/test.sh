@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs what is missing, builds the library and the tool, and runs all tests.
-# usage: test.sh [CTEST_OPTION...]    for instance: test.sh -R ProcessHashes
+# Installs missing packages, builds the library and the tool, and runs all tests.
+# usage: test.sh [CTEST_OPTION...]    such as: test.sh -R ProcessHashes
 set -euo pipefail
 cd "$(dirname "$0")/.."
 

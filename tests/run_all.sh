@@ -1,14 +1,14 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Runs the checks that are named: by default all of the short tier, which the automatic run goes through.
-# `long` stands for the checks that take longer; run them before a change that matters is called done.
+# Runs the named checks; without a name, all checks of the short tier, as the automatic run does. `long` names all
+# checks of the long tier; run them before a change that matters is called done.
 # usage: run_all.sh [CHECK... | long]
 set -uo pipefail
 cd "$(dirname "$0")/.." || exit 1
 
-# Each check is one function. The list in the help text and the order of a whole run come from the lines that
-# open them: Check_NAME for the short tier, Long_NAME for the long one.
+# Each check is one function: Check_NAME in the short tier, Long_NAME in the long one. Their first lines also give the
+# list in the help text and the order of a run.
 
 BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
   local preset=$1
@@ -19,7 +19,7 @@ BuildAndTest() {  # BuildAndTest PRESET [CONFIGURE_OPTION...]
   ctest --preset "$preset" -j "$(nproc)"
 }
 
-Check_gcc() {  # builds with g++, warnings being errors, and runs the tests, as a newcomer would
+Check_gcc() {  # builds with g++, with warnings as errors, and runs the tests, by the README's command
   rm -f build/release/ctest.xml
   scripts/test.sh
 }
@@ -36,7 +36,7 @@ Check_tsan() {  # the same under the thread sanitizer
   BuildAndTest tsan
 }
 
-Check_device() {  # the same with the traps that Android.bp asks for
+Check_device() {  # the same with the traps that Android.bp enables
   BuildAndTest device
 }
 
@@ -44,15 +44,15 @@ Check_arm64() {  # the same for 64-bit Arm, under emulation; needs scripts/insta
   BuildAndTest arm64
 }
 
-Check_fuzz() {  # a few seconds of every fuzz target, and packages that change under the verifier, find nothing
+Check_fuzz() {  # runs every fuzz target for a few seconds, and verifies packages while they change
   Fuzz 5000 100000
   build/fuzz/fuzz/changing_file
 }
 
-Check_benchmarks() {  # every benchmark but those of the largest packages runs shortly, without an error
+Check_benchmarks() {  # runs each benchmark briefly, except those of the largest packages
   local output
   cmake --preset release -D QUILLON_BUILD_BENCHMARKS=ON
-  cmake --build --preset release --target quillon_benchmarks make_package measure nothing
+  cmake --build --preset release --target quillon_benchmarks make_big_package measure nothing
   output=$(build/release/benchmarks/quillon_benchmarks --benchmark_min_time=0.001 \
     --benchmark_filter='-MiB:512|FromDisk' 2>&1) || { echo "$output"; return 1; }
   echo "$output"
@@ -80,8 +80,25 @@ Check_shell() {  # the scripts pass shellcheck
   git grep -lE '^#!/bin/bash' | xargs shellcheck --severity=info
 }
 
-Check_includes() {  # every #include leads from a folder to one before it
+Check_includes() {  # a folder includes only headers of folders before it
   tests/includes.sh
+}
+
+Check_documents() {  # the files, tests and names in the documents exist
+  local name status=0
+  # shellcheck disable=SC2016  # backquotes of Markdown
+  for name in $(git grep -ohE '`[^`]+' -- '*.md' | sed 's/^`//; s/ .*//; s/[(…].*//' | sort -u); do
+    case $name in
+      build/* | *NAME* | UpperCamel) ;;
+      [a-z.]*/*) [ ! -e "${name%%/*}" ] || [ -e "$name" ] ;;  # others are paths elsewhere
+      [a-z]*.cc | [a-z]*.h | [a-z]*.sh) git ls-files --error-unmatch "*/$name" >/dev/null 2>&1 ;;
+      corpus.*) [ -d "fuzz/corpus/${name#*.}" ] ;;
+      transcript.*) [ -e "tests/transcripts/${name#*.}.txt" ] ;;
+      [A-Z]*[a-z].[A-Z]*) git grep -qE "^TEST(_[FP])?\(${name%.*}, ${name#*.}\)" -- 'tests/*.cc' ;;
+      [A-Z]*[a-z]*) [[ $name == *[!A-Za-z0-9_]* ]] || git grep -qF "$name" -- ':!*.md' ;;
+    esac || { echo "no such thing: $name, in" "$(git grep -lF "\`$name" -- '*.md')"; status=1; }
+  done
+  return "$status"
 }
 
 Check_licence() {  # every file names its licence
@@ -95,7 +112,7 @@ Check_android_bp() {  # Android.bp parses and lists the sources of this build
   cmake -P tests/android_bp.cmake
 }
 
-Check_library() {  # the library alone builds without what tool, simulator and tests need
+Check_library() {  # the library alone builds without the packages that tool, simulator and tests need
   local unneeded=()
   for package in nlohmann_json CLI11 fmt GTest benchmark; do
     unneeded+=(-D "CMAKE_DISABLE_FIND_PACKAGE_$package=ON")
@@ -105,20 +122,20 @@ Check_library() {  # the library alone builds without what tool, simulator and t
   cmake --build build/library
 }
 
-Long_fuzzing() {  # ten minutes of processor time for every fuzz target
+Long_fuzzing() {  # runs every fuzz target for ten minutes
   Fuzz -1 -1 -max_total_time=600
 }
 
-Long_round_trip() {  # what apksigner signs verifies, over key types, schemes and lineages
+Long_round_trip() {  # packages signed by apksigner verify, for all key types, schemes and lineages
   tests/round_trip.sh
 }
 
-Long_bare_root() {  # the README's commands work in a Debian root with its base system and git alone
+Long_bare_root() {  # the README's two commands work in a Debian root that has only the base system and git
   tests/bare_root.sh
 }
 
 # Fuzz RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
-# What is found besides goes to the build folder, not to the corpora.
+# New inputs go to the build folder, not to the corpora.
 Fuzz() {
   cmake --preset fuzz
   cmake --build --preset fuzz

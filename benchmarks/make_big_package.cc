@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Writes a signed package, so that compare.sh can run whole programs on it.
-// usage: make_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
+// usage: make_big_package MEBIBYTES FILE    v3, RSA 2048, SHA-256
 #include <fcntl.h>
 
 #include <cerrno>
@@ -14,7 +14,7 @@
 
 int main(int argc, char** argv) {
   if (argc != 3) {
-    std::cerr << "usage: make_package MEBIBYTES FILE\n";
+    std::cerr << "usage: make_big_package MEBIBYTES FILE\n";
     return 2;
   }
   try {
@@ -24,7 +24,7 @@ int main(int argc, char** argv) {
                            {3, &Quill::TestKey(Quill::KeyType::kRsa2048), 0x0103});
     return 0;
   } catch (const std::exception& error) {
-    std::cerr << "make_package: " << error.what() << '\n';
+    std::cerr << "make_big_package: " << error.what() << '\n';
     return 1;
   }
 }
