@@ -51,7 +51,7 @@ void WriteArchive(int fd, uint64_t entrySize) {
   Require(writer.FinishEntry() == 0 && writer.Finish() == 0);
 }
 
-// The digest of the archive in the file, whose end record has no comment.
+// Returns the content digest of an archive whose end record has no comment.
 ByteVector DigestOfContent(const MapFile& archive, uint64_t directoryOffset, uint32_t algorithmId) {
   std::vector<RawData> chunks;
   const auto append = [&](uint64_t offset, uint64_t end) {

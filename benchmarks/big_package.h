@@ -17,12 +17,12 @@ struct BigSignature {
   uint32_t algorithmId;  // one that suits the key
 };
 
-// Writes a signed package to an empty file: a manifest and one stored entry of `size` bytes that
-// look random, less than 4 GiB. The package is made in the file, so memory does not grow with it.
-// Throws what the standard library throws when the file does not take it.
+// Writes a signed package to an empty file: a manifest and one stored entry of `size` bytes, less
+// than 4 GiB, that look random. The package is built in the file, so memory does not grow with it.
+// Throws std::system_error when writing fails.
 void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature);
 
-// The same in an anonymous file in memory.
+// Writes the same package to an anonymous file in memory.
 Fd BigPackage(uint64_t size, const BigSignature& signature);
 
 }  // namespace Quill

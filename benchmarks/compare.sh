@@ -1,10 +1,10 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Runs the tool beside other programs that read a whole file, and prints Markdown tables of medians.
-# Programs take turns, files are in the page cache, and programs that are not installed are left out.
-# Needs the release build with its benchmarks (scripts/bench.sh makes it) and 2 GiB on its disk.
-# The others come from Debian's packages apksigner, fsverity and openssl.
+# Compares the tool with other programs that read a whole file, and prints Markdown tables of medians.
+# The programs run in turn, on files in the page cache. Those that are not installed are left out; Debian has them
+# in the packages apksigner, fsverity and openssl. Needs the release build with its benchmarks (scripts/bench.sh
+# makes it) and 2 GiB on its disk.
 # usage: compare.sh [RUNS]    default: 7
 set -euo pipefail
 export LC_ALL=C  # numbers with a point
@@ -22,7 +22,7 @@ Median() { sort -g "$1" | awk '{ v[NR] = $1 } END { print v[int((NR + 1) / 2)] }
 Ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.3g", a / b }'; }
 Milliseconds() { awk -v s="$1" 'BEGIN { printf "%.4g", s * 1000 }'; }
 
-# Takes turns between command lines: Alternate NAME=COMMAND_LINE...; the medians go to $work/NAME.*
+# Alternate NAME=COMMAND_LINE...: runs the commands in turn; their times go to $work/NAME.times
 Alternate() {
   local run program
   rm -f "$work"/*.times
@@ -35,14 +35,15 @@ Alternate() {
   done
 }
 
-# Peak COMMAND_LINE: KiB; a short run may end between two looks, so the most of several counts.
+# Peak COMMAND_LINE: prints the peak of private memory in KiB, the highest of several runs, because a short run
+# can end between two samples.
 Peak() {
   local run
   # shellcheck disable=SC2086
   for ((run = 0; run < runs; ++run)); do Measure memory $1; done | sort -g | tail -1
 }
 
-CompareOn() {  # CompareOn TITLE FILE [NAME=COMMAND_LINE...]: all programs on one file, and those
+CompareOn() {  # CompareOn TITLE FILE [NAME=COMMAND_LINE...]: compares all programs, and those given, on one file
   local programs=("quillon=$quillon verify $2" "${@:3}")
   local line name median memory own ownMemory
   for line in "apksigner=${apksigner[*]}" "fsverity=fsverity digest" "openssl=openssl dgst -sha256" \

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The content digest by number of workers, and its two stages.
+// Times the content digest and its two stages, for several numbers of workers.
 #include <thread>
 
 #include "benchmarks/limit.h"
@@ -20,7 +20,7 @@ std::unique_ptr<Hash> NewHash(const benchmark::State& state) {
   return Hash::CreateHashFromAlgoId(EVP_MD_type(DigestAlgorithm(state)));
 }
 
-// A package's bytes are hardly ever a whole number of chunks.
+// The last chunk is shorter, as in most packages.
 std::unique_ptr<MapFile> Content() {
   return MapFileRO(MemoryFile(ByteVector(64 * kMebibyte - 7, 0x5a)).GetFd());
 }
@@ -76,7 +76,7 @@ BENCHMARK(TopDigest)
     ->ArgsProduct({{256, 512}, {1, 7}})
     ->Unit(benchmark::kMicrosecond);
 
-// With as many workers as this machine warrants.
+// Uses as many workers as the library does on this machine.
 void ContentDigest(benchmark::State& state) {
   const auto content = Content();
   const std::vector<RawData> chunks =

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// The JAR signature: cost by number of sections and entries, and the digest of one large entry.
+// Times the JAR signature for several numbers of sections and entries, and the digest of one large
+// entry.
 #include <quillon/apk.h>
 
 #include "benchmarks/limit.h"
@@ -11,7 +12,7 @@
 namespace Quill {
 namespace {
 
-// Seconds per section or entry; the same for every count when the cost is linear.
+// Counts seconds per section or entry. They are the same for every count if the cost is linear.
 benchmark::Counter PerItem(const benchmark::State& state) {
   return {static_cast<double>(state.range(0)),
           benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert};

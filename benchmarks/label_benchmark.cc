@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// What a label is made from: the digest of the file, and the record itself.
+// Times the parts of a label: the digest of the file, and the record itself.
 #include <quillon/signing.h>
 #include <quillon/tarn.h>
 

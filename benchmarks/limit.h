@@ -32,18 +32,18 @@ Cost CostOf(Work&& work) {
 
 double Median(std::vector<double> values);
 
-// What no verification can beat: BoringSSL's digest alone over the bytes, in pieces of 1 MiB that
-// `threads` threads share, or fewer when there are fewer pieces.
+// Digests the bytes by BoringSSL alone: the limit, which no verification can beat. `threads`
+// threads share pieces of 1 MiB; there are fewer threads if there are fewer pieces.
 void DigestAlone(const EVP_MD* md, const MapFile& bytes, unsigned int threads);
 
-// Times `work`, which digests `bytes` with `threads` threads, and the limit in turn, so that both
-// see the same moments of a noisy machine. Reports the medians' throughput, and as `of_limit` the
-// median of the single ratios; as `of_limit_cpu` that of processor time, which other programs on
-// the machine disturb less. The benchmark is to be registered with UseManualTime.
+// Times `work`, which digests `bytes` with `threads` threads. Alternates with the limit, so that
+// noise of the machine affects both. Reports the median throughput of both, and the median ratio of
+// elapsed times as `of_limit` and of processor times as `of_limit_cpu`; other programs disturb
+// processor time less. Register the benchmark with UseManualTime.
 template <typename Work>
 void RunAgainstLimit(benchmark::State& state, const EVP_MD* md, const MapFile& bytes,
                      unsigned int threads, Work work) {
-  DigestAlone(md, bytes, threads);  // has the pages at hand
+  DigestAlone(md, bytes, threads);  // maps the pages
   std::vector<double> own, limit, ratios, processorRatios;
   for ([[maybe_unused]] auto turn : state) {
     const auto digestAlone = [&] { DigestAlone(md, bytes, threads); };

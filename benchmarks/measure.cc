@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Runs a program and prints what it took; its output is thrown away.
+// Runs a program, discards its output, and prints what it used.
 // usage: measure time|memory PROGRAM [ARGUMENT...]
-//   time     seconds from its start to its end
-//   memory   KiB of private memory at the peak, mapped files not counted, by up to 5,000 looks a
-//   second
+//   time     seconds from start to end
+//   memory   peak of private memory in KiB, without mapped files, from up to 5,000 samples a second
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -20,8 +19,8 @@
 
 namespace {
 
-// From its page tables, for the kernel's running count is rounded by more than what is looked for;
-// 0 when the process has none any more.
+// Reads the private memory from the page tables, because the kernel's running count is too coarse.
+// Returns 0 when the process has ended.
 long PrivateKib(pid_t process) {
   std::ifstream maps("/proc/" + std::to_string(process) + "/smaps_rollup");
   for (std::string line; std::getline(maps, line);) {

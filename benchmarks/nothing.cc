@@ -1,4 +1,4 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Loads what the tool loads, and ends: what is left of the tool's time is its own.
+// Loads the tool's libraries and ends. The rest of the tool's time is its own work.
 int main() { return 0; }

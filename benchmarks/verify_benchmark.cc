@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Packages from opening to verdict: large ones against the digest alone, and small ones.
+// Times packages from opening to verdict: large ones against the digest alone, and small ones.
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -42,7 +42,7 @@ void VerifyBigPackage(benchmark::State& state) {
   RunAgainstLimit(state, DigestAlgorithm(state), *MapFileRO(file.GetFd()),
                   ProcessHashes::GetNumThreads(), [&] { Verify(state, file.GetFd(), scheme); });
 }
-// Fixed numbers of turns, for the packages take longer to make than to verify.
+// The numbers of iterations are fixed, because a package takes longer to make than to verify.
 void ForSchemesAndDigests(benchmark::internal::Benchmark* benchmark, int64_t mebibytes) {
   benchmark->ArgNames({"scheme", "sha", "MiB"})
       ->ArgsProduct({{2, 3}, {256, 512}, {mebibytes}})
@@ -53,8 +53,7 @@ BENCHMARK(VerifyBigPackage)->Iterations(201)->Apply([](auto* b) { ForSchemesAndD
 BENCHMARK(VerifyBigPackage)->Iterations(15)->Apply([](auto* b) { ForSchemesAndDigests(b, 64); });
 BENCHMARK(VerifyBigPackage)->Iterations(7)->Apply([](auto* b) { ForSchemesAndDigests(b, 512); });
 
-// The same on a disk, whose cache may keep pages together. The folder for temporary files must not
-// be in memory.
+// A package on a disk, whose cache may keep pages together. $TMPDIR must not be in memory.
 class FileOnDisk {
  public:
   explicit FileOnDisk(const BigSignature& signature)
@@ -83,7 +82,7 @@ BENCHMARK(VerifyFromDisk)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
-// The kernel has let the file's pages go.
+// The file's pages are not in the cache.
 void VerifyFromDiskCold(benchmark::State& state) {
   const LogCapture log;
   const FileOnDisk file(SignatureOf(state));

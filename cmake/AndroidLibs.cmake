@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# Imported targets Android::<name> for the platform libraries that Debian packages build for Linux:
+# Defines imported targets Android::<name> for the platform libraries that Debian packages:
 # headers in /usr/include/android, libraries in /usr/lib/<triplet>/android.
 
 find_path(ANDROID_INCLUDE_DIR ziparchive/zip_archive.h
@@ -13,7 +13,7 @@ if(NOT ANDROID_INCLUDE_DIR)
   list(APPEND missing "headers")
 endif()
 
-# The run-time package of another processor has no name without the version.
+# The run-time packages of another processor lack the name without a version.
 foreach(name IN ITEMS androidfw crypto log utils ziparchive)
   find_library(ANDROID_${name}_LIBRARY
     NAMES lib${name}.so lib${name}.so.0

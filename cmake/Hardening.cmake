@@ -1,20 +1,20 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# What makes a mistake in memory handling harder to use, in every product. tests/hardening.sh reads it
-# back from the library.
+# Compiler and linker options that make memory errors harder to exploit, for every product.
+# tests/hardening.sh checks the result.
 
 add_compile_options(-fstack-protector-strong)
 add_link_options(LINKER:-z,relro,-z,now,-z,noexecstack)
 
-# The checking variants need optimisation, and the sanitizers put their own in the same places.
+# The checking variants of C library functions need optimization. Sanitizers replace the same functions.
 if(NOT QUILLON_SANITIZE)
   add_compile_options(
     "$<$<NOT:$<CONFIG:Debug>>:SHELL:-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2>")
 endif()
 
-# What `sanitize` in Android.bp asks for, as the platform's build has it: a failed check is a trap, and
-# the headers of other libraries may wrap. Control-flow integrity is left out: it needs link-time
-# optimization of everything that derives from the library's classes, tests included.
+# The checks that `sanitize` in Android.bp enables: a failed check is a trap, and headers of other
+# libraries are exempt. Control-flow integrity is missing here: it needs link-time optimization of
+# everything that derives from the library's classes, including tests.
 set(QUILLON_DEVICE_CHECK_OPTIONS
   -fsanitize=signed-integer-overflow,unsigned-integer-overflow,bounds
   -fsanitize-trap=all

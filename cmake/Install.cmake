@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# cmake --install: the library, its public headers, the tool, and what find_package and pkg-config read.
-# Everything is found relative to itself, so the installed tree can be moved.
+# What `cmake --install` installs: the library, its public headers, the tool, the simulator, and the files
+# for find_package and pkg-config. All paths in it are relative, so the installed tree can be moved.
 
 include(CMakePackageConfigHelpers)
 

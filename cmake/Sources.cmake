@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# The sources of each product, folder by folder in include order. Android.bp lists the same files.
+# The sources of each product. Folders are in the order in which they may include each other.
+# Android.bp lists the same files, and tests/run_all.sh android_bp compares them.
 
 set(QUILLON_SOURCES
   util/base64.cc
@@ -39,7 +40,7 @@ set(QUILLON_SOURCES
   integrity/tarn_task.cc
 )
 
-# What the platform supplies and a workstation lacks.
+# Substitutes for what the platform supplies and a workstation lacks.
 set(QUILLON_HOST_SOURCES
   host/system_properties.cc
 )
@@ -47,7 +48,7 @@ set(QUILLON_HX_SOURCES
   host/libhx.cc
 )
 
-# The simulated kernel, which shares a few helpers with the library and the tool but no object.
+# The simulated kernel. It compiles some helpers of the library and the tool again.
 set(TARNSIM_SOURCES
   simulator/environment.cc
   simulator/interpose.cc
@@ -84,7 +85,7 @@ set(QUILLON_CLI_SOURCES
   cli/verdict.cc
 )
 
-# What makes signed packages: for the tests, the fuzz targets and the benchmarks.
+# Builds signed packages for the tests, the fuzz targets and the benchmarks.
 set(QUILLON_TEST_SUPPORT_SOURCES
   tests/support/jar_signature.cc
   tests/support/log_capture.cc
@@ -117,7 +118,7 @@ set(QUILLON_TEST_SOURCES
   tests/vtable_test.cc
 )
 
-# Fails allocations, with a malloc of its own.
+# Makes allocations fail, with a malloc of its own.
 set(QUILLON_MEMORY_TEST_SOURCES
   tests/out_of_memory_test.cc
 )

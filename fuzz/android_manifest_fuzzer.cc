@@ -19,11 +19,11 @@ using Quill::Random;
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0 || size > Quill::kMostGuarded) return 0;
 
-  // Lines that are kept would be allocations to take for a manifest.
+  // Discards log lines: a kept line could have the size of a guarded vector.
   __android_log_set_logger([](const auto*, auto...) {});
   const Quill::Fd file =
       Quill::MemoryFile(Quill::PackageBuilder().Manifest({data, data + size}).Build());
-  // The parser is not instrumented. The scan makes the manifest longer by the parser's record.
+  // The parser is not instrumented. The scan appends room for one record of the parser.
   Quill::GuardVectors(size, sizeof(android::ResXMLTree_attribute));
   Quill::Apk apk(file.GetFd());
   Quill::GuardVectors(0, 0);
@@ -38,7 +38,7 @@ namespace {
 constexpr size_t kDocumentHeaderSize = 8;
 constexpr size_t kChunkHeaderSize = 8;  // 16-bit type, 16-bit header size, 32-bit size
 
-// The chunks inside the document, the last one with all that follows.
+// Returns the chunks of the document. The last one includes all bytes that follow.
 std::vector<ByteVector> TakeChunks(const ByteVector& document) {
   std::vector<ByteVector> chunks;
   size_t offset = kDocumentHeaderSize;
@@ -54,7 +54,7 @@ std::vector<ByteVector> TakeChunks(const ByteVector& document) {
   return chunks;
 }
 
-// Overwrites a 16-bit field among the chunk's fixed ones, most often with a number near a limit.
+// Overwrites one of the chunk's first 16-bit fields, usually with a number near a limit.
 void ChangeField(ByteVector& chunk, Random& random) {
   constexpr size_t kFixedSize = 40;
   constexpr uint16_t kNumbers[] = {0, 1, 2, 7, 8, 16, 20, 28, 36, 0x7fff, 0x8000, 0xffff};

@@ -43,7 +43,8 @@ bool IsRefused(const ByteVector& package) {
   return Apk::VerifyApkSignature(file.GetFd(), "package", scheme, publicKey) != 0;
 }
 
-// No byte of the entries or the central directory of a good package can be changed.
+// Checks that a changed bit in the entries or the central directory makes a good package be
+// refused.
 void CheckCoverage(const ByteVector& package) {
   auto parts = Quill::TakeApart(package);
   Require(parts.has_value(), "a good package has its parts");
@@ -72,8 +73,8 @@ std::vector<Quill::ZipFile> ExtractFiles(const ByteVector& package) {
   return files;
 }
 
-// Builds the package anew with a changed entry and signatures over it; a change to what is signed
-// by the next step leaves the later steps right.
+// Builds the package again with a changed entry and new signatures. A part that is changed before
+// it is signed leaves the later steps valid.
 ByteVector Rebuild(const ByteVector& package, Random& random) {
   std::vector<Quill::ZipFile> files = ExtractFiles(package);
   if (!files.empty() && random.OneIn(2)) Quill::MutateBytes(random.OneOf(files).contents);

@@ -9,7 +9,7 @@ using Quill::Require;
 
 namespace {
 
-// Decodes into a block of exactly `capacity` bytes; empty also when `text` does not decode.
+// Decodes into a block of exactly `capacity` bytes. Returns nothing if `text` does not decode.
 ByteVector Decode(const std::string& text, size_t capacity, int& result) {
   ByteVector bytes(capacity);
   size_t length = capacity;

@@ -18,8 +18,8 @@
 #include "tests/support/package_numbers.h"
 #include "tests/support/temp_file.h"
 
-// Verifies packages while another thread changes the numbers of their signing blocks. Whatever is
-// read when, a package is refused or verified with its key.
+// Verifies packages while another thread changes the numbers in their signing blocks. Each time,
+// the package must be refused or verified with its own key.
 
 namespace Quill {
 namespace {
@@ -27,10 +27,10 @@ namespace {
 constexpr auto kTimeForAPackage = std::chrono::seconds(2);
 constexpr int kMostRounds = 20000;
 
-// A number and the values that it takes besides its own.
+// A number in the package, and the values that replace it for a time.
 using Choice = std::pair<PackageNumber, std::vector<uint64_t>>;
 
-// A file in memory, two of whose numbers have one of two values each at any moment.
+// A file in memory. A thread changes two of its numbers to other values and back.
 class ChangingFile {
  public:
   ChangingFile(const ByteVector& bytes, const std::vector<Choice>& choices)
@@ -80,7 +80,7 @@ class ChangingFile {
   std::thread writer_;
 };
 
-// The key of a good package; nothing of a refused one.
+// Returns the key of a good package, or nothing for a refused one.
 ByteVector VerifiedKey(int fd, bool throughApk) {
   ByteVector key;
   if (throughApk) {

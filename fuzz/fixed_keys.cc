@@ -34,14 +34,14 @@ bssl::UniquePtr<EVP_PKEY> MakeEcKey(uint32_t scalar) {
   return key;
 }
 
-// 2 to the power of `exponent`, less one.
+// Returns 2^exponent - 1.
 bssl::UniquePtr<BIGNUM> Mersenne(int exponent) {
   bssl::UniquePtr<BIGNUM> number(BN_new());
   Require(BN_set_bit(number.get(), exponent) && BN_sub_word(number.get(), 1), kRule);
   return number;
 }
 
-// The primes are two of Mersenne's, which together suit the largest digest.
+// The primes are two Mersenne primes. Their product is long enough for the largest digest.
 bssl::UniquePtr<EVP_PKEY> MakeRsaKey() {
   const bssl::UniquePtr<BIGNUM> p = Mersenne(607);
   const bssl::UniquePtr<BIGNUM> q = Mersenne(521);
@@ -72,7 +72,7 @@ ByteVector Encode(int (*encode)(Object*, uint8_t**), Object* object) {
   return {der, der + length};
 }
 
-// Without names, and with times at the start of the epoch.
+// Makes a certificate without names, valid from and to the start of the epoch.
 ByteVector MakeCertificate(EVP_PKEY* key, EVP_PKEY* issuer) {
   const bssl::UniquePtr<X509> certificate(X509_new());
   Require(ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1) &&
@@ -90,7 +90,7 @@ std::vector<SigningKey> MakeKeys() {
     keys.push_back({MakeEcKey(scalar), {}, {}, 0x0201});
   }
   keys.push_back({MakeRsaKey(), {}, {}, 0x0103});
-  EVP_PKEY* issuer = keys.back().key.get();  // whose signatures are the same each time
+  EVP_PKEY* issuer = keys.back().key.get();  // an RSA key, whose signatures do not vary
   for (SigningKey& key : keys) {
     key.publicKey = Encode<const EVP_PKEY>(i2d_PUBKEY, key.key.get());
     key.certificate = MakeCertificate(key.key.get(), issuer);

@@ -8,15 +8,15 @@
 
 namespace Quill {
 
-// Key pairs that are the same in every run, so that what one run has signed still verifies in
-// another, and mutators can sign it again: several of the curve P-256, then one of RSA.
+// Returns key pairs that are the same in every run: several of the curve P-256, then one of RSA. So
+// an input that one run has signed verifies in another, and mutators can sign it again.
 const std::vector<SigningKey>& FixedKeys();
 
-// The key of that DER SubjectPublicKeyInfo, or null.
+// Finds the key with this DER SubjectPublicKeyInfo. Returns null for any other.
 const SigningKey* FindFixedKey(const ByteVector& publicKey);
 
-// The key's signature by the v2 and v3 algorithm of that ID, made by the key's own kind where the
-// algorithm is another kind's.
+// Signs with the v2 and v3 algorithm of this ID. If the key is of another kind, signs with the
+// key's own kind of algorithm and the same digest.
 ByteVector SignAnyway(const SigningKey& key, uint32_t algorithmId, const ByteVector& data);
 
 }  // namespace Quill

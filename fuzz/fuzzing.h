@@ -9,7 +9,7 @@
 
 #include "tests/support/wire.h"
 
-// What every target defines, what some define, and what libFuzzer gives them.
+// Every target defines the first function, and some define the second. libFuzzer defines the third.
 extern "C" {
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 size_t LLVMFuzzerCustomMutator(uint8_t* data, size_t size, size_t maxSize, unsigned seed);
@@ -21,7 +21,7 @@ namespace Quill {
 // Ends the process with a message unless `holds`.
 void Require(bool holds, const char* rule);
 
-// Decides what a custom mutator does; made from the seed that it is given.
+// Random choices of a custom mutator, from the seed that libFuzzer passes to it.
 class Random {
  public:
   explicit Random(unsigned seed) : engine_(seed) {}
@@ -36,11 +36,11 @@ class Random {
   std::minstd_rand engine_;
 };
 
-// Has libFuzzer change the bytes, which may grow a little.
+// Changes the bytes by libFuzzer's own mutator. They may grow a little.
 void MutateBytes(ByteVector& bytes);
 
-// The end of a custom mutator: writes `bytes` over the input if they fit, else leaves the change to
-// libFuzzer.
+// Ends a custom mutator: writes `bytes` over the input if they fit, else mutates the input by
+// libFuzzer's own mutator. Returns the new size.
 size_t PutMutated(const ByteVector& bytes, uint8_t* data, size_t size, size_t maxSize);
 
 }  // namespace Quill

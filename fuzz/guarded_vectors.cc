@@ -16,11 +16,11 @@
 namespace Quill {
 namespace {
 
-// For one allocation.
+// Pages for one guarded allocation, and an inaccessible page behind them.
 struct Room {
   uint8_t* end = nullptr;
   void* taken = nullptr;
-  size_t size = 0;  // of what is taken
+  size_t size = 0;  // bytes of the allocation in `taken`
 };
 
 Room rooms[8];
@@ -46,8 +46,8 @@ bool IsGuarded(size_t size) {
   });
 }
 
-// How many bytes a vector uses of an allocation, 0 when it is not one to guard. A vector that grows
-// still has its old bytes, and takes twice their number if that is enough.
+// Returns how many bytes of an allocation a guarded vector uses; 0 for other allocations. A vector
+// that grows still owns its old bytes, and allocates twice their number if that is enough.
 size_t BytesInUse(size_t size) {
   if (guardedSize == 0) return 0;
   if (size == guardedSize) return size;

@@ -8,9 +8,9 @@ namespace Quill {
 
 constexpr size_t kMostGuarded = 1 << 16;
 
-// From now on, vectors of `size` bytes, and those that grew from there by `behind` bytes, end where
-// a page starts that cannot be touched, so that code which is not instrumented cannot read past
-// them. With a size of 0 there are none any more. At most kMostGuarded bytes; one thread.
+// Guards vectors of `size` bytes, and those that grow from `size` by `behind` bytes: they end at an
+// inaccessible page, so that a read past them ends the process even in code without
+// instrumentation. A size of 0 stops this. At most kMostGuarded bytes; one thread.
 void GuardVectors(size_t size, size_t behind);
 
 }  // namespace Quill

@@ -2,5 +2,5 @@
 
 #include "fuzz/fuzzing.h"
 
-// For programs without libFuzzer, where the mutators only have to link.
+// For programs without libFuzzer, in which the mutators must link but never run.
 size_t LLVMFuzzerMutate(uint8_t* /*data*/, size_t size, size_t /*maxSize*/) { return size; }

@@ -16,7 +16,7 @@ ByteVector Pair(uint32_t id, const ByteVector& value) {
   return Wire().U64(4 + value.size()).U32(id).Bytes(value);
 }
 
-// The end record without what the signing block moves.
+// Writes the size and offset of the central directory to the end record.
 void FitEndRecord(ByteVector& eocd, size_t directorySize, size_t directoryOffset) {
   if (eocd.size() < kEndRecordSize) return;
   Put(eocd, 12, Wire().U32(directorySize).U32(directoryOffset));

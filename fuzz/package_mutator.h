@@ -9,18 +9,18 @@
 
 namespace Quill {
 
-// A package taken apart at its signing block.
+// The parts of a package: three regions, and the signing block between the first two.
 struct PackageParts {
   Regions regions;   // entries, central directory, end record with comment
   ByteVector pairs;  // of the signing block; empty when there is none
 };
 
-// Nothing when there is no central directory between entries and end record.
+// Splits a package. Returns nothing if there is no central directory before the end record.
 std::optional<PackageParts> TakeApart(const ByteVector& package);
-// With the sizes and offsets that fit the parts.
+// Builds a package from the parts, with sizes and offsets that match them.
 ByteVector PutTogether(PackageParts parts);
 
-// Changes the parts, and most often signs the regions again with fixed keys.
+// Changes the parts, and usually signs the regions again with fixed keys.
 void ChangeParts(PackageParts& parts, Random& random);
 
 }  // namespace Quill

@@ -17,7 +17,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Require(log.Take().empty() == isParsed, "a refusal, and nothing else, is logged");
   if (!isParsed) return 0;
 
-  // In file order: each starts no earlier than the one before ends.
+  // The fields are in file order: each starts where the one before ends, or later.
   const uint8_t* cursor = data;
   for (const CBS& field : {digestAlgorithm, signatureAlgorithm, signature}) {
     Require(CBS_data(&field) >= cursor, "fields follow each other");

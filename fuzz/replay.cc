@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Runs a target over files, and over all files of folders, on any compiler.
+// Runs a target on files, and on all files of folders. Needs no libFuzzer.
 // usage: NAME_replay PATH...
 
 #include <cstdio>
@@ -22,7 +22,7 @@ bool Run(const fs::path& path) {
     std::fprintf(stderr, "cannot read %s\n", path.c_str());
     return false;
   }
-  // A block of exactly the input's size, so that a sanitizer sees one byte too many.
+  // A block of exactly the input's size, so that a sanitizer detects a read of one byte too many.
   const auto block = std::make_unique<uint8_t[]>(bytes.size());
   std::copy(bytes.begin(), bytes.end(), block.get());
   LLVMFuzzerTestOneInput(block.get(), bytes.size());

@@ -7,7 +7,7 @@
 
 namespace Quill {
 
-// Runs a scheme over a pair's value and checks what must hold for any.
+// Runs a scheme on the value of a pair, and checks the rules that hold for every value.
 template <typename Scheme>
 void CheckScheme(const ByteVector& value) {
   const auto isGood = [](const SchemeOutcome& outcome) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Writes inputs to start the targets from, one folder per target: whole packages made on the fly,
-// and the pieces of these and of other packages.
+// Writes the first inputs of the targets, one folder for each target: packages that it builds, and
+// pieces of these and of the given packages.
 // usage: fuzz_seeds FOLDER [PACKAGE...]
 
 #include <ziparchive/zip_archive.h>

@@ -12,7 +12,7 @@ namespace {
 
 constexpr uint32_t kAlgorithmIds[] = {0x0101, 0x0102, 0x0103, 0x0104, 0x0201, 0x0202, 0x0301};
 
-// A signer's fields; sequences without their own length.
+// The fields of a signer. Sequences do not include their own length.
 struct SignerFields {
   ByteVector digests, certificates, signedSdkRange, attributes, behindAttributes;
   ByteVector sdkRange, signatures, publicKey;
@@ -81,7 +81,7 @@ ByteVector Value(const std::vector<SignerFields>& signers) {
   return Wire().LengthPrefixed(Sequence(items));
 }
 
-// The algorithms of the signatures that can be read.
+// Returns the algorithms of all signatures that can be parsed.
 std::vector<uint32_t> AlgorithmsOf(const SignerFields& signer) {
   std::vector<uint32_t> ids;
   ByteCursor items(signer.signatures);
@@ -125,7 +125,7 @@ void SetAlgorithms(SignerFields& signer, const std::vector<uint32_t>& ids) {
   signer.signatures = Sequence(items);
 }
 
-// A lineage that ends in `last`, most often a good one.
+// Returns a lineage that ends with `last`. It is usually a good one.
 ByteVector LineageEndingIn(const SigningKey& last, Random& random) {
   std::vector<const SigningKey*> keys;
   for (const SigningKey& key : FixedKeys()) {
@@ -151,7 +151,7 @@ ByteVector LineageEndingIn(const SigningKey& last, Random& random) {
       keys.push_back(&last);
       break;
   }
-  // The links are signed again over what they now hold.
+  // Signs each level again over its new content.
   for (size_t i = 1; i < levels.size() && !random.OneIn(8); ++i) {
     levels[i].signature = SignAnyway(*keys[i - 1], levels[i - 1].signatureAlgorithmId,
                                      levels[i].rotationCertificate.data);

@@ -28,7 +28,7 @@ Part RecordAt(const Record* record) {
   return {reinterpret_cast<const uint8_t*>(record), sizeof *record};
 }
 
-// The pairs follow each other and fill what lies between the block's two size fields.
+// Checks that the pairs follow each other and fill the block between its two size fields.
 void CheckPairs(const Quill::ApkPackage& package, const Quill::ApkSigningBlock* block,
                 const Quill::CentralDirectory* directory) {
   std::vector<const Quill::ApkSignatureBlock*> pairs;

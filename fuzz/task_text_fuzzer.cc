@@ -7,7 +7,7 @@
 
 using Quill::Require;
 
-// The same text as the legacy interface's value file and as its label file.
+// Uses the input as the value file and as the label file of the legacy interface.
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   tarnsim::KernelSetup setup;
   setup.interface = tarnsim::TarnInterface::kLegacy;

@@ -1,9 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Makes the signed packages of this folder anew, with keys made for the occasion and thrown away.
-# Needs aapt, zipalign, apksigner (and Java for it), openssl and the framework resources:
-# scripts/install-deps.sh --samples installs them.
+# Makes the signed packages of this folder, with new keys that it throws away. scripts/install-deps.sh --samples
+# installs what it needs: aapt, zipalign, apksigner with Java, openssl and the framework resources.
 # usage: make_samples.sh [FOLDER]    FOLDER receives the packages; default: the folder of this script
 set -euo pipefail
 
@@ -13,7 +12,7 @@ framework=/usr/share/android-framework-res/framework-res.apk
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-# Raw bytes from hexadecimal digits, and a number as the digits of its little-endian bytes.
+# Bytes prints the raw bytes of hexadecimal digits; the others print hexadecimal digits, little-endian.
 Bytes() { printf '%b' "$(sed 's/../\\x&/g' <<<"$1")"; }
 Le16() { printf '%02x%02x' $(($1 & 255)) $(($1 >> 8 & 255)); }
 Le32() { Le16 "$1"; Le16 $(($1 >> 16)); }
@@ -28,7 +27,7 @@ Adler32() {  # of the bytes given as hexadecimal digits
   echo $((b << 16 | a))
 }
 
-# A DEX file without classes: its header and the map list that names the two of them.
+# Prints a DEX file without classes: its header, and a map list that names header and map list.
 MakeDex() {
   local map tail digest
   map=$(Le32 2; Le16 0x0000; Le16 0; Le32 1; Le32 0; Le16 0x1000; Le16 0; Le32 1; Le32 112)
@@ -38,7 +37,7 @@ MakeDex() {
   Bytes "6465780a30333500$(Le32 "$(Adler32 "$digest$tail")")$digest$tail"
 }
 
-# MakeElf CLASS MACHINE: the header of a shared object that has neither segments nor sections.
+# MakeElf CLASS MACHINE: prints the header of a shared object without segments and sections.
 MakeElf() {
   local word=$(($1 * 4)) headerSize=$(($1 == 2 ? 64 : 52)) flags=$(($2 == 40 ? 0x05000000 : 0))
   Bytes "7f454c46$(printf %02x "$1")0101$(Zeros 9)$(Le16 3; Le16 "$2"; Le32 1; Zeros $((word * 3))
@@ -98,7 +97,7 @@ for key in v1:rsa v1-dsa:dsa v2:rsa v3:ec first:rsa second:ec third:ec; do
   MakeKey "${key%:*}" "${key#*:}"
 done
 
-# A JAR signature alone is valid up to target SDK 29; minimum SDK 24 selects SHA-256 digests.
+# A JAR signature alone is valid up to target SDK 29. Minimum SDK 24 makes apksigner use SHA-256 digests.
 for name in v1 v1-dsa; do
   MakeUnsigned "org.quillon.sample.${name/-/.}" 24 29
   Sign "$name.apk" "$name" 1 --v1-signer-name CERT
@@ -107,11 +106,11 @@ done
 MakeUnsigned org.quillon.sample.v2 24 30
 Sign v2.apk v2 2
 
-# From minimum SDK 28 on v3 can stand alone; its one signer then covers 28 and everything later.
+# A v3 signature alone is valid from minimum SDK 28 on. Its one signer then covers SDK 28 and later.
 MakeUnsigned org.quillon.sample.v3 28 30
 Sign v3.apk v3 3
 
-# Scheme 3 alone takes the newest signer only; older ones would be asked for by schemes 1 and 2.
+# With v3 alone, apksigner needs the newest key only; v1 and v2 would need the older ones too.
 Rotate first second
 Rotate second third --in "$work/lineage"
 MakeUnsigned org.quillon.sample.rotated 28 30

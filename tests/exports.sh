@@ -1,9 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Compares the names that the library exports with the agreed list, exports.txt beside this script. Each
-# must carry the version that quillon.map gives them.
-# usage: exports.sh LIBRARY    the program in $NM, or nm, reads it
+# Compares the names that the library exports with the agreed list in exports.txt. Each name must have the version
+# that quillon.map defines.
+# usage: exports.sh LIBRARY    uses the program in $NM, or nm
 set -euo pipefail
 version=LIBQUILLON_1
 "${NM:-nm}" -D --defined-only "$1" | sed -n "/ A $version\(@@$version\)\?$/! s/^[0-9a-f]* . //p" | c++filt |

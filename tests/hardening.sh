@@ -1,17 +1,17 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Checks that libraries and programs were built hardened.
-# usage: hardening.sh [FILE...] [--unfortified FILE...]    the program in $READELF, or readelf, reads them
-#   --unfortified   these need not call the checking variants of functions of the C library
+# Checks that libraries and programs are hardened.
+# usage: hardening.sh [FILE...] [--unfortified FILE...]    uses the program in $READELF, or readelf
+#   --unfortified   the files after it need not call the checking variants of C library functions
 set -euo pipefail
 
 Read() { "${READELF:-readelf}" --wide "$@"; }
 
 failed=0
-Expect() {  # Expect MEANING PATTERN TEXT
+Expect() {  # Expect PROPERTY PATTERN TEXT: reports the file if no line of the text matches
   grep -q -E "$2" <<<"$3" && return
-  echo "$file: not so: $1" >&2
+  echo "$file: not true: $1" >&2
   failed=1
 }
 
@@ -24,13 +24,13 @@ for file in "$@"; do
   segments=$(Read --program-headers "$file")
   dynamic=$(Read --dynamic "$file")
   imports=$(Read --dyn-syms "$file")
-  Expect "the load address is free" 'file type is DYN' "$segments"
+  Expect "the load address is random" 'file type is DYN' "$segments"
   Expect "relocations are read-only" '^ *GNU_RELRO ' "$segments"
-  Expect "and made before anything runs" 'BIND_NOW|\(FLAGS_1\).* NOW' "$dynamic"
+  Expect "symbols are bound before anything runs" 'BIND_NOW|\(FLAGS_1\).* NOW' "$dynamic"
   Expect "the stack is not executable" '^ *GNU_STACK .* RW +0x' "$segments"
-  Expect "stack frames are guarded" ' UND __stack_chk_fail' "$imports"
+  Expect "stack frames have a guard value" ' UND __stack_chk_fail' "$imports"
   if [ "$fortified" ]; then
-    Expect "copies are checked" ' UND __[a-z]+_chk(@|$)' "$imports"
+    Expect "copies are bounds-checked" ' UND __[a-z]+_chk(@|$)' "$imports"
   fi
 done
 exit $failed

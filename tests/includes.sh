@@ -1,14 +1,14 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Checks that every #include leads down the stairs: a folder includes its own headers and those of folders
-# before it. The README shows the same order.
+# Checks the order of folders, which the README shows too: a folder includes its own headers and those of folders
+# before it.
 # usage: includes.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-# The one pair of folders on one step. schemes/ uses these three headers of signing_block/, and of signing_block/
-# only apk_package.cc, which makes the scheme objects, uses schemes/.
+# The one exception is a pair of folders: schemes/ uses these three headers of signing_block/, and apk_package.cc,
+# which creates the scheme objects, uses schemes/.
 pair='schemes/[a-z0-9_]+\.(h|cc) signing_block/(raw_data|zip_format|process_hashes)\.h|signing_block/apk_package\.cc schemes/.*'
 
 git grep -oE '^#include ["<][a-z_]+/[a-z0-9_]+\.h[">]' -- util crypto jar signing_block schemes apk integrity anatomy cli simulator host include |
@@ -17,7 +17,7 @@ git grep -oE '^#include ["<][a-z_]+/[a-z0-9_]+\.h[">]' -- util crypto jar signin
     BEGIN {
       split("util crypto jar signing_block schemes apk integrity anatomy cli", stairs)
       for (step in stairs) place[stairs[step]] = step
-      # Substitutes of the kernel and the platform share a few helpers and the kernel interface with the library.
+      # The substitutes for the kernel and the platform use some helpers and the kernel interface of the library.
       place["simulator"] = place["host"] = place["integrity"] + 0.5
       split("manifest_mf=jar apk=apk tarn=integrity signing=integrity certificate=integrity entry_points=integrity", owners, /[ =]/)
       for (i = 1; i in owners; i += 2) owner["quillon/" owners[i] ".h"] = owners[i + 1]
@@ -27,7 +27,7 @@ git grep -oE '^#include ["<][a-z_]+/[a-z0-9_]+\.h[">]' -- util crypto jar signin
       if (to == "" || from == to || $0 ~ pair) next
       if (place[from] <= place[to] || (from == "schemes" && to == "signing_block")) { print $1 " includes " $2; bad = 1 }
     }
-    # The folder that a file belongs to; "" for headers of other projects.
+    # Returns the folder that a file belongs to; "" for headers of other projects.
     function folder(file, name) {
       sub(/^include\//, "", file)
       if (file in owner) return owner[file]

@@ -2,8 +2,9 @@
 
 #include <stdlib.h>
 
-// Stands for 7z.so of arm64, which cannot be installed beside the host's: libbacktrace, which the
-// platform libraries need, unpacks compressed debug data with it. Nobody here asks for any.
+// A substitute for the arm64 build of 7z.so, whose package cannot be installed beside the host's.
+// The platform libraries need libbacktrace, which needs 7z.so to unpack compressed debug data.
+// Nothing here does that.
 
 #define UNUSED(name) \
   void name(void);   \

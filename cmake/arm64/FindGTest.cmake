@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# GTest::gmock_main and its companions, built from the sources that Debian installs.
+# Defines GTest::gmock_main and the other GTest targets, built from the sources that Debian installs.
 find_path(GTest_SOURCE_DIR googlemock/CMakeLists.txt PATHS /usr/src/googletest NO_DEFAULT_PATH)
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(GTest REQUIRED_VARS GTest_SOURCE_DIR)

@@ -1,6 +1,6 @@
 # SPDX-License-Identifier: Apache-2.0
 
-# fmt::fmt without a library.
+# Defines fmt::fmt as a header-only target.
 find_path(fmt_INCLUDE_DIR fmt/format.h)
 include(FindPackageHandleStandardArgs)
 find_package_handle_standard_args(fmt REQUIRED_VARS fmt_INCLUDE_DIR)
