@@ -46,8 +46,8 @@ Rows() {
 
 Log "comparing whole programs"
 {
-  processor=$({ sed -n 's/^model name\t: //p' /proc/cpuinfo; uname -m; } | head -1)
-  echo "$(nproc) processors, $processor, Linux $(uname -r | cut -d- -f1)."
+  processor=$(sed -n 's/^model name\t: //p' /proc/cpuinfo | sort -u)
+  echo "$(nproc) processors, ${processor:-$(uname -m)}, Linux $(uname -r | cut -d- -f1)."
   benchmarks/compare.sh
   printf '\n| benchmark | time | rate | limit | of the limit | in processor time |\n|---|---|---|---|---|---|\n'
   Rows
