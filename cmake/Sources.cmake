@@ -11,6 +11,7 @@ set(QUILLON_SOURCES
   util/file_name.cc
   util/strings.cc
   util/system.cc
+  util/text.cc
   crypto/hash.cc
   crypto/verifier.cc
   crypto/x509_certificate.cc
@@ -58,6 +59,7 @@ set(TARNSIM_SOURCES
   util/escape.cc
   util/file_name.cc
   util/strings.cc
+  util/text.cc
 )
 
 set(QUILLON_CLI_SOURCES
@@ -66,6 +68,7 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_task.cc
   cli/cmd_verify.cc
   util/escape.cc
+  util/text.cc
   cli/file_label.cc
   cli/integrity_run.cc
   cli/journal_file.cc

@@ -12,6 +12,7 @@
 
 #include <quillon/file.h>
 
+#include "util/errno_keeper.h"
 #include "util/log.h"
 #include "util/nothrow.h"
 
@@ -19,9 +20,8 @@ namespace Quill {
 
 Fd::~Fd() {
   if (fd_ == -1) return;
-  const int savedErrno = errno;  // the caller's log line still needs it
-  close(fd_);                    // not repeated on EINTR: Linux has closed it by then
-  errno = savedErrno;
+  const SavedErrno savedErrno;  // the caller's log line may still need it
+  close(fd_);                   // never repeated: after EINTR, Linux has already closed it
 }
 
 int Fd::GetFd() const { return fd_; }

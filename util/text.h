@@ -2,16 +2,22 @@
 
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
+#include <string>
 #include <string_view>
 
 namespace Quill {
 
-inline bool StartsWith(std::string_view text, std::string_view start) {
+[[nodiscard]] inline bool StartsWith(std::string_view text, std::string_view start) {
   return text.substr(0, start.size()) == start;
 }
 
-inline bool EndsWith(std::string_view text, std::string_view end) {
+[[nodiscard]] inline bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
 }
+
+// Returns the bytes as lowercase hexadecimal digits, two for each.
+[[nodiscard]] std::string ToHex(const uint8_t* data, size_t size);
 
 }  // namespace Quill
