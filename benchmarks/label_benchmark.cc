@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// Times the parts of a label: the digest of the file, and the record itself.
-#include <quillon/signing.h>
+// What a label is made from: the digest of the file, and the record itself.
 #include <quillon/tarn.h>
 
 #include "benchmarks/limit.h"
+#include "integrity/file_signing.h"
 #include "tests/support/temp_file.h"
 
 namespace Quill {

@@ -34,6 +34,7 @@ set(QUILLON_SOURCES
   apk/signature_scheme.cc
   integrity/certificate.cc
   integrity/entry_points.cc
+  integrity/file_signing.cc
   integrity/signing.cc
   integrity/tarn_device.cc
   integrity/tarn_file.cc

@@ -22,7 +22,7 @@ using Quill::Apk;
 constexpr size_t kJarCertificateSize = 128;
 constexpr int kHxAlsoStored = 0x10004;
 
-// Digests of the path, each the digest of the one before.
+// Returns a chain of SHA-256 digests: the first of the path, each other of the one before it.
 std::vector<uint8_t> JarCertificate(const std::string& path) {
   std::vector<uint8_t> certificate;
   std::vector<uint8_t> link = StringToVector(path);

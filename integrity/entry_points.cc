@@ -18,7 +18,7 @@ namespace {
 
 using Quill::Apk;
 
-// The lines that frame an entry point's own.
+// Logs when an entry point starts and ends, and its arguments.
 class Trace {
  public:
   explicit Trace(const char* name) : name_(name) { QUILL_LOGI("<TARN>: Enter to %s\n", name_); }
@@ -88,7 +88,7 @@ void RunOEMFuncForProvisionOat(int apkFd, int oatFd, int vdexFd) {
 void RunOEMFuncForStartProvisionOat(int oatFd, int vdexFd) {
   const Trace trace("StartProvisionOat");
   trace.Describe("OAT: " + std::to_string(oatFd) + " VDEX: " + std::to_string(vdexFd));
-  // Deliberate: VDEX before OAT, the other way round than they are signed.
+  // Deliberate: VDEX before OAT; signing takes OAT first.
   if (const uint32_t result = TarnEditFd(vdexFd); result != TARN_OK) {
     const int error = errno;
     QUILL_LOGE("TARN can't edit a VDEX file fd=%d (result=%x, errno %d: %s).\n", vdexFd, result,

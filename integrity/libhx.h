@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-// The one function used of libhx.so, the platform's store of process-authenticator certificates.
-// Gives the file behind `fd` a certificate of `size` bytes for the identity `name`. Returns 0 or
-// 0x10004 when that is done; every other value is a failure.
+// The one function that the library calls in libhx.so, the platform's store of
+// process-authenticator certificates. Stores a certificate of `size` bytes for the file behind `fd`
+// and the identity `name`. Returns 0 or 0x10004 on success, any other value on failure.
 extern "C" int HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size);

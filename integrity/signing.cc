@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -15,42 +16,22 @@
 #include <quillon/strings.h>
 #include <quillon/tarn.h>
 
-#include "crypto/hash.h"
+#include "integrity/file_signing.h"
+#include "util/errno_keeper.h"
 #include "util/log.h"
-#include "util/nothrow.h"
+#include "util/text.h"
 
 namespace {
 
 using Quill::Apk;
-
-// Made first in a function, so that it goes last: it hands the errno of the call that failed to the
-// function's caller, whatever the release of the function's own objects has done to errno.
-class FailureErrno {
- public:
-  FailureErrno() = default;
-  FailureErrno(const FailureErrno&) = delete;
-  FailureErrno& operator=(const FailureErrno&) = delete;
-  ~FailureErrno() {
-    if (kept_) errno = error_;
-  }
-
-  // To be called right after the call.
-  int Keep() {
-    kept_ = true;
-    return error_ = errno;
-  }
-
- private:
-  bool kept_ = false;
-  int error_ = 0;
-};
+using Quill::SavedErrno;
 
 struct LibraryFolder {
   std::string_view entryPrefix;
   std::string_view installed;
 };
 
-// The first match counts, so the name that begins two others comes last.
+// Matched in order: "lib/armeabi" is a prefix of two others and must be last.
 constexpr LibraryFolder kLibraryFolders[] = {
     {"lib/armeabi-v7a", "lib/arm"},
     {"lib/armeabi-v8a", "lib/arm64"},
@@ -58,98 +39,21 @@ constexpr LibraryFolder kLibraryFolders[] = {
     {"lib/armeabi", "lib/arm"},
 };
 
-bool TakesPartInHalyx(Apk& apk) {
-  return apk.ForcedIgnoreHalyxFilter() || apk.IsHalyxPermissionRequired();
-}
-
-uint32_t AllocLabel(const std::vector<uint8_t>& hash, const std::vector<uint8_t>& extra,
-                    TarnExLabel*& label) {
-  const uint32_t result =
-      TarnExLabelAlloc(TARN_SHA1, hash.data(), static_cast<uint16_t>(hash.size()), extra.data(),
-                       static_cast<uint16_t>(extra.size()), &label);
-  if (result != TARN_OK) QUILL_LOGE("Can't allocate integrity label.\n");
-  return result;
-}
-
-uint32_t SignForPackage(Apk& apk, int fd) {
-  FailureErrno failure;
-  if (!TakesPartInHalyx(apk)) {
-    QUILL_LOGI("HALYX permissions are absent.\n");
-    TarnCloseFd(fd);
-    return TARN_OK;
-  }
-  QUILL_LOGI("TarnSignOat: Apk case.\n");
-  if (!apk.IsGoodApk()) return TARN_FAILED;
-
-  std::vector<uint8_t> hash;
-  if (!CalcHashFile(fd, 0, hash)) {
-    failure.Keep();
-    QUILL_LOGE("Can't calculate hash of file: %d.\n", fd);
-    return TARN_FAILED;
-  }
-  const auto keyHash = Quill::MakeUniqueNoThrow<Quill::HashSHA256>();
-  if (!keyHash) {
-    // Deliberate: the first letter of "сreate" is Cyrillic, which tells this line from
-    // CalcHashFile's.
-    QUILL_LOGE("Can't сreate hash object.\n");
-    return TARN_FAILED;
-  }
-  const std::vector<uint8_t> keyDigest = keyHash->Digest(apk.GetManufacturerKey());
-
-  TarnExLabel* label = nullptr;
-  if (const uint32_t result = AllocLabel(hash, keyDigest, label); result != TARN_OK) return result;
-  const uint32_t result = TarnSignFdEx(fd, label);
-  const int error = failure.Keep();
-  if (result != TARN_OK) {
-    QUILL_LOGE("TARN can't sign a file (result=%x, errno %d: %s).\n", result, error,
-               strerror(error));
-  }
-  TarnExLabelFree(label);
-  return result;
-}
-
-uint32_t SignForJar(Apk& apk, int fd) {
-  FailureErrno failure;
-  QUILL_LOGI("TarnSignOat: non-Apk (Jar) case\n");
-  if (const uint32_t result = TarnVerifyFd(apk.GetFd()); result != TARN_OK) {
-    const int error = failure.Keep();
-    QUILL_LOGI("TARN can't verify a file %d: %s/%s.\n", error, apk.GetPackageName().c_str(),
-               strerror(error));
-    return result;
-  }
-
-  std::vector<uint8_t> hash;
-  if (!CalcHashFile(fd, 0, hash)) {
-    QUILL_LOGE("Can't calculate hash of file: %d.\n", fd);
-    // Deliberate: a JAR's file that cannot be hashed is skipped, where a package's is a failure.
-    return TARN_OK;
-  }
-  TarnExLabel* label = nullptr;
-  if (const uint32_t result = AllocLabel(hash, {}, label); result != TARN_OK) return result;
-  const uint32_t result = TarnSignFdEx(fd, label);
-  const int error = failure.Keep();
-  if (result != TARN_OK) {
-    QUILL_LOGE("TARN can't sign a non-APK file (result=%x, errno %d: %s).\n", result, error,
-               strerror(error));
-  }
-  TarnExLabelFree(label);
-  return result;
-}
-
-// Where the library of that entry name is installed, below the package's folder; empty for another
-// processor type, and for a name that could lead out of the folder or name one file many times.
+// Returns the path of the installed library for an entry, relative to the package's folder. Empty
+// for another instruction set, and for a name with an empty, "." or ".." component: such a name
+// could leave the folder, or give one file many names.
 std::string InstalledLibrary(const std::string& entryName) {
   for (const std::string& component : SplitString(entryName, '/')) {
     if (component.empty() || component == "." || component == "..") return {};
   }
   for (const LibraryFolder& folder : kLibraryFolders) {
-    if (entryName.compare(0, folder.entryPrefix.size(), folder.entryPrefix) != 0) continue;
+    if (!Quill::StartsWith(entryName, folder.entryPrefix)) continue;
     return std::string(folder.installed) + entryName.substr(folder.entryPrefix.size());
   }
   return {};
 }
 
-// The path up to and including its last "/"; empty when it has none.
+// Returns the path up to and including its last "/"; empty when it has none.
 std::string FolderOf(const std::string& path) {
   const size_t slash = path.rfind('/');
   return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
@@ -169,52 +73,30 @@ void SignLibrary(Apk& apk, const std::string& path) {
 
 }  // namespace
 
-bool CalcHashFile(int fd, int /*unused*/, std::vector<uint8_t>& out) {
-  FailureErrno failure;
-  const auto hash = Quill::Hash::CreateHashFromAlgoId(NID_sha1);
-  if (!hash) {
-    QUILL_LOGE("Can't create hash object.\n");
-    return false;
-  }
-  const auto file = Quill::MapFileRO(fd);
-  if (!file) {
-    failure.Keep();
-    QUILL_LOGE("Can't map file: %d\n", fd);
-    return false;
-  }
-  out = hash->Digest(file->Data(), file->Size());
-  return true;
-}
-
-uint32_t TarnSignOat(Apk& apk, int fd) {
-  return apk.IsApk() ? SignForPackage(apk, fd) : SignForJar(apk, fd);
-}
-
 uint32_t TarnSign(Apk& apk, int zipFd, int fd) {
-  FailureErrno failure;
   QUILL_LOGI("TarnSign starts: zip_fd = %d, fd = %d.\n", zipFd, fd);
-  errno = 0;  // a package that is refused sets none
+  errno = 0;  // rejecting a package sets none
   if (!apk.IsGoodZip()) {
-    failure.Keep();
+    const SavedErrno saved;
     QUILL_LOGE("Zip archive is not valid for fd=%d\n", zipFd);
     return TARN_FAILED;
   }
   const uint32_t result = TarnSignOat(apk, fd);
-  failure.Keep();
+  const SavedErrno saved;
   QUILL_LOGI("TarnSign finished: %u.\n", result);
   return result;
 }
 
 uint32_t TarnSign(int zipFd, int fd) {
-  FailureErrno failure;
+  std::optional<SavedErrno> failure;  // declared before `apk`, so destroyed after it
   Apk apk(zipFd);
   const uint32_t result = TarnSign(apk, zipFd, fd);
-  failure.Keep();
+  failure.emplace();
   return result;
 }
 
 uint32_t TarnSignJni(Apk& apk, int fd, const char* /*unused*/) {
-  if (!TakesPartInHalyx(apk)) {
+  if (!Quill::TakesPartInHalyx(apk)) {
     TarnCloseFd(fd);
     return TARN_OK;
   }

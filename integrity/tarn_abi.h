@@ -9,16 +9,16 @@
 
 #include <quillon/tarn.h>
 
-// What Tarn and its clients agree on, besides the labels of tarn.h: the device's requests and the
-// commands and text files of the legacy interface.
+// The kernel interface of Tarn, besides the labels in <quillon/tarn.h>: the device's requests, and
+// the commands and text files of the legacy interface.
 
 namespace Quill {
 
 constexpr char kTarnDevice[] = "/dev/task_integrity";
 constexpr char kTarnLegacyValue[] = "/proc/self/integrity/value";
 
-// One request to the device, the same record for all of them; little-endian. What a request does
-// not set is sent as zero.
+// A request to the device and its reply: one layout for all requests, little-endian. Fields that a
+// request does not use are sent as zero.
 struct __attribute__((packed)) TarnRequest {
   uint32_t version = 1;
   int32_t target = 0;  // file descriptor or pid
@@ -36,7 +36,7 @@ static_assert(offsetof(TarnRequest, wordB) == 24);
 static_assert(offsetof(TarnRequest, pointerC) == 28);
 static_assert(offsetof(TarnRequest, sizeD) == 36);
 
-// The type is unsigned, not what _IOWR gives: the platform's ioctl is overloaded on it.
+// Builds a request code. Unsigned, unlike _IOWR, because the platform overloads ioctl on the type.
 constexpr unsigned TarnIoctl(unsigned number) {
   return static_cast<unsigned>(_IOC(_IOC_READ | _IOC_WRITE, 0x66, number, sizeof(TarnRequest)));
 }
@@ -57,15 +57,15 @@ static_assert(kTarnIoctlClose == 0xC0266606);
 static_assert(kTarnIoctlVerifySync == 0xC0266607);
 static_assert(kTarnIoctlVerify == 0xC0266608);
 
-// Legacy commands, issued on the file itself; the argument is the label's address for signing, else
-// 0. 1127 is not used.
+// Legacy fcntl commands, issued on the file itself. The argument is the label's address for signing
+// and 0 for the others. 1127 is not used.
 constexpr int kTarnFcntlSign = 1124;
 constexpr int kTarnFcntlVerify = 1125;
 constexpr int kTarnFcntlVerifySync = 1126;
 constexpr int kTarnFcntlEdit = 1128;
 constexpr int kTarnFcntlClose = 1129;
 
-// A task's label has at most 256 bytes of data.
+// Size in bytes of the buffer for a task's label: a TarnLabel with at most 256 bytes of data.
 constexpr uint16_t kTarnTaskLabelSize = 258;
 
 static_assert(sizeof(TarnLabel) == 2);

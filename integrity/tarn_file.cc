@@ -5,6 +5,7 @@
 #include <cerrno>
 
 #include <quillon/system.h>
+#include <quillon/tarn.h>
 
 #include "integrity/tarn_device.h"
 
@@ -12,7 +13,7 @@ namespace {
 
 using Quill::TarnInterface;
 
-// What must hold before the kernel is asked.
+// Conditions that are checked before the kernel is called.
 enum class Gate { kNone, kWritableFs, kWritableFsAndTaskIntegrity };
 
 struct FileCommand {

@@ -7,7 +7,7 @@
 
 namespace {
 
-// One bit for each algorithm that a label may name: SHA-1, SHA-256 and SHA-512.
+// One bit for each algorithm that a label may have: SHA-1, SHA-256 and SHA-512.
 constexpr uint32_t kAlgorithmMask = 1u << TARN_SHA1 | 1u << TARN_SHA256 | 1u << TARN_SHA512;
 static_assert(kAlgorithmMask == 0x54);
 

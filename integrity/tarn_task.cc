@@ -8,29 +8,22 @@
 #include <cstring>
 #include <memory>
 
+#include <quillon/tarn.h>
+
+#include "integrity/label_owner.h"
 #include "integrity/tarn_device.h"
 
 namespace {
 
 using Quill::CallTarnDevice;
 using Quill::FindTarnInterface;
+using Quill::LabelOwner;
 using Quill::TarnErrnoCode;
 using Quill::TarnInterface;
 using Quill::TarnRequest;
 
 constexpr useconds_t kPollInterval = 10'000;  // microseconds
-constexpr int kMaxLabelDigits = 513;          // of the legacy text; 256 bytes and a digit left over
-
-// Leaves errno as the kernel call left it. A C library's free may change errno, but compilers take
-// it for granted that it does not, and would drop a plain copy.
-struct Free {
-  void operator()(void* block) const {
-    const volatile int savedErrno = errno;
-    free(block);
-    errno = savedErrno;
-  }
-};
-using Label = std::unique_ptr<TarnLabel, Free>;
+constexpr int kMaxLabelDigits = 513;  // in the legacy text: 256 bytes, and an odd digit more
 
 struct CloseFile {
   void operator()(FILE* file) const { fclose(file); }
@@ -43,7 +36,7 @@ TarnRequest TaskRequest(int pid) {
   return request;
 }
 
-// Null when the file cannot be opened; a negative pid has none.
+// Opens a legacy text file of the task. Returns null when it cannot be opened or `pid` is negative.
 TextFile OpenTaskFile(int pid, const char* name) {
   char path[256];
   const int length = pid == 0 ? snprintf(path, sizeof(path), "/proc/self/integrity/%s", name)
@@ -62,7 +55,7 @@ uint32_t ReadDeviceIntegrity(int pid, uint32_t& value) {
 uint32_t ReadLegacyIntegrity(int pid, uint32_t& value) {
   const TextFile file = OpenTaskFile(pid, "value");
   unsigned int number;
-  // NOLINTNEXTLINE(cert-err34-c): the kernel's text is what this conversion reads
+  // NOLINTNEXTLINE(cert-err34-c): the kernel's text has the format of this conversion
   if (!file || fscanf(file.get(), "%x", &number) != 1) return TARN_FAILED;
   value = number;
   return TARN_OK;
@@ -70,7 +63,7 @@ uint32_t ReadLegacyIntegrity(int pid, uint32_t& value) {
 
 uint32_t ReadDeviceLabel(int pid, TarnLabel** out) {
   if (pid < 0) return TARN_BAD_ARGUMENT;
-  Label label(static_cast<TarnLabel*>(calloc(1, Quill::kTarnTaskLabelSize)));
+  LabelOwner label(static_cast<TarnLabel*>(calloc(1, Quill::kTarnTaskLabelSize)));
   if (!label) return TARN_NO_MEMORY;
 
   TarnRequest request = TaskRequest(pid);
@@ -91,7 +84,7 @@ uint32_t ReadLegacyLabel(int pid, TarnLabel** out) {
   const TextFile file = OpenTaskFile(pid, "label");
   if (!file) return TARN_FAILED;
   int digitCount;
-  // NOLINTNEXTLINE(cert-err34-c): the kernel's text is what this conversion reads
+  // NOLINTNEXTLINE(cert-err34-c): the kernel's text has the format of this conversion
   if (fscanf(file.get(), "%d", &digitCount) != 1) return TARN_BAD_ARGUMENT;
   if (digitCount < 0) {
     *out = nullptr;
@@ -100,11 +93,11 @@ uint32_t ReadLegacyLabel(int pid, TarnLabel** out) {
   if (digitCount > kMaxLabelDigits) return TARN_FAILED;
 
   const auto length = static_cast<uint16_t>(digitCount / 2);
-  Label label(static_cast<TarnLabel*>(malloc(sizeof(TarnLabel) + length)));
+  LabelOwner label(static_cast<TarnLabel*>(malloc(sizeof(TarnLabel) + length)));
   if (!label) return TARN_NO_MEMORY;
   label->length = length;
   for (uint16_t i = 0; i < length; ++i) {
-    // NOLINTNEXTLINE(cert-err34-c): the kernel's text is what this conversion reads
+    // NOLINTNEXTLINE(cert-err34-c): the kernel's text has the format of this conversion
     if (fscanf(file.get(), "%02hhx", &label->data[i]) != 1) return TARN_FAILED;
   }
   *out = label.release();
@@ -149,10 +142,9 @@ uint32_t TarnGetResetFile(int pid, TarnResetFile** out) {
   if (pid < 0 || out == nullptr) return TARN_BAD_ARGUMENT;
 
   constexpr uint16_t kPathSize = sizeof(TarnResetFile::path);
-  const std::unique_ptr<char, Free> path(static_cast<char*>(calloc(1, kPathSize)));
-  if (!path) return TARN_NO_MEMORY;
+  char path[kPathSize] = {};
   TarnRequest request = TaskRequest(pid);
-  request.pointerC = reinterpret_cast<uintptr_t>(path.get());
+  request.pointerC = reinterpret_cast<uintptr_t>(path);
   request.sizeD = kPathSize;
   const uint32_t result = CallTarnDevice(Quill::kTarnIoctlReadResetFile, request);
   if (result == TarnErrnoCode(ENOENT)) {
@@ -166,9 +158,9 @@ uint32_t TarnGetResetFile(int pid, TarnResetFile** out) {
   record->wordA = request.wordA;
   record->wordB = request.wordB;
   record->pathLength = request.sizeD;
-  // The kernel has written past the buffer, or says so: nothing here can be trusted any more.
+  // The kernel wrote past the buffer, or claims to have: the process's memory cannot be trusted.
   if (request.sizeD > kPathSize) abort();
-  if (request.sizeD != 0) memcpy(record->path, path.get(), strnlen(path.get(), request.sizeD - 1u));
+  if (request.sizeD != 0) memcpy(record->path, path, strnlen(path, request.sizeD - 1u));
   *out = record;
   return TARN_OK;
 }

@@ -313,7 +313,8 @@ TEST_F(TarnTask, ResetFileIsPassedOn) {
   TarnResetFile* record;
   EXPECT_EQ(1u, TarnGetResetFile(0, nullptr));
   EXPECT_EQ(1u, TarnGetResetFile(-1, &record));
-  EXPECT_EXIT(TarnGetResetFile(0, &record), testing::KilledBySignal(SIGABRT), "");
+  EXPECT_EXIT(static_cast<void>(TarnGetResetFile(0, &record)), testing::KilledBySignal(SIGABRT),
+              "");
 }
 
 }  // namespace

@@ -26,7 +26,8 @@ TEST(Tarnsim, VerifyingGoesByTheFileAsItIsNow) {
     const Fd file = MemoryFile(contents);
     const ByteVector hash = DigestOf(md, contents);
     TarnExLabel* label = nullptr;
-    TarnExLabelAlloc(algorithm, hash.data(), static_cast<uint16_t>(hash.size()), "x", 1, &label);
+    ASSERT_EQ(0u, TarnExLabelAlloc(algorithm, hash.data(), static_cast<uint16_t>(hash.size()), "x",
+                                   1, &label));
     EXPECT_EQ(0u, TarnSignFd(file.GetFd(), label));
     EXPECT_EQ(0u, TarnVerifyFd(file.GetFd()));
     EXPECT_EQ(1, pwrite(file.GetFd(), "F", 1, 0));

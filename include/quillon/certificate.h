@@ -8,15 +8,16 @@ namespace Quill {
 class Apk;
 }
 
-// Has libhx.so store a process-authenticator certificate for the file behind `fd`, which derives
-// from the archive that `apk` opened from `zipFd`:
+// Has libhx.so store a process-authenticator certificate for the file behind `fd`, which belongs to
+// the archive that `apk` opened from `zipFd`:
 //
-//   package      identity: package name       certificate: the manufacturer key's bytes
-//   plain JAR    identity: the JAR's path     certificate: 128 bytes of chained SHA-256 of that
-//   path
+//               identity             certificate
+//   package     its package name     the manufacturer key's bytes
+//   plain JAR   the path of the JAR  128 bytes of chained SHA-256 digests of that path
 //
-// Nothing is stored, and nothing logged, for a package outside the Halyx feature (a waiver does not
-// count here) and for a JAR without the extended attribute "user.hx". The outcome is only logged.
+// For a package outside the Halyx feature (Apk's ignoreHalyxFilter does not count here), and for a
+// JAR without the extended attribute "user.hx", nothing is stored or logged. The outcome is only
+// logged.
 QUILLON_EXPORT void HxSign(Quill::Apk& apk, int zipFd, int fd);
-// The same with a package opened from `zipFd` for this call.
+// The same with a package that this call opens from `zipFd`.
 QUILLON_EXPORT void HxSign(int zipFd, int fd);

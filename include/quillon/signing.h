@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <vector>
 
 #include <quillon/export.h>
 
@@ -12,32 +11,24 @@ class Apk;
 }
 
 // Integrity labels for a package, its native libraries and the files compiled from it, and for
-// files compiled from a plain JAR. Each function logs its course and returns a result code of
-// tarn.h; when a system call is what failed, errno on return is that call's. Descriptors and
+// files compiled from a plain JAR. Each function logs its steps and returns a result code of
+// <quillon/tarn.h>. When a system call failed, errno is what that call left. Descriptors and
 // packages are borrowed.
 
-// Labels the file behind `fd` on behalf of the archive that `apk` opened from `zipFd`. A package
-// outside the Halyx feature has nothing to label: the kernel closes its record of the file, and
-// that is a success. The archive must be valid, or the code is TARN_FAILED; a package must verify,
-// or likewise; a plain JAR must pass the kernel's verification, or the code is that of
-// TarnVerifyFd.
+// Labels the file behind `fd` on behalf of the archive that `apk` opened from `zipFd`:
+//
+//   no valid archive         nothing is labelled: TARN_FAILED
+//   package outside Halyx    nothing is labelled; the kernel closes its record of the file: TARN_OK
+//   package                  labels the file if the package verifies; otherwise TARN_FAILED
+//   plain JAR                labels the file if the kernel verifies the JAR; otherwise the code of
+//                            TarnVerifyFd. A file that cannot be mapped is skipped: TARN_OK
 QUILLON_EXPORT uint32_t TarnSign(Quill::Apk& apk, int zipFd, int fd);
-// The same with a package opened from `zipFd` for this call.
+// The same with a package that this call opens from `zipFd`.
 QUILLON_EXPORT uint32_t TarnSign(int zipFd, int fd);
 
-// Labels the package's native libraries that are installed beside it, for an entry
-// "lib/arm64-v8a/libx.so" the file "lib/arm64/libx.so" in the folder of the package. Files that are
-// not there are skipped, and failures of single files are only logged: the code is TARN_OK unless
-// the package itself is refused with TARN_FAILED. Outside the Halyx feature the kernel closes its
+// Labels the native libraries that are installed beside the package: for an entry
+// "lib/arm64-v8a/libx.so" the file "lib/arm64/libx.so" in the package's folder. Skips files that
+// do not exist, and only logs the failures of single files. Returns TARN_FAILED when the package
+// does not verify, otherwise TARN_OK. For a package outside the Halyx feature the kernel closes its
 // record of `fd` instead. `unused` is not read.
 QUILLON_EXPORT uint32_t TarnSignJni(Quill::Apk& apk, int fd, const char* unused);
-
-// Not exported from here on.
-
-// TarnSign without the test of the archive and without its two progress lines.
-uint32_t TarnSignOat(Quill::Apk& apk, int fd);
-
-// Puts the SHA-1 digest of the whole file behind `fd` into `out`. Returns false, and logs one error
-// line, when the file cannot be mapped (an empty one cannot) or memory is short; `out` is then
-// unchanged. `unused` is not read.
-bool CalcHashFile(int fd, int unused, std::vector<uint8_t>& out);
