@@ -52,9 +52,13 @@ set(QUILLON_HX_SOURCES
 
 # The simulated kernel. It compiles some helpers of the library and the tool again.
 set(TARNSIM_SOURCES
+  simulator/call.cc
   simulator/environment.cc
   simulator/interpose.cc
+  simulator/journal.cc
+  simulator/label.cc
   simulator/local_machine.cc
+  simulator/process.cc
   simulator/simulator.cc
   simulator/tarn_kernel.cc
   util/escape.cc

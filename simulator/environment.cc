@@ -1,5 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include "simulator/environment.h"
+
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -10,13 +12,13 @@
 
 #include <quillon/strings.h>
 
-#include "simulator/process.h"
+#include "simulator/journal.h"
 #include "util/escape.h"
 
 namespace tarnsim {
 namespace {
 
-// The message may hold what a terminal would act upon.
+// Escapes the message: it may contain bytes that a terminal interprets.
 void PrintDiagnostic(const std::string& message) {
   fprintf(stderr, "tarnsim: %s\n", Quill::EscapeForTerminal(message).c_str());
 }
@@ -102,8 +104,8 @@ constexpr struct {
     {"TARNSIM_READ_ONLY", ParseReadOnly},   {"TARNSIM_FAIL", ParseFaults},
 };
 
-// One write a line, so that lines of several processes do not mix; no descriptor stays open that
-// the program could stumble over.
+// Writes each line with one write, so that the lines of several processes do not mix. Opens the
+// file for each line, so that the program never finds an extra open descriptor.
 void Append(const std::string& path, const std::string& line) {
   const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0666);
   if (file < 0 || write(file, line.data(), line.size()) < 0) {

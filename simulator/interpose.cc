@@ -17,11 +17,12 @@
 #include <quillon/file_name.h>
 
 #include "integrity/libhx.h"
+#include "integrity/tarn_abi.h"
 #include "simulator/process.h"
 
-// The names that stand before the C library's. They are defined as assembler names, because C
-// libraries declare them differently. The 64-bit twins are the same functions wherever a long has
-// 64 bits.
+// The functions that replace those of the C library. They get their names by an assembler label,
+// because C libraries declare them differently. With a 64-bit long the variants for large files are
+// the same functions.
 #define TARNSIM_NAME(name) __asm__(name) __attribute__((visibility("default")))
 static_assert(sizeof(long) == 8);
 
@@ -54,16 +55,18 @@ using tarnsim::Call;
 using tarnsim::KernelTurn;
 using tarnsim::TarnInterface;
 
-// An open device is an anonymous file of this name, which tells it even after dup and fork.
+// An open device is an anonymous file with this name, so it is recognised even after dup and fork.
 constexpr char kDeviceFileName[] = "task_integrity";
 constexpr char kDeviceFilePath[] = "/memfd:task_integrity (deleted)";
 
+// Returns the function that this one replaces.
 template <typename Function>
 Function* Next(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
 }
 
-// Without an error errno is left alone, as by a system call.
+// Sets errno at the end of a call as a system call does: only when the call fails. Nothing that
+// happens in between shows. Declare it first, so that it is destroyed last.
 class ErrnoOfCall {
  public:
   ErrnoOfCall() = default;
@@ -75,7 +78,7 @@ class ErrnoOfCall {
     if (answer.error != 0) error_ = answer.error;
     return answer.result;
   }
-  // What the next library returned, with its errno if it failed.
+  // Passes on the next library's result, with its errno when it failed.
   int Forward(int result) {
     if (result == -1) error_ = errno;
     return result;
@@ -86,12 +89,13 @@ class ErrnoOfCall {
   int error_ = errno;
 };
 
-// A program may hand over a null path; the next library knows what to answer.
+// A null path is not one of ours; the next library handles it.
 bool IsFile(const char* path, const char* file) {
   return path != nullptr && strcmp(path, file) == 0;
 }
 
-// Recognises "/proc/self/integrity/value" and its like; a pid of 0 stands for "self".
+// Parses a path such as "/proc/self/integrity/value" or "/proc/12/integrity/label". A pid of 0
+// means "self". Returns false for other paths.
 bool IsTaskFile(const char* name, Call& call, int& pid) {
   std::string_view path(name == nullptr ? "" : name);
   constexpr std::string_view kStart = "/proc/";
@@ -139,7 +143,7 @@ int TarnsimOpen(const char* path, int flags, ...) {
   static auto* const next = Next<int(const char*, int, ...)>("open");
   va_list arguments;
   va_start(arguments, flags);
-  const mode_t mode = va_arg(arguments, mode_t);  // read only where a file is created
+  const mode_t mode = va_arg(arguments, mode_t);  // has a value only when the call creates a file
   va_end(arguments);
   if (!IsFile(path, Quill::kTarnDevice)) return next(path, flags, mode);
 
@@ -157,7 +161,7 @@ int TarnsimIoctl(int fd, unsigned long code, ...) {
   va_start(arguments, code);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  // The device answers every code, but only its own type is worth the look at the descriptor.
+  // Check the type first: it is cheaper than looking up the descriptor's file.
   const auto code32 = static_cast<uint32_t>(code);
   if (_IOC_TYPE(code32) != 0x66) return next(fd, code, argument);
 

@@ -14,14 +14,16 @@
 
 #include <quillon/file_name.h>
 
+#include "simulator/label.h"
+#include "simulator/label_attribute.h"
+
 namespace tarnsim {
 namespace {
 
-constexpr char kLabelAttribute[] = "user.tarn.label";
 constexpr size_t kMaxLabelSize = sizeof(TarnExLabel) + 0xFFFF;
 
-// The machine's own kernel refuses memory that the program cannot access, so the bytes go through a
-// file of its own. `syscall` goes past sanitizers, which would take the caller's mistake for ours.
+// Copies through a file, so that the machine's own kernel checks whether the program can access the
+// memory. Calls `syscall` directly: a sanitizer would report the caller's bad address as our error.
 bool CopyThroughFile(uint64_t from, uint64_t to, size_t size) {
   const int file = memfd_create("copy", MFD_CLOEXEC);
   if (file < 0) return false;
@@ -34,8 +36,8 @@ bool CopyThroughFile(uint64_t from, uint64_t to, size_t size) {
 
 using OneShotDigest = uint8_t* (*)(const uint8_t* data, size_t length, uint8_t* out);
 
-// The crypto library is loaded when it is needed, and apart: preloaded, it would put its names
-// before those of the program's own.
+// Loads the crypto library only when it is needed, and with local symbols. If it were linked, a
+// preloaded simulator would replace the crypto functions of the program.
 OneShotDigest FindDigest(const char* name) {
   static void* const library = [] {
     void* found = dlopen("libcrypto.so.0", RTLD_NOW | RTLD_LOCAL);

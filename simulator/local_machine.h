@@ -13,7 +13,7 @@ namespace tarnsim {
 
 using FileId = std::pair<dev_t, ino_t>;
 
-// The machine that this process runs on, seen as its kernel sees it.
+// The machine that this process runs on, as its kernel sees it.
 class LocalMachine : public Machine {
  public:
   // `labelsInFiles`: see KernelSetup.

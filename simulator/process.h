@@ -11,6 +11,7 @@
 
 namespace tarnsim {
 
+// A kernel with its machine: this one.
 struct SimulatedKernel {
   SimulatedKernel(KernelSetup setup, TarnKernel::Journal journal)
       : machine(setup.labelsInFiles), rules(std::move(setup), machine, std::move(journal)) {}
@@ -19,21 +20,19 @@ struct SimulatedKernel {
   TarnKernel rules;
 };
 
-// The turn of one thread with the kernel that this process has at the moment, if any.
+// Gives one thread at a time access to the process's simulated kernel. Holds a lock while it lives.
 class KernelTurn {
  public:
+  // The first one creates the kernel that the environment asks for, if any.
   KernelTurn();
 
-  SimulatedKernel* Kernel() const { return slot_->get(); }
+  // Returns null when nothing is simulated.
+  [[nodiscard]] SimulatedKernel* Kernel() const { return slot_->get(); }
   void Replace(std::unique_ptr<SimulatedKernel> kernel) { *slot_ = std::move(kernel); }
 
  private:
   std::unique_lock<std::mutex> lock_;
   std::unique_ptr<SimulatedKernel>* slot_;
 };
-
-// The kernel that the environment asks for; null when it asks for none. A variable that cannot be
-// understood ends the process with a message.
-std::unique_ptr<SimulatedKernel> KernelFromEnvironment();
 
 }  // namespace tarnsim

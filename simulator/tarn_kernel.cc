@@ -5,63 +5,15 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
-#include <cstring>
 #include <utility>
+
+#include "simulator/label.h"
+#include "util/text.h"
 
 namespace tarnsim {
 namespace {
 
-struct CallInfo {
-  Call call;
-  const char* name;
-  uint32_t ioctlCode;
-  int fcntlCommand;
-};
-
-constexpr CallInfo kCalls[] = {
-    {Call::kOpen, "open", 0, 0},
-    {Call::kReadIntegrity, "read-integrity", Quill::kTarnIoctlReadIntegrity, 0},
-    {Call::kReadLabel, "read-label", Quill::kTarnIoctlReadLabel, 0},
-    {Call::kReadResetFile, "read-reset-file", Quill::kTarnIoctlReadResetFile, 0},
-    {Call::kSign, "sign", Quill::kTarnIoctlSign, Quill::kTarnFcntlSign},
-    {Call::kEdit, "edit", Quill::kTarnIoctlEdit, Quill::kTarnFcntlEdit},
-    {Call::kClose, "close", Quill::kTarnIoctlClose, Quill::kTarnFcntlClose},
-    {Call::kVerifySync, "verify-sync", Quill::kTarnIoctlVerifySync, Quill::kTarnFcntlVerifySync},
-    {Call::kVerify, "verify", Quill::kTarnIoctlVerify, Quill::kTarnFcntlVerify},
-    {Call::kCertificate, "certificate", 0, 0},
-    {Call::kUnknown, "unknown", 0, 0},
-};
-
-template <typename Matches>
-const CallInfo* FindCall(Matches matches) {
-  const auto* const found = std::find_if(std::begin(kCalls), std::end(kCalls), matches);
-  return found == std::end(kCalls) ? nullptr : found;
-}
-
-template <typename Record>
-bool ReadFront(const Bytes& bytes, Record& record) {
-  if (bytes.size() < sizeof(record)) return false;
-  memcpy(&record, bytes.data(), sizeof(record));
-  return true;
-}
-
-bool IsExtended(const Bytes& label) {
-  TarnLabel start;
-  return ReadFront(label, start) && start.length == 0xFFFF;
-}
-
-bool IsWellFormed(const Bytes& label) {
-  if (!IsExtended(label)) return true;
-  TarnExLabel front;
-  if (!ReadFront(label, front)) return false;
-  const size_t digestSize = DigestSize(front.algorithm);
-  return front.version == 2 && front.reserved[0] == 0 && front.reserved[1] == 0 &&
-         digestSize != 0 &&
-         std::all_of(front.hash + digestSize, std::end(front.hash),
-                     [](uint8_t byte) { return byte == 0; });
-}
-
-// A label's first bytes tell how many follow.
+// Copies a label from the program's memory. Its first bytes give its size.
 bool CopyLabel(Machine& machine, uint64_t address, Bytes& label) {
   const auto copy = [&](size_t size) {
     label.resize(size);
@@ -75,30 +27,23 @@ bool CopyLabel(Machine& machine, uint64_t address, Bytes& label) {
   return copy(sizeof(extended) + extended.extraLength);
 }
 
+// Formats an integrity value as the legacy value file shows it.
+std::string ValueText(uint32_t value) {
+  char text[16];
+  snprintf(text, sizeof(text), "%x\n", value);
+  return text;
+}
+
+// Formats a task's label as the legacy label file shows it: the number of digits, then the digits.
+// -1 means no label.
+std::string LabelText(const std::optional<Bytes>& label) {
+  if (!label) return "-1\n";
+  const size_t start = std::min(label->size(), sizeof(TarnLabel));
+  const std::string digits = Quill::ToHex(label->data() + start, label->size() - start);
+  return std::to_string(digits.size()) + "\n" + digits;
+}
+
 }  // namespace
-
-size_t DigestSize(uint32_t algorithm) {
-  switch (algorithm) {
-    case TARN_SHA1:
-      return 20;
-    case TARN_SHA256:
-      return 32;
-    case TARN_SHA512:
-      return 64;
-    default:
-      return 0;
-  }
-}
-
-const char* NameOf(Call call) {
-  return FindCall([call](const CallInfo& info) { return info.call == call; })->name;
-}
-
-bool CallByName(const std::string& name, Call& call) {
-  const CallInfo* info = FindCall([&name](const CallInfo& known) { return name == known.name; });
-  if (info != nullptr) call = info->call;
-  return info != nullptr;
-}
 
 TarnKernel::TarnKernel(KernelSetup setup, Machine& machine, Journal journal)
     : setup_(std::move(setup)), machine_(machine), journal_(std::move(journal)) {
@@ -129,14 +74,11 @@ Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
   Request request;
   request.interface = setup_.interface;
   request.command = code;
-  const CallInfo* info = FindCall(
-      [code](const CallInfo& known) { return known.ioctlCode != 0 && known.ioctlCode == code; });
-  if (info == nullptr) {
+  if (!CallByIoctl(code, request.call)) {
     const unsigned number = _IOC_NR(code);
     const bool isOurs = _IOC_TYPE(code) == 0x66 && number >= 1 && number <= 8;
     return DecideAndRecord(request, [isOurs] { return isOurs ? EINVAL : ENOTTY; });
   }
-  request.call = info->call;
 
   Quill::TarnRequest record;
   if (!machine_.CopyIn(address, &record, sizeof(record))) {
@@ -155,7 +97,7 @@ Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
                                     [](uint8_t byte) { return byte == 0; });
     return record.version == 1 && isZero ? 0 : EINVAL;
   };
-  if (info->fcntlCommand != 0) return RunFileCommand(request, record.wordA, check);
+  if (IsFileCommand(request.call)) return RunFileCommand(request, record.wordA, check);
   return DecideAndRecord(request, [&] {
     const int refusal = check();
     return refusal != 0 ? refusal : CarryOutTaskCommand(request, address, record);
@@ -168,19 +110,15 @@ Answer TarnKernel::Fcntl(int fd, int command, uint64_t argument) {
   request.command = static_cast<uint32_t>(command);
   request.argument = argument;
   request.target = fd;
-  const CallInfo* info = FindCall([command](const CallInfo& known) {
-    return known.fcntlCommand != 0 && known.fcntlCommand == command;
-  });
-  if (info == nullptr) return DecideAndRecord(request, [] { return EINVAL; });
-  request.call = info->call;
+  if (!CallByFcntl(command, request.call)) {
+    return DecideAndRecord(request, [] { return EINVAL; });
+  }
   return RunFileCommand(request, argument, [] { return 0; });
 }
 
 int TarnKernel::OpenText(Call call, int pid, std::string& text) {
-  char number[16];
   if (nonce_ && call == Call::kReadIntegrity && setup_.interface == TarnInterface::kLegacy) {
-    snprintf(number, sizeof(number), "%x\n", *std::exchange(nonce_, std::nullopt));
-    text = number;
+    text = ValueText(*std::exchange(nonce_, std::nullopt));
     return 0;
   }
   Request request;
@@ -192,22 +130,11 @@ int TarnKernel::OpenText(Call call, int pid, std::string& text) {
     if (pid != 0 && !machine_.HasTask(pid)) return ENOENT;
     if (call == Call::kReadIntegrity) {
       request.integrity = ReadIntegrity();
-      snprintf(number, sizeof(number), "%x\n", *request.integrity);
-      text = setup_.valueText.value_or(number);
-      return 0;
+      text = setup_.valueText.value_or(ValueText(*request.integrity));
+    } else {
+      request.label = setup_.taskLabel.value_or(Bytes());
+      text = setup_.labelText.value_or(LabelText(setup_.taskLabel));
     }
-    // The count of digits, then the digits; -1 stands for no label.
-    std::string digits = "-1\n";
-    if (setup_.taskLabel) {
-      request.label = *setup_.taskLabel;
-      const size_t length = std::max(request.label.size(), sizeof(TarnLabel)) - sizeof(TarnLabel);
-      digits = std::to_string(2 * length) + "\n";
-      for (size_t i = sizeof(TarnLabel); i < request.label.size(); ++i) {
-        snprintf(number, sizeof(number), "%02x", static_cast<unsigned>(request.label[i]));
-        digits += number;
-      }
-    }
-    text = setup_.labelText.value_or(digits);
     return 0;
   });
   return answer.error;
@@ -224,7 +151,7 @@ int TarnKernel::StoreCertificate(int fd, const char* identity, const uint8_t* da
   return DecideAndRecord(request, [] { return 0; }).result;
 }
 
-// Counts the request and applies the rule, unless a fault is due.
+// Counts the request. Answers with the fault that is due, or else applies the rule.
 Answer TarnKernel::Decide(Request& request, const Rule& rule) {
   const int number = ++counts_[request.call];
   const auto fault =
@@ -275,7 +202,7 @@ int TarnKernel::CarryOutFileCommand(const Request& request) {
     case Call::kVerifySync:
       return Verify(request);
     default:
-      return 0;  // closing leaves nothing to do
+      return 0;  // closing changes nothing here
   }
 }
 

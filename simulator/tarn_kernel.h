@@ -10,57 +10,53 @@
 #include <string>
 
 #include "integrity/tarn_abi.h"
-#include "simulator/simulator.h"
+#include "simulator/journal.h"
+#include "simulator/kernel_setup.h"
 
 namespace tarnsim {
 
-// What the kernel's rules need of the machine. Functions that return an int return 0 or an errno.
+// The parts of a machine that the kernel's rules work on. Functions that return an int return 0 or
+// an errno.
 class Machine {
  public:
   virtual ~Machine() = default;
 
-  // Copy from and to the program's memory; false when a byte of it cannot be accessed.
-  virtual bool CopyIn(uint64_t address, void* out, size_t size) = 0;
-  virtual bool CopyOut(uint64_t address, const void* data, size_t size) = 0;
+  // Copy from and to the program's memory. Return false when a byte of it cannot be accessed.
+  [[nodiscard]] virtual bool CopyIn(uint64_t address, void* out, size_t size) = 0;
+  [[nodiscard]] virtual bool CopyOut(uint64_t address, const void* data, size_t size) = 0;
 
-  virtual bool HasTask(int pid) = 0;
+  [[nodiscard]] virtual bool HasTask(int pid) = 0;
 
-  // Empty when the descriptor is not open.
-  virtual std::string PathOf(int fd) = 0;
-  // The digest of the whole file by the label's algorithm, TARN_SHA1 and so on.
-  virtual int Digest(int fd, uint32_t algorithm, Bytes& out) = 0;
+  // Returns the path behind the descriptor; empty when it is not open.
+  [[nodiscard]] virtual std::string PathOf(int fd) = 0;
+  // Computes the digest of the whole file by a label's algorithm, such as TARN_SHA1.
+  [[nodiscard]] virtual int Digest(int fd, uint32_t algorithm, Bytes& out) = 0;
 
-  // A file's label; ENODATA when it has none.
-  virtual int LoadLabel(int fd, Bytes& out) = 0;
-  virtual int StoreLabel(int fd, const Bytes& label) = 0;
-  virtual int RemoveLabel(int fd) = 0;
+  // The label of a file. Loading and removing return ENODATA when it has none.
+  [[nodiscard]] virtual int LoadLabel(int fd, Bytes& out) = 0;
+  [[nodiscard]] virtual int StoreLabel(int fd, const Bytes& label) = 0;
+  [[nodiscard]] virtual int RemoveLabel(int fd) = 0;
 };
 
-// Bytes of a label's digest; 0 for an algorithm that no label may name.
-size_t DigestSize(uint32_t algorithm);
-
-// The call that NameOf names so; false when there is none.
-bool CallByName(const std::string& name, Call& call);
-
+// What a system call returns, and its errno; an `error` of 0 means that it sets none.
 struct Answer {
   int result;
   int error;
 };
 
-// The integrity subsystem: its rules and its state, without a system call. Refusals:
+// The integrity subsystem: its rules and its state, without system calls of its own. Errors:
 //
-//   EFAULT     the record, the label or a buffer is not the caller's memory
-//   EINVAL     wrong record size, version, reserved bytes or buffer size; malformed label
-//   ENOTTY     no request of this device
-//   EBADF      the target is no open descriptor
-//   ESRCH      no such task
-//   ENOENT     the task has no label, or nothing reset its integrity; on the legacy interface: no
-//   such
-//              file
-//   EROFS      signing or editing on a read-only file system
-//   EPERM      signing or editing by a task whose integrity is 0 or 0xFFFFFFFF
-//   ENODATA    verifying a file without a label
-//   EBADMSG    verifying a file that is not the one labelled
+//   EFAULT   the record, the label or a buffer is not the caller's memory
+//   EINVAL   wrong record size, version, reserved bytes or buffer size; malformed label
+//   ENOTTY   not a request of this device
+//   EBADF    the target is not an open descriptor
+//   ESRCH    no such task
+//   ENOENT   the task has no label, or nothing reset its integrity; on the legacy interface: no
+//            such file
+//   EROFS    signing or editing on a read-only file system
+//   EPERM    signing or editing by a task whose integrity is 0 or 0xFFFFFFFF
+//   ENODATA  verifying a file without a label
+//   EBADMSG  verifying a file that is not the one that was labelled
 class TarnKernel {
  public:
   using Journal = std::function<void(const Request&)>;
@@ -71,18 +67,20 @@ class TarnKernel {
   TarnInterface Interface() const { return setup_.interface; }
   bool LiesOnReadOnlyFs(int fd) const;
 
-  // Has the next reading of a task's integrity answered with `nonce`, beside all settings: neither
-  // it nor the opening of the device for it is counted, recorded or made to fail.
+  // Answers the next read of a task's integrity with `nonce`, whatever the settings. That read, and
+  // the opening of the device for it, are not counted, not recorded, and do not fail.
   void AnswerOnce(uint32_t nonce) { nonce_ = nonce; }
 
-  // Opens the device; 0 or an errno.
-  int Open();
-  Answer Ioctl(uint32_t code, uint64_t address);
-  Answer Fcntl(int fd, int command, uint64_t argument);
-  // Opens a legacy text file, "value" or "label" by `call`; 0 or an errno. A pid of 0 is the
-  // caller.
-  int OpenText(Call call, int pid, std::string& text);
-  int StoreCertificate(int fd, const char* identity, const uint8_t* data, size_t size);
+  // Opens the device. Returns 0 or an errno.
+  [[nodiscard]] int Open();
+  [[nodiscard]] Answer Ioctl(uint32_t code, uint64_t address);
+  [[nodiscard]] Answer Fcntl(int fd, int command, uint64_t argument);
+  // Opens a legacy text file: "value" for Call::kReadIntegrity, "label" for Call::kReadLabel.
+  // Returns 0, with the file's text in `text`, or an errno. A pid of 0 is the caller.
+  [[nodiscard]] int OpenText(Call call, int pid, std::string& text);
+  // Returns the result of HxNewCertificate.
+  [[nodiscard]] int StoreCertificate(int fd, const char* identity, const uint8_t* data,
+                                     size_t size);
 
  private:
   using Rule = std::function<int()>;

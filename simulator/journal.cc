@@ -1,0 +1,82 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "simulator/journal.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+#include "simulator/label.h"
+#include "util/text.h"
+
+namespace tarnsim {
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Quill::ToHex;
+
+std::string Number(const char* format, uint32_t number) {
+  char text[16];
+  snprintf(text, sizeof(text), format, number);
+  return text;
+}
+
+Json DecodeLabel(const Bytes& label) {
+  TarnExLabel front;
+  if (IsExtended(label) && ReadFront(label, front)) {
+    const size_t digestSize = DigestSize(front.algorithm);
+    if (digestSize != 0) {
+      return {{"algorithm", "sha" + std::to_string(digestSize == 20 ? 1 : digestSize * 8)},
+              {"hash", ToHex(front.hash, digestSize)},
+              {"extra", ToHex(label.data() + sizeof(front), label.size() - sizeof(front))}};
+    }
+  }
+  const size_t start = std::min(label.size(), sizeof(TarnLabel));
+  return {{"data", ToHex(label.data() + start, label.size() - start)}};
+}
+
+const char* NameOf(TarnInterface interface) {
+  switch (interface) {
+    case TarnInterface::kDevice:
+      return "device";
+    case TarnInterface::kLegacy:
+      return "legacy";
+    default:
+      return "none";
+  }
+}
+
+}  // namespace
+
+std::string ToJson(const Request& request) {
+  Json line = {{"request", NameOf(request.call)}, {"interface", NameOf(request.interface)}};
+  if (request.command != 0) {
+    const bool isIoctl = request.interface == TarnInterface::kDevice;
+    line["command"] = Number(isIoctl ? "0x%x" : "%u", request.command);
+  }
+  switch (request.call) {
+    case Call::kOpen:
+    case Call::kUnknown:
+      break;
+    case Call::kReadIntegrity:
+    case Call::kReadLabel:
+    case Call::kReadResetFile:
+      line["pid"] = request.target;
+      break;
+    default:
+      line["fd"] = request.target;
+      line["file"] = request.file;
+  }
+  if (!request.label.empty()) line["label"] = DecodeLabel(request.label);
+  if (request.integrity) line["integrity"] = Number("0x%x", *request.integrity);
+  if (request.call == Call::kCertificate) {
+    line["identity"] = request.identity;
+    line["certificate"] = ToHex(request.certificate.data(), request.certificate.size());
+  }
+  line["result"] = request.result;
+  line["errno"] = request.error;
+  // A path need not be UTF-8.
+  return line.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+}  // namespace tarnsim

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include <quillon/export.h>
+
+#include "simulator/call.h"
+#include "simulator/kernel_setup.h"
+
+namespace tarnsim {
+
+// A request with its outcome. Successful opens are not recorded: the device is opened for each
+// request.
+struct Request {
+  Call call = Call::kUnknown;
+  TarnInterface interface = TarnInterface::kNone;
+  uint32_t command = 0;   // ioctl code or fcntl command; 0 for text files and certificates
+  Bytes record;           // the device's record as it was sent
+  uint64_t argument = 0;  // of the fcntl
+  int target = 0;         // file descriptor, or pid; 0 for the caller's own text files
+  std::string file;       // the path behind the descriptor
+  Bytes label;            // the label to sign with, or the task's
+  std::optional<uint32_t> integrity;
+  std::string identity;  // of a certificate
+  Bytes certificate;
+  int result = 0;
+  int error = 0;  // errno
+};
+
+// Formats the request as one line of JSON, without a line break: "request", "interface", "command",
+// "fd" and "file" or "pid", "label" decoded, "integrity", "identity" and "certificate", "result"
+// and "errno".
+[[nodiscard]] QUILLON_EXPORT std::string ToJson(const Request& request);
+
+}  // namespace tarnsim
