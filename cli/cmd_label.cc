@@ -9,16 +9,17 @@
 
 #include "cli/commands.h"
 #include "cli/file_label.h"
-#include "cli/integrity_run.h"
 #include "cli/log_recorder.h"
+#include "cli/open_files.h"
 #include "cli/output.h"
+#include "cli/simulate_option.h"
 #include "cli/tarn_code.h"
 
 namespace Quill::Tool {
 namespace {
 
-// The kernel's answer, and the label itself where it can be read: only the simulated kernel keeps
-// it where a program can.
+// Prints the kernel's verdict, and the label if it can be read. Only the simulated kernel keeps it
+// where a program can read it.
 ExitStatus ShowLabel(const std::string& file) {
   LogRecorder::Install();
   std::vector<std::unique_ptr<Fd>> opened;
@@ -27,7 +28,8 @@ ExitStatus ShowLabel(const std::string& file) {
   const std::string verdict = code == TARN_OK ? "verified by the kernel"
                                               : "not verified by the kernel, " + TarnCodeText(code);
   const auto label = DescribeLabel(file, /*package=*/"");
-  if (!PrintLine(fmt::format("{}: {}{}", file, verdict, label ? "; label: " + *label : ""))) {
+  if (!PrintLine(
+          fmt::format("{}: {}{}", FileText(file), verdict, label ? "; label: " + *label : ""))) {
     return kFailed;
   }
   return code == TARN_OK ? kDone : kFailed;
@@ -41,7 +43,7 @@ CommandRun DeclareLabel(CLI::App& parser) {
     std::string simulate;
   };
   const auto options = std::make_shared<Options>();
-  parser.add_option("FILE", options->file, "A file that was labelled")->type_name("")->required();
+  parser.add_option("FILE", options->file, "The labelled file")->type_name("")->required();
   DeclareSimulate(parser, options->simulate);
   return [options] {
     return RunMaybeSimulated(options->simulate, "", [options] { return ShowLabel(options->file); });

@@ -6,12 +6,13 @@
 #include <quillon/entry_points.h>
 
 #include "cli/commands.h"
-#include "cli/integrity_run.h"
-#include "cli/output.h"
+#include "cli/logged_run.h"
+#include "cli/open_files.h"
 #include "cli/sdk_level.h"
+#include "cli/simulate_option.h"
 
-// The commands that stand for the platform's own calls: each opens its files, makes the one call
-// and shows its log.
+// The commands for the entry points that the platform calls. Each opens its files, calls the entry
+// point and prints its log.
 
 namespace Quill::Tool {
 namespace {
@@ -24,7 +25,8 @@ struct Options {
 
 using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files, const Options& options);
 
-// `names` are those of the positional arguments; the package is the first when it is "APK".
+// Declares the positional arguments, given as pairs of name and help text. If the first one is
+// named "APK", it is the package.
 CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, const char*>>& names,
                    const std::shared_ptr<Options>& options, EntryPoint entryPoint) {
   options->files.resize(names.size());
@@ -74,7 +76,7 @@ CommandRun DeclareStartProvision(CLI::App& parser) {
 CommandRun DeclareSignApk(CLI::App& parser) {
   const auto options = std::make_shared<Options>();
   parser.add_flag("--ignore-halyx", options->ignoreHalyx,
-                  "Label the package even when it is outside the Halyx feature");
+                  "Label the package even if it is outside the Halyx feature");
   return Declare(parser, {{"APK", "The package"}}, options,
                  [](const auto& files, const Options& given) {
                    RunOEMFuncForApkSigner(files[0]->GetFd(), given.files[0].c_str(),

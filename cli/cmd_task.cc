@@ -6,14 +6,15 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
-#include <vector>
 
 #include <quillon/tarn.h>
 
 #include "cli/commands.h"
-#include "cli/integrity_run.h"
 #include "cli/output.h"
+#include "cli/simulate_option.h"
 #include "cli/tarn_code.h"
+#include "integrity/label_owner.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -32,16 +33,16 @@ Line IntegrityLine(int pid) {
 Line LabelLine(int pid) {
   TarnLabel* label = nullptr;
   const uint32_t code = TarnTaskGetIntegrityLabel(pid, &label);
-  const std::unique_ptr<TarnLabel, void (*)(TarnLabel*)> owner(label, TarnLabelFree);
+  const LabelOwner owner(label);
   if (!label) return {"none", code};
-  const std::vector<uint8_t> data(label->data, label->data + label->length);
-  return {fmt::format("{:02x} ({} bytes)", fmt::join(data, ""), data.size()), code};
+  const size_t size = label->length;
+  return {fmt::format("{} ({} bytes)", ToHex(label->data, size), size), code};
 }
 
 Line ResetFileLine(int pid) {
   TarnResetFile* record = nullptr;
   const uint32_t code = TarnGetResetFile(pid, &record);
-  const std::unique_ptr<TarnResetFile, void (*)(TarnResetFile*)> owner(record, TarnResetFileFree);
+  const ResetFileOwner owner(record);
   if (!record) return {"none", code};
   return {fmt::format("{} ({:#x}, {:#x})", record->path, uint64_t{record->wordA},
                       uint32_t{record->wordB}),
@@ -77,7 +78,7 @@ CommandRun DeclareTask(CLI::App& parser) {
     std::string simulate;
   };
   const auto options = std::make_shared<Options>();
-  parser.add_option("PID", options->pid, "A process; this one unless given")
+  parser.add_option("PID", options->pid, "A process ID (default: this process)")
       ->type_name("")
       ->check(CLI::Range(0, std::numeric_limits<int>::max()));
   DeclareSimulate(parser, options->simulate);

@@ -29,7 +29,7 @@ struct Options {
   int32_t jobs = 1;
 };
 
-// False when standard output does not take it.
+// Prints the report of one file. Returns false when standard output fails.
 bool Print(const PackageReport& report, const Options& options) {
   if (options.verbose) {
     for (const LogLine& line : report.log) {
@@ -76,23 +76,25 @@ CommandRun DeclareVerify(CLI::App& parser) {
   parser.add_flag("--json", options->json, "Print one JSON object per file");
   parser
       .add_option("--sdk", options->sdk,
-                  "Verify as on a platform of this SDK level, not on one of $QUILLON_SDK or 30; "
-                  "a device goes by its own level")
+                  "Verify as a platform of SDK level N does (default: $QUILLON_SDK, or 30); "
+                  "a device uses its own level")
       ->type_name("N")
       ->check(CLI::Range(0, kMost));
   parser.add_flag("--halyx-filter", options->halyxFilter,
-                  "Leave packages outside the Halyx feature unverified, as the platform does");
+                  "Do not verify packages outside the Halyx feature, like the platform");
   parser.add_flag("-v,--verbose", options->verbose, "Show the log lines of each file");
-  parser.add_option("-j,--jobs", options->jobs, "Verify so many packages side by side")
+  parser.add_option("-j,--jobs", options->jobs, "Verify up to JOBS packages at the same time")
       ->type_name("JOBS")
       ->check(CLI::Range(1, kMost));
   parser.footer(
-      "Exit status: 0 all verified, 1 something was refused, 2 wrong usage, 3 a file could not be\n"
-      "read or mapped, is no ZIP archive or changed meanwhile, 4 something was left unverified "
-      "that\n"
-      "never was a package or is outside the Halyx feature. The smallest that applies, other than "
-      "0,\n"
-      "counts.");
+      "Exit status:\n"
+      "  0  every package was verified\n"
+      "  1  a package was refused\n"
+      "  2  wrong usage\n"
+      "  3  a file could not be read or mapped, is not a ZIP archive, or changed while it was "
+      "read\n"
+      "  4  a file was not verified: it never was a package, or is outside the Halyx feature\n"
+      "If several of 1 to 4 apply, the smallest is returned.");
   return [options] { return Verify(*options); };
 }
 

@@ -10,21 +10,22 @@ class App;
 
 namespace Quill::Tool {
 
-// What the program ends with. When several apply, the smallest that is not kDone counts.
-enum ExitStatus : int {
-  kDone = 0,        // all verified or done
-  kFailed = 1,      // something was refused or failed
-  kUsage = 2,       // the command line makes no sense
-  kUnreadable = 3,  // a file could not be opened, is no ZIP archive, changed meanwhile, or cost
-                    // more than could be had
-  kUnverified = 4,  // something was left unverified: never a package, or outside the Halyx feature
+// Exit status of the program. If several apply, the smallest one other than kDone is returned.
+enum [[nodiscard]] ExitStatus : int{
+    kDone = 0,        // all verified or done
+    kFailed = 1,      // something was refused or failed
+    kUsage = 2,       // invalid command line
+    kUnreadable = 3,  // a file could not be opened, is not a ZIP archive, changed while it was
+                      // read, or needs more memory than there is
+    kUnverified = 4,  // a file was not verified: it never was a package, or is outside the Halyx
+                      // feature
 };
 
 // Runs a subcommand whose options have been parsed.
 using CommandRun = std::function<ExitStatus()>;
 
-// One subcommand; main.cc has the list. `declare` adds its options to `parser`, which outlives the
-// function that it returns.
+// A subcommand; main.cc has the list. `declare` adds its options to `parser` and returns the
+// function that runs it. `parser` outlives that function.
 struct Command {
   const char* name;
   const char* help;

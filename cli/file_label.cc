@@ -15,24 +15,24 @@
 
 #include "cli/log_recorder.h"
 #include "cli/regular_file.h"
+#include "simulator/label_attribute.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
 
 using Bytes = std::vector<uint8_t>;
 
-constexpr char kLabelAttribute[] = "user.tarn.label";
-
 Bytes ReadLabel(const std::string& file) {
   Bytes label(sizeof(TarnExLabel) + UINT16_MAX);
-  const ssize_t size = getxattr(file.c_str(), kLabelAttribute, label.data(), label.size());
+  const ssize_t size = getxattr(file.c_str(), tarnsim::kLabelAttribute, label.data(), label.size());
   label.resize(size < 0 ? 0 : static_cast<size_t>(size));
   return label;
 }
 
-std::string Hex(const Bytes& bytes) { return fmt::format("{:02x}", fmt::join(bytes, "")); }
+std::string Hex(const Bytes& bytes) { return ToHex(bytes.data(), bytes.size()); }
 
-// The digest that a label of the library's own names.
+// The digest algorithms of labels.
 struct Algorithm {
   uint8_t id;
   const char* name;
@@ -55,9 +55,9 @@ std::string DescribeFileDigest(const std::string& file, const Algorithm& algorit
   const LogRecorder unread;
   const RegularFile opened = OpenRegularFile(file);
   const auto mapping = opened.fd ? MapFileRO(opened.fd->GetFd()) : nullptr;
-  if (!mapping) return text + " (the file cannot be read now)";
+  if (!mapping) return text + " (the file cannot be read)";
   const Bytes now = ComputeSHA1Digest({mapping->Data(), mapping->Data() + mapping->Size()});
-  return text + (now == digest ? " (the file now)" : " (NOT the file now)");
+  return text + (now == digest ? " (matches the file)" : " (does NOT match the file)");
 }
 
 std::string DescribeKeyDigest(const std::string& package, const Bytes& digest) {
@@ -66,10 +66,10 @@ std::string DescribeKeyDigest(const std::string& package, const Bytes& digest) {
   if (package.empty()) return text;
   const LogRecorder unread;
   const RegularFile opened = OpenRegularFile(package);
-  if (!opened.fd) return text + " (the package cannot be read now)";
+  if (!opened.fd) return text + " (the package cannot be read)";
   const Apk apk(opened.fd->GetFd(), /*ignoreHalyxFilter=*/true);
   const bool same = ComputeSHA256Digest(apk.GetManufacturerKey()) == digest;
-  return text + (same ? " (the package's now)" : " (NOT the package's now)");
+  return text + (same ? " (matches the package)" : " (does NOT match the package)");
 }
 
 }  // namespace

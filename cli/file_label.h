@@ -7,9 +7,10 @@
 
 namespace Quill::Tool {
 
-// The extended label that the simulated kernel keeps with a file, in words, compared with the file
-// and with the package that it belongs to as they are now; nothing when the file has none. An empty
-// `package` leaves its key uncompared.
-std::optional<std::string> DescribeLabel(const std::string& file, const std::string& package);
+// Describes in words the label that the simulated kernel keeps with a file, and compares it with
+// the present file and with the key of `package`, unless that is empty. Returns nullopt when the
+// file has no label.
+[[nodiscard]] std::optional<std::string> DescribeLabel(const std::string& file,
+                                                       const std::string& package);
 
 }  // namespace Quill::Tool

@@ -10,19 +10,19 @@
 
 namespace Quill::Tool {
 
-// The journal of a simulated run: a file in memory, which goes with the last process that has it
-// open, however that ends.
+// The journal of a simulated run: a file in memory. It disappears with the last process that has it
+// open, even if that process is killed.
 class JournalFile {
  public:
-  // Throws std::system_error when it cannot be made.
+  // Throws std::system_error when the file cannot be created.
   JournalFile();
 
-  // Closed by exec unless the caller sees to it.
-  int Descriptor() const { return file_.GetFd(); }
-  // Names the file in this process, and in one that inherits the descriptor.
-  std::string Path() const;
-  // The requests in it so far; a line that is no JSON is a discarded value.
-  std::vector<nlohmann::json> Read() const;
+  // The descriptor has the close-on-exec flag.
+  [[nodiscard]] int Descriptor() const { return file_.GetFd(); }
+  // Returns a path of the file, valid in this process and in one that inherits the descriptor.
+  [[nodiscard]] std::string Path() const;
+  // Returns the requests in it so far. A line that is not JSON gives a discarded value.
+  [[nodiscard]] std::vector<nlohmann::json> Read() const;
 
  private:
   Fd file_;

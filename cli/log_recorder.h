@@ -12,12 +12,12 @@ struct LogLine {
   std::string text;  // without the final line break
 };
 
-// Records the lines that the library logs on the calling thread, as long as it lives. A thread has
-// at most one, used by that thread alone. The library logs nothing from threads of its own.
+// While it lives, records the lines that the library logs on the thread that created it. Only that
+// thread uses it, and has at most one at a time. The library's own threads log nothing.
 class LogRecorder {
  public:
-  // Takes over the log of the whole process: lines of the library go to the recorder of the thread
-  // that logs them, if it has one, and all others nowhere. To be called before threads are started.
+  // Redirects the log of the whole process: a line of the library goes to the recorder of the
+  // thread that logs it, every other line is dropped. Call it before starting threads.
   static void Install();
 
   LogRecorder();

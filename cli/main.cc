@@ -23,9 +23,9 @@ constexpr Command kCommands[] = {
     {"provision", "Label and certify a package's OAT and VDEX files", DeclareProvision},
     {"provision-art", "Label a package's ART file", DeclareProvisionArt},
     {"start-provision", "Open OAT and VDEX files for editing", DeclareStartProvision},
-    {"sign-apk", "Label a package and its native libraries", DeclareSignApk},
-    {"label", "Have the kernel verify a file against its label", DeclareLabel},
-    {"task", "Show what the kernel keeps of a process", DeclareTask},
+    {"sign-apk", "Label a package and its native libraries, and certify it", DeclareSignApk},
+    {"label", "Let the kernel verify a file against its label", DeclareLabel},
+    {"task", "Show a process's integrity value, its label, and which file reset it", DeclareTask},
 };
 
 ExitStatus RefuseUsage(const std::string& mistake) {
@@ -34,7 +34,7 @@ ExitStatus RefuseUsage(const std::string& mistake) {
   return kUsage;
 }
 
-// Prints the help or version that was asked for, or what is wrong with the command line.
+// Prints the help or the version if the command line asks for it, otherwise what is wrong with it.
 ExitStatus Answer(const CLI::App& app, const CLI::ParseError& error) {
   std::ostringstream answer;
   std::ostringstream ignored;
@@ -44,7 +44,8 @@ ExitStatus Answer(const CLI::App& app, const CLI::ParseError& error) {
 
 using Runs = std::vector<std::pair<CLI::App*, CommandRun>>;
 
-// As the parser wants them: in reverse, with operands that it does not interpret.
+// Prepares the arguments for the parser: in reverse order, with operands that it does not
+// interpret.
 std::vector<std::string> PrepareArguments(std::vector<std::string> arguments, const Runs& runs) {
   const auto name = std::find_if(arguments.begin(), arguments.end(),
                                  [](const std::string& text) { return text.substr(0, 1) != "-"; });

@@ -8,24 +8,26 @@
 namespace Quill::Tool {
 namespace {
 
-// Starts no option, list, empty value or mark of the parser's, whatever follows.
+// A first character that has no meaning to the option parser, whatever follows.
 constexpr char kMark = '=';
 
-// Turns an operand back, for the parser of options; what is wrong with it, or nothing.
+// Removes the mark from an operand again. Returns an error message for the parser; empty on
+// success.
 std::string Restore(std::string& text) {
   if (text.empty() || text[0] != kMark) return "put -- before \"" + text + "\"";
   text.erase(0, 1);
   return {};
 }
 
-// True when the option, as it is spelled there, has its value in the argument behind it.
+// Returns true when the value of the option is the next argument, not part of `spelling`.
 bool TakesNextArgument(const CLI::App& parser, const std::string& spelling) {
   const auto takesValue = [&parser](const std::string& name) {
     const CLI::Option* option = parser.get_option_no_throw(name);
     return option != nullptr && option->get_items_expected_min() > 0;
   };
   if (spelling[1] == '-') return takesValue(spelling);
-  // Of several letters the first that takes a value takes the others for it.
+  // In a group of letters the first one that takes a value takes the rest of the group as its
+  // value.
   for (size_t i = 1; i < spelling.size(); ++i) {
     if (takesValue({'-', spelling[i]})) return i + 1 == spelling.size();
   }
@@ -39,7 +41,7 @@ void TakeOperandsLiterally(CLI::App& parser) {
   for (CLI::Option* option : parser.get_options(isOperand)) {
     option->transform(CLI::Validator(Restore, ""));
   }
-  // One operand too many is reported by UnexpectedArguments, as it was given.
+  // UnexpectedArguments reports extra operands, spelled as the user gave them.
   parser.allow_extras();
 }
 

@@ -32,4 +32,8 @@ void PrintDiagnostic(std::string_view message) {
   PrintErrorLine(fmt::format("quillon: {}", message));
 }
 
+std::string FileText(const std::string& file) {
+  return file.find(':') == std::string::npos && file[0] != '"' ? file : Quote(file);
+}
+
 }  // namespace Quill::Tool

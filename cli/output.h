@@ -7,19 +7,24 @@
 
 namespace Quill::Tool {
 
-// All that the program says passes through here. Text that may come from a package or a file name
-// reaches the streams only as EscapeForTerminal leaves it.
+// All output of the program goes through these functions. Lines are escaped by EscapeForTerminal,
+// because they may contain text from a package or a file name.
 
-// Writes our own text to standard output, at once. False, with a diagnostic, when that fails.
-bool PrintText(std::string_view text);
+// Writes text of the program itself to standard output, unescaped, and flushes. Returns false, with
+// a diagnostic, on failure.
+[[nodiscard]] bool PrintText(std::string_view text);
 
-// Writes one line, given without its line break, to standard output; as PrintText otherwise.
-bool PrintLine(std::string_view line);
+// Escapes the line, adds a line break and writes both like PrintText.
+[[nodiscard]] bool PrintLine(std::string_view line);
 
-// Writes one line to standard error. A failure is not reported: there is nowhere to.
+// Writes one line to standard error. Failures are ignored: there is no place left to report them.
 void PrintErrorLine(std::string_view line);
 
 // Writes "quillon: " and the message as one line to standard error.
 void PrintDiagnostic(std::string_view message);
+
+// Formats a file's name for the start of a line that goes on with ": ". Quotes it when it contains
+// a colon or starts with a quote.
+[[nodiscard]] std::string FileText(const std::string& file);
 
 }  // namespace Quill::Tool

@@ -16,13 +16,13 @@
 namespace Quill::Tool {
 namespace {
 
-// Everything is read through the descriptor, so that a file that shrinks is no more than a failure.
+// Reads through the descriptor, not a mapping, so that a file that shrinks is only a failed read.
 bool ReadAt(int fd, uint64_t offset, void* out, size_t size) {
   return pread(fd, out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
-// The last end record that a comment of any length leaves room for, as the archive library finds
-// it.
+// Reads the last end record of the archive, whatever the length of its comment. The archive library
+// uses the same one.
 bool ReadEndRecord(int fd, EocdRecord& out) {
   constexpr uint64_t kMostTail = sizeof(EocdRecord) + UINT16_MAX;
   struct stat info;
@@ -46,7 +46,7 @@ bool HasTraceOfSigningBlock(int fd) {
   if (std::memcmp(footer.magic, ApkSigningBlockFooter::kMagic, sizeof footer.magic) == 0) {
     return true;
   }
-  // Of a block that is too short for its footer both sizes would be the same field.
+  // In a block that is too short for its footer both sizes would be the same field.
   if (footer.size < sizeof footer || footer.size > blockEnd - sizeof(ApkSigningBlock)) return false;
   ApkSigningBlock block;
   return ReadAt(fd, blockEnd - sizeof block - footer.size, &block, sizeof block) &&

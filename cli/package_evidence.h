@@ -6,9 +6,10 @@
 
 namespace Quill::Tool {
 
-// True when an archive without an AndroidManifest.xml was a package once: an APK Signing Block
-// stands before its central directory, by the block's magic or by two equal sizes around it, or the
-// JAR manifest lists the file that is missing. `apk` was opened from `fd`, and IsGoodZip.
-bool WasPackage(Apk& apk, int fd);
+// Returns true when an archive without an AndroidManifest.xml was a package once. Either an APK
+// Signing Block is before its central directory (the block's magic, or the same size at its start
+// and end), or the JAR manifest lists the missing file. `apk` was opened from `fd`, and IsGoodZip
+// is true.
+[[nodiscard]] bool WasPackage(Apk& apk, int fd);
 
 }  // namespace Quill::Tool

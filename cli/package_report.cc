@@ -18,9 +18,11 @@
 #include <quillon/file.h>
 
 #include "cli/lost_pages.h"
+#include "cli/output.h"
 #include "cli/package_evidence.h"
 #include "cli/regular_file.h"
 #include "util/escape.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -85,7 +87,8 @@ bool ExamineWhole(int fd, PackageReport& report) {
 }
 
 std::string KeySha256(const PackageReport& report) {
-  return fmt::format("{:02x}", fmt::join(ComputeSHA256Digest(report.manufacturerKey), ""));
+  const std::vector<uint8_t> digest = ComputeSHA256Digest(report.manufacturerKey);
+  return ToHex(digest.data(), digest.size());
 }
 
 // A name that could be taken for something else in the line is quoted.
@@ -133,10 +136,6 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
     report.verdict = {kUnreadable, "a part of it could not be read"};
   }
   return report;
-}
-
-std::string FileText(const std::string& file) {
-  return file.find(':') == std::string::npos && file[0] != '"' ? file : Quote(file);
 }
 
 std::string ToText(const PackageReport& report) {

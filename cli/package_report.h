@@ -39,9 +39,6 @@ inline bool HasVerdict(const PackageReport& report) { return report.verdict.stat
 // SurviveLostPages has been called.
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
 
-// The file's name at the start of a line, quoted when it could be taken for more than a name.
-std::string FileText(const std::string& file);
-
 // One line for people, without a line break, not escaped for a terminal.
 std::string ToText(const PackageReport& report);
 

@@ -7,8 +7,8 @@
 
 namespace Quill::Tool {
 
-// A line such as "verified 12 of 200" on standard error, while that is a terminal. It appears when
-// the work has taken a second, and is to be erased before anything else is written.
+// Shows a line such as "verified 12 of 200" on standard error if that is a terminal. The line
+// appears after one second of work. Erase it before writing anything else.
 class Progress {
  public:
   explicit Progress(size_t totalCount);

@@ -10,7 +10,7 @@
 namespace Quill::Tool {
 namespace {
 
-// Empty, with the file's facts in `info`, when what open returned is a regular file.
+// Checks the result of open. Returns an empty text, and fills `info`, if it is a regular file.
 std::string FindObstacle(int fd, struct stat& info) {
   if (fd < 0 || fstat(fd, &info) != 0) return std::generic_category().message(errno);
   if (S_ISDIR(info.st_mode)) return "is a directory";

@@ -11,14 +11,14 @@
 
 namespace Quill::Tool {
 
-// A file opened for reading, or why there is none.
+// A file opened for reading, or the reason why it could not be opened.
 struct RegularFile {
   std::unique_ptr<Fd> fd;  // null when there is an obstacle
   struct stat info = {};   // of the open file
-  std::string obstacle;    // "is a directory"
+  std::string obstacle;    // such as "is a directory"
 };
 
-// Opens a regular file; no pipe is waited for and nothing is read from a device. Logs nothing.
-RegularFile OpenRegularFile(const std::string& path);
+// Opens a regular file. Does not wait for pipes and does not read from devices. Logs nothing.
+[[nodiscard]] RegularFile OpenRegularFile(const std::string& path);
 
 }  // namespace Quill::Tool

@@ -4,9 +4,9 @@
 
 namespace Quill::Tool {
 
-// The platform's SDK level on a workstation, the environment variable QUILLON_SDK, is a number from
-// 0 to 2,147,483,647 or unset. False, with a diagnostic, when it is anything else: nothing can be
-// verified then. To be asked before the library is.
-bool IsSdkLevelUsable();
+// On a workstation the environment variable QUILLON_SDK gives the platform's SDK level. Returns
+// true if it is a number from 0 to 2,147,483,647 or not set. Otherwise prints a diagnostic and
+// returns false; the library cannot verify anything then. Call this before the library.
+[[nodiscard]] bool IsSdkLevelUsable();
 
 }  // namespace Quill::Tool

@@ -31,17 +31,17 @@
 namespace Quill::Tool {
 namespace {
 
-// Tells the second run of the program from the first.
+// This variable marks the second run of the program.
 constexpr char kSecondRun[] = "QUILLON_SIMULATED_RUN";
 
-// libtarnsim.so lies beside libquillon.so.
+// Returns the path of libtarnsim.so, which is installed in the folder of libquillon.so.
 std::string SimulatorPath() {
   Dl_info library;
   if (dladdr(reinterpret_cast<void*>(base64encode_len), &library) == 0) return "libtarnsim.so";
   return std::filesystem::path(library.dli_fname).parent_path() / "libtarnsim.so";
 }
 
-// The arguments of this process, as it was started.
+// Returns the arguments that this process was started with.
 std::vector<std::string> OwnArguments() {
   std::ifstream file("/proc/self/cmdline", std::ios::binary);
   std::vector<std::string> arguments;
@@ -55,9 +55,9 @@ bool SetVariable(const char* name, const std::string& value) {
 
 bool KeepOverExec(int fd) { return fcntl(fd, F_SETFD, 0) == 0; }
 
-// Turns this process into the second run; returns only when that fails, with errno set.
+// Turns this process into the second run. Returns only on failure, with errno set.
 void BecomeSecondRun(const std::string& interface, int simulator, const JournalFile& journal) {
-  // A path would be taken apart at its blanks and colons.
+  // LD_PRELOAD splits a path at blanks and colons, so name the library by its descriptor.
   const std::string preload = "/proc/self/fd/" + std::to_string(simulator);
   if (!KeepOverExec(simulator) || !KeepOverExec(journal.Descriptor()) ||
       !SetVariable(kSecondRun, "1") || !SetVariable("TARNSIM_INTERFACE", interface) ||
@@ -72,7 +72,7 @@ void BecomeSecondRun(const std::string& interface, int simulator, const JournalF
   execv("/proc/self/exe", pointers.data());
 }
 
-// True when the child ended by itself with a status of this program.
+// Returns true when the child exited with one of this program's statuses.
 bool EndedWell(int status) {
   if (WIFSIGNALED(status)) {
     PrintDiagnostic(fmt::format("the simulated run ended by signal {} ({})", WTERMSIG(status),
@@ -95,16 +95,16 @@ ExitStatus RunAgain(const std::string& interface, const JournalFile& journal) {
   const std::string path = SimulatorPath();
   const RegularFile simulator = OpenRegularFile(path);
   if (!simulator.fd) {
-    PrintDiagnostic("cannot simulate: " + path + ": " + simulator.obstacle);
+    PrintDiagnostic("cannot simulate: " + FileText(path) + ": " + simulator.obstacle);
     return kFailed;
   }
 
-  // A caller that ignores the signal would leave nothing to wait for.
+  // With an inherited SIG_IGN the child would be reaped at once, and waitpid would fail.
   std::signal(SIGCHLD, SIG_DFL);
   const pid_t parent = getpid();
   const pid_t child = fork();
   if (child == 0) {
-    // Signals that end the first run end the second by this. It may have ended already.
+    // Kill the second run when the first one ends. The first one may have ended already.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent) {
       BecomeSecondRun(interface, simulator.fd->GetFd(), journal);
     }
@@ -127,8 +127,8 @@ bool SimulatorAnswers() {
   if (answerOnce == nullptr || dladdr(reinterpret_cast<void*>(answerOnce), &simulator) == 0) {
     return false;
   }
-  // The first library behind the program counts. The program defines none of these names itself,
-  // or, as a sanitizer does, only to hand them on to that library.
+  // RTLD_NEXT finds the first library after the program. The program does not define these names,
+  // except that a sanitizer wraps some of them and calls that library.
   constexpr const char* kNames[] = {"fcntl",      "fcntl64", "fopen",     "fopen64",
                                     "fstatvfs",   "ioctl",   "open",      "open64",
                                     "fstatvfs64", "statvfs", "statvfs64", "HxNewCertificate"};

@@ -10,20 +10,21 @@ namespace Quill::Tool {
 
 class JournalFile;
 
-// Running the program a second time, with libtarnsim.so before it. A second run asks the kernel
-// nothing until it has seen the simulator answer.
+// Runs the program a second time, with libtarnsim.so preloaded. The second run calls the kernel
+// only after SimulatorAnswers has returned true.
 
-// Runs the program again, under a simulated kernel with that interface ("device" or "legacy") and
-// that journal, and waits for its end, which is also that of a program that dies meanwhile. Returns
-// the second run's status; kFailed, with a diagnostic, when there was none or it ended otherwise
-// than by a status of this program.
-ExitStatus RunAgain(const std::string& interface, const JournalFile& journal);
+// Starts the second run with a simulated kernel that has the interface "device" or "legacy" and
+// writes to `journal`, and waits for its end. If this process is killed meanwhile, so is the second
+// run. Returns the status of the second run. Returns kFailed, with a diagnostic, when it could not
+// be started, was ended by a signal, or returned a status that this program does not have.
+[[nodiscard]] ExitStatus RunAgain(const std::string& interface, const JournalFile& journal);
 
-// True in a second run, and wherever the variable that marks one is set.
-bool IsSecondRun();
+// Returns true in the second run: when the environment variable that marks it is set.
+[[nodiscard]] bool IsSecondRun();
 
-// True when libtarnsim.so stands before all that the library calls of the kernel and of libhx.so,
-// and answers the library. Only the simulator is asked, and its journal does not show it.
-bool SimulatorAnswers();
+// Returns true when libtarnsim.so comes first for every function by which the library reaches the
+// kernel and libhx.so, and answers a query of the library. The real kernel is not called, and the
+// journal does not record the query.
+[[nodiscard]] bool SimulatorAnswers();
 
 }  // namespace Quill::Tool

@@ -7,7 +7,7 @@
 
 namespace Quill::Tool {
 
-// A result code of the integrity interface in words.
-std::string TarnCodeText(uint32_t code);
+// Describes a result code of <quillon/tarn.h> in words.
+[[nodiscard]] std::string TarnCodeText(uint32_t code);
 
 }  // namespace Quill::Tool

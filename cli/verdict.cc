@@ -7,18 +7,20 @@
 #include <algorithm>
 #include <string_view>
 
+#include "util/text.h"
+
 namespace Quill::Tool {
 namespace {
 
 constexpr std::string_view kNoArchive = "OpenArchiveFd(";
-constexpr std::string_view kSigningBlockRoad = "Use APK ";
-constexpr std::string_view kJarRoad = "Fallback to APK V1 signature. APK: ";
+constexpr std::string_view kSigningBlockStart = "Use APK ";
+constexpr std::string_view kJarStart = "Fallback to APK V1 signature. APK: ";
 constexpr std::string_view kNotMapped = "Can't map file: ";
 constexpr std::string_view kChosenAlgorithm = "Found the best signature algorithm ID: ";
 
-// The outermost step that failed has the last word in the log, with a line that starts like this.
+// How verification ended: the outermost step that failed logs the last line.
 struct Ending {
-  std::string_view lastLine;
+  std::string_view lastLine;  // its start
   ExitStatus status;
   const char* words;
 };
@@ -32,7 +34,7 @@ constexpr Ending kEndings[] = {
     {"Can't process Android Manifest.", kFailed, "AndroidManifest.xml is malformed"},
     {"Can't verify signature APK ", kFailed, "APK signing block did not verify"},
     {"Can't obtain public key APK ", kFailed, "APK signing block has no key"},
-    {kJarRoad, kFailed, "neither a usable APK signing block nor a signature file"},
+    {kJarStart, kFailed, "neither a usable APK signing block nor a signature file"},
     {"Can't extract manifest: ", kFailed, "neither a usable APK signing block nor a manifest"},
     {"Parse manifest: ", kFailed, "signature file is malformed"},
     {"This APK was supposed to be signed ", kFailed,
@@ -41,25 +43,21 @@ constexpr Ending kEndings[] = {
     {"Can't validate manifest.", kFailed, "manifest does not match the signature file"},
     {"Integrity not confirmed: classes.dex", kFailed, "classes.dex does not match the manifest"},
 };
-// The one step that has many last lines: the PKCS #7 block of a v1 signature.
+// Only the PKCS #7 block of a v1 signature has many different last lines.
 constexpr Ending kOtherEnding = {"", kFailed, "signature block did not verify"};
 
-bool StartsWith(std::string_view text, std::string_view start) {
-  return text.substr(0, start.size()) == start;
-}
-
-// The first complaint of the road that failed, which is its most exact one; empty when it made
-// none.
+// Returns the first line that the failed scheme logged after its start, which is the most exact
+// one; empty when there is none.
 std::string_view FirstComplaint(const std::vector<LogLine>& log) {
   std::string_view complaint;
   for (const LogLine& line : log) {
-    if (StartsWith(line.text, kSigningBlockRoad) || StartsWith(line.text, kJarRoad)) {
+    if (StartsWith(line.text, kSigningBlockStart) || StartsWith(line.text, kJarStart)) {
       complaint = {};
     } else if (complaint.empty() && !StartsWith(line.text, kChosenAlgorithm)) {
       complaint = line.text;
     }
   }
-  // Of the line about the archive only the cause is news.
+  // From the line about the archive keep only the cause.
   if (StartsWith(complaint, kNoArchive)) complaint.remove_prefix(complaint.rfind(": ") + 2);
   return complaint;
 }

@@ -15,9 +15,9 @@ struct Verdict {
   std::string reason;         // in words; empty for a verified package
 };
 
-// What became of a package that the library has looked at. `log` holds its lines of construction
-// and of one IsGoodApk call, which answered `isGoodApk`. No verdict, kUnreadable, on one that it
-// could not map: its JAR signature alone was looked at then, though it may have a signing block.
-Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log);
+// Judges a package from the library's results. `log` has the lines from opening the package and
+// from one call of IsGoodApk, which returned `isGoodApk`. A package that could not be mapped gets
+// kUnreadable: the library then checks only its JAR signature and does not see a signing block.
+[[nodiscard]] Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log);
 
 }  // namespace Quill::Tool

@@ -75,11 +75,12 @@ set(QUILLON_CLI_SOURCES
   util/escape.cc
   util/text.cc
   cli/file_label.cc
-  cli/integrity_run.cc
   cli/journal_file.cc
   cli/log_recorder.cc
+  cli/logged_run.cc
   cli/lost_pages.cc
   cli/main.cc
+  cli/open_files.cc
   cli/operands.cc
   cli/output.cc
   cli/package_evidence.cc
@@ -88,6 +89,8 @@ set(QUILLON_CLI_SOURCES
   cli/regular_file.cc
   cli/report_queue.cc
   cli/sdk_level.cc
+  cli/simulate_option.cc
+  cli/simulated_requests.cc
   cli/simulated_run.cc
   cli/tarn_code.cc
   cli/verdict.cc

@@ -33,27 +33,27 @@ class SimulatedCommands : public IntegrityCommands {
 };
 
 const std::string kLabel =
-    "file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (the file now), key sha256:KEY";
+    "file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (matches the file), key sha256:KEY";
 
 TEST_F(SimulatedCommands, ProvisionLabelsAndCertifiesWhatLabelThenVerifies) {
   const std::string output = Run("quillon provision --simulate base.apk base.odex base.vdex");
   const std::string read = "read-integrity of task N = 0x1, done\n";
   const std::string certificate = ", identity org.quillon.sample.v3, 63 bytes, done\n";
-  EXPECT_EQ(0u, output.find("What the simulated kernel was asked:\n  1. " + read +
+  EXPECT_EQ(0u, output.find("Requests to the simulated kernel:\n  1. " + read +
                             "  2. sign DIR/base.odex, done\n  3. " + read +
                             "  4. sign DIR/base.vdex, done\n  5. certificate DIR/base.odex" +
                             certificate + "  6. certificate DIR/base.vdex" + certificate +
-                            "Labels:\n  DIR/base.odex: " + kLabel + " (the package's now)\n"))
+                            "Labels:\n  DIR/base.odex: " + kLabel + " (matches the package)\n"))
       << output;
   EXPECT_EQ("base.odex: verified by the kernel; label: " + kLabel +
-                "\nWhat the simulated kernel was asked:\n  1. verify-sync DIR/base.odex, done\n"
+                "\nRequests to the simulated kernel:\n  1. verify-sync DIR/base.odex, done\n"
                 "exit 0\n",
             Run("quillon label --simulate=legacy base.odex"));
   folder_.Write("base.odex", {'o', 'a', 'T'});
   EXPECT_EQ(0u, Run("quillon label --simulate base.odex")
                     .find("base.odex: not verified by the kernel, Bad message (code 0xffffffb6); "
-                          "label: file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (NOT the file "
-                          "now), key sha256:KEY\n"));
+                          "label: file sha1:773af2456d4a0a39914400d023cd8a1c2faccbe6 (does NOT "
+                          "match the file), key sha256:KEY\n"));
 }
 
 TEST_F(SimulatedCommands, TheOthersAskInTheirOrder) {
@@ -65,7 +65,7 @@ TEST_F(SimulatedCommands, TheOthersAskInTheirOrder) {
             Run("quillon sign-apk --simulate base.apk").find("  2. sign DIR/base.apk, done\n"));
   EXPECT_EQ(
       "integrity: 0x1\nlabel: none\nreset by: none\n"
-      "What the simulated kernel was asked:\n"
+      "Requests to the simulated kernel:\n"
       "  1. read-integrity of task N = 0x1, done\n"
       "  2. read-label of task N, refused: No such file or directory\n"
       "  3. read-reset-file of task N, refused: No such file or directory\nexit 0\n",

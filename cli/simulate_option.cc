@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "cli/simulate_option.h"
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "cli/journal_file.h"
+#include "cli/log_recorder.h"
+#include "cli/output.h"
+#include "cli/simulated_requests.h"
+#include "cli/simulated_run.h"
+
+namespace Quill::Tool {
+
+void DeclareSimulate(CLI::App& parser, std::string& interface) {
+  parser
+      .add_flag("--simulate{device}", interface,
+                "Run with a simulated kernel (its interface is device or legacy), and show the "
+                "requests that it receives")
+      ->check(CLI::IsMember({"device", "legacy"}));
+}
+
+ExitStatus RunMaybeSimulated(const std::string& interface, const std::string& package,
+                             const std::function<ExitStatus()>& command) {
+  if (interface.empty()) return command();
+  if (IsSecondRun()) {
+    if (SimulatorAnswers()) return command();
+    PrintDiagnostic("not run: libtarnsim.so does not answer, so nothing would be simulated");
+    return kFailed;
+  }
+  const JournalFile journal;
+  const ExitStatus status = RunAgain(interface, journal);
+  LogRecorder::Install();
+  return ShowRequests(journal.Read(), package) ? status : kFailed;
+}
+
+}  // namespace Quill::Tool
