@@ -6,8 +6,8 @@
 #include <cstdlib>
 #include <string_view>
 
-// A workstation has no system properties. The platform's SDK level is the text of QUILLON_SDK, "30"
-// when that is unset and absent when it is empty; every other property is absent.
+// A workstation has no system properties. The SDK level comes from the environment variable
+// QUILLON_SDK: "30" when it is not set, no level when it is empty. No other property exists.
 int __system_property_get(const char* name, char* value) {
   std::string_view text;
   if (std::string_view(name) == "ro.build.version.sdk") {

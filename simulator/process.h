@@ -11,7 +11,7 @@
 
 namespace tarnsim {
 
-// A kernel with its machine: this one.
+// A simulated kernel on this machine.
 struct SimulatedKernel {
   SimulatedKernel(KernelSetup setup, TarnKernel::Journal journal)
       : machine(setup.labelsInFiles), rules(std::move(setup), machine, std::move(journal)) {}

@@ -2,7 +2,7 @@
 
 #pragma once
 
-// What Bionic's header of this name gives the library; see system_properties.cc.
+// The part of Bionic's header of this name that the library uses; see system_properties.cc.
 
 #define PROP_VALUE_MAX 92
 
@@ -10,7 +10,7 @@
 extern "C" {
 #endif
 
-// Copies the property's value and a terminating zero into `value`, which holds PROP_VALUE_MAX
+// Copies the property's value, NUL-terminated, into `value`, which holds PROP_VALUE_MAX
 // bytes. Returns the value's length, 0 when there is no such property.
 int __system_property_get(const char* name, char* value);
 
