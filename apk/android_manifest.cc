@@ -24,12 +24,13 @@ using android::ResXMLParser;
 using android::ResXMLTree;
 using android::String8;
 
-// The parser reads a whole attribute record even where the document ends before it does, and a
-// document's header even where there are fewer bytes: at most these many past the end.
+// The parser reads a whole attribute record, and a whole document header, even if the document ends
+// inside. It reads at most these many bytes past the end.
 constexpr size_t kOverread = sizeof(android::ResXMLTree_attribute);
 
-// Limits the work of one scan to about a second: a short document can name one long text again and
-// again. The unit is a character walked; other work counts as what takes as long.
+// Limits one scan's work, to about a second: a short document can name one long string repeatedly,
+// and each access may decode it. The unit is one character that is read; other work is charged by
+// the time that it takes.
 class Budget {
  public:
   explicit Budget(const ResStringPool& pool)
@@ -37,14 +38,14 @@ class Budget {
 
   bool IsSpent() const { return spent_ > kMost; }
 
-  // Charges for a text of the pool, which the parser gave as `length` characters or null.
+  // Charges for a text of the pool, which the parser returned as `length` characters or null.
   void SpendFetch(int32_t index, const char16_t* text, size_t length) {
     spent_ += kFetch;
     const auto entry = static_cast<uint32_t>(index);
-    if (entry >= pool_.size()) return;  // null, and nothing was walked
+    if (entry >= pool_.size()) return;  // null, and nothing was read
     if (text == nullptr) {
       spent_ += kMalformed;
-      // In UTF-8 the parser finds some errors only after a walk over the whole text.
+      // Some errors in UTF-8 the parser finds only after it has read the whole text.
       size_t walked = 0;
       if (pool_.string8At(entry, &walked) != nullptr) spent_ += 2 * walked;  // by both fetches
     } else if (pool_.isUTF8() && !isConverted_[entry]) {
@@ -66,10 +67,10 @@ class Budget {
   uint64_t spent_ = 0;
 };
 
-// Compares a text of the document, up to its first zero, with ASCII.
+// Returns true when a text of the document, up to its first zero, is `ascii`.
 bool Equals(const char16_t* text, size_t length, std::string_view ascii) {
   if (text == nullptr || length < ascii.size()) return false;
-  // As bytes, for the document decides where its texts start: at odd addresses too.
+  // Compared as bytes, because a text of the document may start at an odd address.
   const std::u16string wanted(ascii.begin(), ascii.end());
   const size_t units = std::min(length, wanted.size() + 1);  // with the zero
   return std::memcmp(text, wanted.c_str(), units * sizeof(char16_t)) == 0;
@@ -84,16 +85,16 @@ bool IsHalyxMetaData(const String8& value) {
   return value == "SS_META" || value == "HALYX_PROTECTED";
 }
 
-// Fetches a text of the pool and charges for it. `fetch` sets `length` and returns null for a text
-// that the pool does not hold, that is not well formed, or that the parser has no memory to convert
-// from UTF-8. Throws in the last case.
+// Fetches a text of the pool and charges for it. `fetch` sets `length`. It returns null for a text
+// that the pool does not hold, for one that is not well formed, and when the parser has no memory
+// to convert it from UTF-8. In the last case this throws.
 template <typename Fetch>
 const char16_t* FetchText(const ResXMLTree& tree, int32_t index, Budget& budget, size_t& length,
                           const Fetch& fetch) {
   const ResStringPool& pool = tree.getStrings();
   const char16_t* text = fetch();
   if (text == nullptr && pool.isUTF8() && static_cast<uint32_t>(index) < pool.size()) {
-    // The parser's table of texts and the text itself.
+    // What the parser allocates: its table of texts, and the text itself.
     RequireMemory(pool.size() * sizeof text + pool.bytes() * sizeof *text);
     text = fetch();
   }
@@ -101,15 +102,15 @@ const char16_t* FetchText(const ResXMLTree& tree, int32_t index, Budget& budget,
   return text;
 }
 
-// The text as UTF-8.
+// Returns the text as UTF-8.
 String8 ToString(const char16_t* text, size_t length) {
   String8 string(text, length);
   if (string.length() == 0 && length != 0) throw std::bad_alloc();  // it stays empty
   return string;
 }
 
-// The current element's first attribute of that local name with a string value; empty when there is
-// none or the budget is spent. Deliberate: its namespace is not looked at.
+// Returns the current element's first attribute of that local name with a string value; empty when
+// there is none or the budget is spent. Deliberate: the attribute's namespace is not compared.
 String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
   for (size_t i = 0; i < tree.getAttributeCount() && !budget.IsSpent(); ++i) {
     size_t length = 0;
@@ -143,8 +144,8 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
 
   String8 packageName;
   Budget budget(tree.getStrings());
-  // A document that turns out bad, or spends the budget, ends the scan quietly: what was found so
-  // far counts.
+  // A bad document, or a spent budget, ends the scan without a log line. What was found before
+  // counts.
   for (auto event = tree.next(); event != ResXMLParser::END_DOCUMENT &&
                                  event != ResXMLParser::BAD_DOCUMENT && !budget.IsSpent();
        event = tree.next()) {

@@ -15,9 +15,10 @@
 #include "util/log.h"
 
 namespace Quill {
+
 const char* const Apk::kMANIFEST_MF = "META-INF/MANIFEST.MF";
 
-// The constructors delegate, so that what Init has opened is closed even when it throws.
+// Delegating makes the destructor close the archive even if Init throws.
 Apk::Apk(const char* path) : Apk() { Init(-1, path); }
 
 Apk::Apk(int fd) : Apk() { Init(fd, nullptr); }
@@ -85,7 +86,7 @@ bool Apk::OpenArchive(const char* path) {
     path_ = path != nullptr ? path : GetFilenameByFd(fd_);
     result = OpenArchiveFd(fd_, path_.c_str(), &archive_, ownsFd);
   } catch (...) {
-    if (ownsFd && archive_ == nullptr) close(fd_);  // the archive would do it
+    if (ownsFd && archive_ == nullptr) close(fd_);  // an archive closes it itself
     throw;
   }
   if (result != 0) {

@@ -10,17 +10,17 @@
 namespace Quill {
 namespace {
 
-// libziparchive's codes for a stream that cannot be inflated and for lengths that contradict each
-// other; its public header names none.
+// libziparchive's codes for a stream that cannot be inflated, and for lengths that contradict each
+// other. Its public header has no names for them.
 constexpr int32_t kZlibError = -2;
 constexpr int32_t kInconsistentInformation = -9;
 
 // More than zlib takes to inflate a stream.
 constexpr size_t kInflateMemory = 64 << 10;
 
-// False for a method that the archive library does not know, and for a length that no stream can
-// have: deflate makes at most 258 bytes of 2 bits. (A stored entry is found only if its length fits
-// the file.)
+// Returns false for a method that libziparchive does not know, and for a length that the stream
+// cannot have: deflate makes at most 258 bytes from 2 bits. (FindEntry fails for a stored entry
+// whose length does not fit the file.)
 bool CanBeExtracted(const ZipEntry& entry) {
   constexpr uint64_t kMostExpansion = 258 * 8 / 2;
   if (entry.method == kCompressStored) return true;
@@ -28,7 +28,8 @@ bool CanBeExtracted(const ZipEntry& entry) {
          entry.uncompressed_length <= entry.compressed_length * kMostExpansion;
 }
 
-// The archive library's code for an entry that cannot be extracted. Takes no memory for its bytes.
+// Returns libziparchive's code for an entry that cannot be extracted. Allocates nothing for its
+// bytes.
 int32_t ExtractionError(ZipArchive* archive, ZipEntry* entry) {
   const auto discard = [](const uint8_t*, size_t, void*) { return true; };
   const int32_t result = ProcessZipEntryContents(archive, entry, discard, nullptr);
@@ -51,7 +52,8 @@ int32_t Apk::Extract(ZipEntry* entry, std::vector<uint8_t>& out) {
   const auto length = entry->uncompressed_length;
   const int32_t result = ExtractToMemory(archive_, entry, out.data(), length);
   if (result != kZlibError) return result;
-  // It may be memory that was short. A package whose manifest is damaged counts as a plain JAR.
+  // The error may be lack of memory, which must not count as a damaged entry: a package without a
+  // readable AndroidManifest.xml is taken for a plain JAR.
   RequireMemory(kInflateMemory);
   return ExtractToMemory(archive_, entry, out.data(), length);
 }

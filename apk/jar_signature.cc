@@ -17,15 +17,15 @@
 namespace Quill {
 namespace {
 
-// libziparchive's codes for a name that the archive does not hold, and for one that no archive can
-// hold, empty or longer than 65,535 bytes; its public header names no codes.
+// libziparchive's codes for a name that is not in the archive, and for a name that no archive can
+// have: an empty one, or one longer than 65,535 bytes. Its public header has no names for them.
 constexpr int32_t kEntryNotFound = -7;
 constexpr int32_t kInvalidEntryName = -10;
 
 }  // namespace
 
 bool Apk::InitCertSf() {
-  // Deliberate: of several signature files only the first in the archive's order is looked at.
+  // Deliberate: of several signature files only the first, in the archive's order, is used.
   ZipEntry entry;
   std::string name;
   void* cookie = nullptr;
@@ -99,8 +99,8 @@ bool Apk::VerifyFileHashImpl(const std::string& name, Source source) {
     QUILL_LOGI("verifyFileHashImpl: Not verified file from manifest: %s\n", name.c_str());
     return false;
   }
-  // The whole-file signature covers the archive; what is left to show is that these are the bytes
-  // of the entry that the name resolves to.
+  // The v2 or v3 signature covers the archive's entries. So the data only have to equal the entry
+  // of that name.
   std::vector<uint8_t> named;
   if (ExtractByName(name, named) != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract base file in APK: %s\n", name.c_str());

@@ -16,8 +16,8 @@ namespace {
 
 enum Outcome : int32_t { kVerified = 0, kRefused = 1, kNoSigningBlock = 2 };
 
-// The first piece between commas that names v2 or v3; empty when there is none. Pieces are not
-// copied: there can be as many as the signature file has bytes.
+// Returns the first piece between commas that names v2 or v3; empty when there is none. Pieces are
+// not copied: there can be as many as the signature file has bytes.
 std::string_view FindBlockScheme(std::string_view schemes) {
   while (!schemes.empty()) {
     const std::string_view scheme = schemes.substr(0, schemes.find(','));
@@ -36,7 +36,7 @@ int32_t Apk::VerifyApkSignature(int32_t fd, const std::string& path, ApkSignatur
   const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
   if (!mapping) {
     QUILL_LOGE("Can't map file: %s\n", name.c_str());
-    // Deliberate: the JAR road reads the archive through its own descriptor and may still do.
+    // Deliberate: JAR verification reads through its own descriptor and may still succeed.
     return kNoSigningBlock;
   }
   ApkPackage package(mapping);

@@ -62,9 +62,9 @@ ByteVector DigestOfContent(const MapFile& archive, uint64_t directoryOffset, uin
   append(0, directoryOffset);
   append(directoryOffset, archive.Size() - kEndRecordSize);
   append(archive.Size() - kEndRecordSize, archive.Size());
-  auto hash = Hash::CreateHashFromAlgoId(FindSignatureAlgorithm(algorithmId)->digestNid);
+  auto hash = CreateHash(algorithmId);
   ProcessHashes digest(chunks);
-  digest.Run(hash);
+  Require(digest.Run(hash));
   return digest.TopDigest();
 }
 

@@ -13,6 +13,7 @@ set(QUILLON_SOURCES
   util/system.cc
   util/text.cc
   crypto/hash.cc
+  crypto/number.cc
   crypto/verifier.cc
   crypto/x509_certificate.cc
   signing_block/apk_package.cc
@@ -22,7 +23,9 @@ set(QUILLON_SOURCES
   schemes/apk_signing_block_v2.cc
   schemes/apk_signing_block_v3.cc
   schemes/proof_of_rotation.cc
+  schemes/signer_fields.cc
   schemes/signer_items.cc
+  schemes/verification_steps.cc
   jar/entry_digest.cc
   jar/manifest_mf.cc
   jar/pkcs7.cc

@@ -14,8 +14,8 @@
 
 namespace Quill {
 
-// A digest in progress. New objects are ready for Update. After Final the object is used again only
-// after Init. One object belongs to one thread at a time; Clone makes one for another.
+// A digest in progress. A new object is ready for Update. After Final, call Init before anything
+// else. Only one thread at a time may use an object; Clone makes one for another thread.
 //
 // Algorithms are named by the crypto library's numeric identifiers (NID): 64 SHA-1, 672 SHA-256,
 // 674 SHA-512. Virtual functions stand in binary order.
@@ -25,23 +25,23 @@ class Hash {
   virtual int Init() = 0;
   virtual int Update(const void* data, size_t length) = 0;
   virtual int Update(const std::vector<uint8_t>& data) = 0;
-  // The digest of what was fed.
-  virtual std::vector<uint8_t> Final() = 0;
-  // The algorithm's NID.
+  // Returns the digest of what Update was given.
+  [[nodiscard]] virtual std::vector<uint8_t> Final() = 0;
+  // Returns the algorithm's NID.
   virtual int Type() const = 0;
-  // An independent copy, digest in progress included; null when it cannot be allocated.
-  virtual std::unique_ptr<Hash> Clone() = 0;
-  // Update, then Final. Deliberate: no Init first, so what was fed before counts.
-  virtual std::vector<uint8_t> Digest(const std::vector<uint8_t>& data);
-  virtual std::vector<uint8_t> Digest(const void* data, size_t length);
+  // Returns an independent copy, digest in progress included; null when memory runs out.
+  [[nodiscard]] virtual std::unique_ptr<Hash> Clone() = 0;
+  // Calls Update, then Final. Deliberate: without Init, so earlier updates count.
+  [[nodiscard]] virtual std::vector<uint8_t> Digest(const std::vector<uint8_t>& data);
+  [[nodiscard]] virtual std::vector<uint8_t> Digest(const void* data, size_t length);
   virtual ~Hash() = default;
 
-  // A new object for the NID; null for any other NID, with one error line, or when it cannot be
-  // allocated, without one.
-  static std::unique_ptr<Hash> CreateHashFromAlgoId(int nid);
+  // Returns a new object for one of the NIDs above. Null for any other NID, with one error line, or
+  // when memory runs out, without one.
+  [[nodiscard]] static std::unique_ptr<Hash> CreateHashFromAlgoId(int nid);
 };
 
-// The algorithms differ in the crypto library's context and calls alone.
+// Implements Hash for one context type of the crypto library and its functions.
 template <typename Context, int kNid, size_t kDigestLength, int (*kInit)(Context*),
           int (*kUpdate)(Context*, const void*, size_t), int (*kFinal)(uint8_t*, Context*)>
 class ContextHash : public Hash {

@@ -10,10 +10,12 @@
 
 #include <utility>
 
+#include "crypto/number.h"
+
 namespace Quill {
 namespace {
 
-// Parses the whole of `der` into `key`, which is replaced even when trailing bytes make this false.
+// Parses `der` into `key`. Trailing bytes make this false, after `key` was replaced.
 template <typename Key>
 bool ParseKey(Key* (*parse)(Key**, const uint8_t**, long), const std::vector<uint8_t>& der,
               bssl::UniquePtr<Key>& key) {
@@ -22,27 +24,31 @@ bool ParseKey(Key* (*parse)(Key**, const uint8_t**, long), const std::vector<uin
   return key && cursor != der.data() && cursor == der.data() + der.size();
 }
 
-// Writes `number` big-endian into exactly `size` bytes; false when it takes more or fewer.
-bool NumberToBytes(const BIGNUM* number, size_t size, std::vector<uint8_t>& out) {
-  if (BN_num_bytes(number) != size) return false;
-  out.resize(size);
-  return BN_bn2bin(number, out.data()) == size;
+// The work of every Init: parses the key, and keeps the digest object of a good one.
+template <typename Key>
+bool InitVerifier(Key* (*parse)(Key**, const uint8_t**, long), const std::vector<uint8_t>& der,
+                  std::unique_ptr<Hash> hash, bssl::UniquePtr<Key>& key,
+                  std::unique_ptr<Hash>& keptHash) {
+  if (!ParseKey(parse, der, key)) return false;
+  keptHash = std::move(hash);
+  return true;
 }
 
 }  // namespace
 
 bool RSAVerifier::Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr<Hash> hash) {
-  if (!ParseKey(d2i_RSA_PUBKEY, publicKeyDer, key_)) return false;
-  hash_ = std::move(hash);
-  return true;
+  return InitVerifier(d2i_RSA_PUBKEY, publicKeyDer, std::move(hash), key_, hash_);
 }
 
 bool RSAVerifier::GetPublicKey(std::vector<uint8_t>& out) const {
   if (!key_) return false;
   const BIGNUM* modulus = nullptr;
   RSA_get0_key(key_.get(), &modulus, nullptr, nullptr);
-  if (modulus == nullptr || RSA_size(key_.get()) == 0) return false;
-  return NumberToBytes(modulus, RSA_size(key_.get()), out);
+  if (modulus == nullptr) return false;
+  const size_t size = RSA_size(key_.get());
+  if (size == 0 || BN_num_bytes(modulus) != size) return false;
+  out = NumberToBytes(modulus);
+  return true;
 }
 
 bool RSAVerifier::Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> signature) const {
@@ -62,20 +68,19 @@ bool RSAPSSVerifier::Verify(const std::vector<uint8_t>& data,
 }
 
 bool DSAVerifier::Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr<Hash> hash) {
-  if (!ParseKey(d2i_DSA_PUBKEY, publicKeyDer, key_)) return false;
-  hash_ = std::move(hash);
-  return true;
+  return InitVerifier(d2i_DSA_PUBKEY, publicKeyDer, std::move(hash), key_, hash_);
 }
 
 bool DSAVerifier::GetPublicKey(std::vector<uint8_t>& out) const {
   if (!key_) return false;
-  const BIGNUM* q = nullptr;  // DSA_size cannot do without; a key may leave its parameters out
+  const BIGNUM* q = nullptr;  // DSA_size needs it, and a key may leave its parameters out
   DSA_get0_pqg(key_.get(), nullptr, &q, nullptr);
   if (q == nullptr || DSA_size(key_.get()) == 0) return false;
   const BIGNUM* publicValue = nullptr;
   DSA_get0_key(key_.get(), &publicValue, nullptr);
   if (publicValue == nullptr || BN_num_bytes(publicValue) == 0) return false;
-  return NumberToBytes(publicValue, BN_num_bytes(publicValue), out);
+  out = NumberToBytes(publicValue);
+  return true;
 }
 
 bool DSAVerifier::Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> signature) const {
@@ -85,9 +90,7 @@ bool DSAVerifier::Verify(const std::vector<uint8_t>& data, std::vector<uint8_t> 
 }
 
 bool ECDSAVerifier::Init(const std::vector<uint8_t>& publicKeyDer, std::unique_ptr<Hash> hash) {
-  if (!ParseKey(d2i_EC_PUBKEY, publicKeyDer, key_)) return false;
-  hash_ = std::move(hash);
-  return true;
+  return InitVerifier(d2i_EC_PUBKEY, publicKeyDer, std::move(hash), key_, hash_);
 }
 
 bool ECDSAVerifier::GetPublicKey(std::vector<uint8_t>& out) const {

@@ -24,7 +24,7 @@ bool X509Certificate::Parse(const std::vector<uint8_t>& der) {
   }
   certificate_.reset(X509_parse_from_buffer(buffer.get()));
   if (!certificate_) {
-    // Deliberate: v2 is named whatever the caller verifies.
+    // Deliberate: the text names v2 for every scheme.
     QUILL_LOGE("APK V2 has malformed certificate\n");
     return false;
   }
@@ -36,7 +36,7 @@ bool X509Certificate::GetPublicKey(std::vector<uint8_t>& out) {
     QUILL_LOGE("X509 certificate is not initialized\n");
     return false;
   }
-  ERR_clear_error();  // so that the line below tells of this certificate
+  ERR_clear_error();  // so that the line below names an error of this certificate
   const bssl::UniquePtr<EVP_PKEY> key(X509_get_pubkey(certificate_.get()));
   if (!key) {
     char reason[ERR_ERROR_STRING_BUF_LEN];

@@ -10,19 +10,19 @@
 
 namespace Quill {
 
-// A DER X.509 certificate, asked for nothing but its public key: its dates, names and extensions
-// and its own signature are not looked at.
+// A DER X.509 certificate, of which only the public key is used. Its dates, names, extensions and
+// its own signature are not checked.
 class X509Certificate {
  public:
   X509Certificate() = default;
   virtual ~X509Certificate() = default;
 
-  // Parses `der`, dropping a certificate parsed before. Returns false and logs one error line when
-  // it is empty or not a certificate.
-  bool Parse(const std::vector<uint8_t>& der);
-  // The public key as DER SubjectPublicKeyInfo. Returns false, logs one error line and leaves `out`
-  // when no certificate was parsed or its key is of no known kind.
-  bool GetPublicKey(std::vector<uint8_t>& out);
+  // Parses `der` and replaces a certificate parsed before. Returns false and logs one error line
+  // when `der` is empty or not a certificate.
+  [[nodiscard]] bool Parse(const std::vector<uint8_t>& der);
+  // Copies the public key as DER SubjectPublicKeyInfo. Returns false, logs one error line and does
+  // not change `out` when no certificate was parsed or the kind of its key is not known.
+  [[nodiscard]] bool GetPublicKey(std::vector<uint8_t>& out);
 
  private:
   bssl::UniquePtr<X509> certificate_;

@@ -88,7 +88,9 @@ ByteVector VerifiedKey(int fd, bool throughApk) {
     if (apk.IsGoodApk()) key = apk.GetManufacturerKey();
   } else {
     ApkPackage package(MapFileRO(fd));
-    if (package.ParseApkPackage() && package.VerifyApkPackage()) package.GetMainPublicKey(key);
+    if (package.ParseApkPackage() && package.VerifyApkPackage()) {
+      static_cast<void>(package.GetMainPublicKey(key));
+    }
   }
   return key;
 }

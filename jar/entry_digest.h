@@ -12,9 +12,11 @@
 
 namespace Quill {
 
-// The digests that a JAR manifest states, by entry name: the attribute's name, such as
+// The digests in a JAR manifest, by entry name: the name of the attribute, such as
 // "SHA-256-Digest", and its Base64 value.
 using EntryDigests = std::map<std::string, std::pair<std::string, std::string>>;
+
+// Collects one digest for each entry.
 [[nodiscard]] EntryDigests CollectEntryDigests(const ManifestMf& manifest);
 
 // Returns true when the digest of `data` is `expected`. `digestName` is "SHA1-Digest" or

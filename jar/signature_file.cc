@@ -2,7 +2,6 @@
 
 #include "jar/signature_file.h"
 
-#include <openssl/bn.h>
 #include <openssl/bytestring.h>
 #include <openssl/digest.h>
 #include <openssl/dsa.h>
@@ -19,6 +18,7 @@
 #include <quillon/base64.h>
 #include <quillon/digest.h>
 
+#include "crypto/number.h"
 #include "jar/pkcs7.h"
 #include "util/log.h"
 #include "util/text.h"
@@ -35,12 +35,6 @@ struct SignedDigest {
 std::string LibraryError() {
   char text[ERR_ERROR_STRING_BUF_LEN];
   return ERR_error_string(ERR_get_error(), text);
-}
-
-std::vector<uint8_t> NumberToBytes(const BIGNUM* number) {
-  std::vector<uint8_t> bytes(BN_num_bytes(number));
-  BN_bn2bin(number, bytes.data());
-  return bytes;
 }
 
 bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFile,
@@ -67,7 +61,7 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
   }
 }
 
-// The key of the block's last certificate. Null logs one error line.
+// Returns the key of the block's last certificate. Null logs one error line.
 bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
   const bssl::UniquePtr<STACK_OF(X509)> certificates(sk_X509_new_null());
   CBS content;
@@ -75,7 +69,7 @@ bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
   bssl::UniquePtr<EVP_PKEY> key;
   if (certificates && PKCS7_get_certificates(certificates.get(), &content) == 1 &&
       sk_X509_num(certificates.get()) != 0) {
-    // Deliberate: the last certificate counts, wherever the signer's stands.
+    // Deliberate: the last certificate counts, even if the signer's own stands before it.
     const size_t last = sk_X509_num(certificates.get()) - 1;
     key.reset(X509_get_pubkey(sk_X509_value(certificates.get(), last)));
   }
@@ -83,9 +77,9 @@ bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
   return key;
 }
 
-// The check of a signature: `result` is the crypto library's answer, 1 for a good signature, and
-// `publicKey` the signer's key bytes. False, with one error line, when the check could not be made;
-// `publicKey` is set even then if a key of the block's kind was found.
+// Check a signature with a key of their kind. They set `publicKey` to the signer's key bytes and
+// `result` to the crypto library's result, 1 for a good signature. Return false and log one error
+// line when the check cannot be made; `publicKey` is then set if the key was of the right kind.
 bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
               std::vector<uint8_t>& publicKey, int& result) {
   const bssl::UniquePtr<RSA> rsa(EVP_PKEY_get1_RSA(key));

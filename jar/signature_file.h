@@ -18,15 +18,15 @@ struct SignatureBlock {
 };
 
 // Returns true when `block` signs the bytes of the signature file. `name` is the file's entry name,
-// for the log. False logs one error line. `publicKey` receives the signer's key bytes, an RSA
-// modulus or a DSA public value, as soon as the block yields a key of its kind, even when the
+// for the log. False logs one error line. `publicKey` is set to the signer's key bytes, an RSA
+// modulus or a DSA public value, once the block was found to hold a key of its kind, even when the
 // signature then does not verify.
 [[nodiscard]] bool VerifySignatureFile(const SignatureBlock& block,
                                        const std::vector<uint8_t>& signatureFile,
                                        const std::string& name, std::vector<uint8_t>& publicKey);
 
-// The digest of the whole manifest, as a signature file states it. Both are empty when it states
-// none; the value also when it is not Base64.
+// The digest of the whole manifest in a signature file. Both members are empty when the file has
+// none; the value is empty also when it is not Base64.
 struct ManifestDigest {
   std::string name;  // such as "SHA-256-Digest"
   std::vector<uint8_t> value;

@@ -4,8 +4,7 @@
 
 #include <openssl/nid.h>
 
-#include <algorithm>
-
+#include "util/log.h"
 #include "util/nothrow.h"
 
 namespace Quill {
@@ -26,14 +25,33 @@ constexpr std::array<SignatureAlgorithm, 7> kAlgorithms = {{
     {0x0301, NID_sha256, Make<DSAVerifier>},
 }};
 
+// Returns the algorithm, or null.
+const SignatureAlgorithm* FindAlgorithm(uint32_t id) {
+  const auto* found = std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
+                                   [id](const auto& algorithm) { return algorithm.id == id; });
+  return found == kAlgorithms.end() ? nullptr : found;
+}
+
 }  // namespace
 
 const std::array<SignatureAlgorithm, 7>& SignatureAlgorithms() { return kAlgorithms; }
 
-const SignatureAlgorithm* FindSignatureAlgorithm(uint32_t id) {
-  const auto* found = std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
-                                   [id](const auto& algorithm) { return algorithm.id == id; });
-  return found == kAlgorithms.end() ? nullptr : found;
+std::unique_ptr<Hash> CreateHash(uint32_t algorithmId) {
+  const SignatureAlgorithm* algorithm = FindAlgorithm(algorithmId);
+  if (algorithm == nullptr) {
+    QUILL_LOGE("Not supported crypto algorithms for hash: 0x%x", algorithmId);
+    return nullptr;
+  }
+  return Hash::CreateHashFromAlgoId(algorithm->digestNid);
+}
+
+std::unique_ptr<Verifier> CreateVerifier(uint32_t algorithmId) {
+  const SignatureAlgorithm* algorithm = FindAlgorithm(algorithmId);
+  if (algorithm == nullptr) {
+    QUILL_LOGE("Not supported crypto algorithms for verifier: 0x%x", algorithmId);
+    return nullptr;
+  }
+  return algorithm->verifier();
 }
 
 }  // namespace Quill

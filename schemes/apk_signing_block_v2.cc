@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "schemes/signer_fields.h"
 #include "util/log.h"
 
 namespace Quill {
@@ -16,7 +17,7 @@ constexpr uint32_t kStrippingProtectionId = 0xbeeff00d;
 
 bool ApkSigningBlockV2::Parse() {
   std::vector<SignerV2> signers;
-  const bool parsed = ParseSigners([&signers](ByteCursor fields, bool isWhole) {
+  const bool parsed = ParseSigners(PairValue(), [&signers](ByteCursor fields, bool isWhole) {
     SignerV2 signer;
     if (!ParseSigner(fields, isWhole, signer)) {
       QUILL_LOGE("Can't parse signer data");
@@ -61,7 +62,7 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
       QUILL_LOGE("Additional attributes is small: %zu", attribute.value.size());
       return false;
     }
-    // Deliberate: compared with 2, not with the 3 that the message speaks of.
+    // Deliberate: compared with 2, although the message names 3.
     if (scheme == 2) {
       QUILL_LOGE(
           "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was "

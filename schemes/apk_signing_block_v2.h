@@ -9,13 +9,13 @@
 
 namespace Quill {
 
-// APK Signature Scheme v2: every signer of the block is verified and yields one public key, in wire
-// order.
+// APK Signature Scheme v2. Verify verifies every signer of the block and finds one public key for
+// each, in wire order.
 class ApkSigningBlockV2 : public ApkSignatureBlockBase {
  public:
   struct SignedDataV2 {
-    std::vector<uint8_t>
-        data;  // a private copy of what the signature covers; the rest is read from it
+    // A private copy of what the signature covers. The other members are parsed from it.
+    std::vector<uint8_t> data;
     std::vector<Digest> digests;
     std::vector<std::vector<uint8_t>> certificates;  // DER
     std::vector<Attribute> attributes;
@@ -28,20 +28,20 @@ class ApkSigningBlockV2 : public ApkSignatureBlockBase {
 
   using ApkSignatureBlockBase::ApkSignatureBlockBase;
 
-  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
-  bool Parse() override;
-  bool Verify() override;
+  [[nodiscard]] bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
+  [[nodiscard]] bool Parse() override;
+  [[nodiscard]] bool Verify() override;
 
-  // Reads the signer at a pointer; null is refused. False logs one error line per level that
+  // Parses the signer at a pointer. Null fails. False logs one error line for each level that
   // failed.
-  static bool ParseSigner(const LengthValueItem* item, SignerV2& signer);
-  // Reads the other members from `data`. False logs one error line.
-  static bool ParseSignedData(SignedDataV2& signedData);
+  [[nodiscard]] static bool ParseSigner(const LengthValueItem* item, SignerV2& signer);
+  // Parses `data` into the other members. False logs one error line.
+  [[nodiscard]] static bool ParseSignedData(SignedDataV2& signedData);
 
  private:
-  // As above, with what the pair holds of the signer.
-  static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV2& signer);
-  bool VerifySigner(const SignerV2& signer);
+  // As above, from the bytes of the signer that the pair holds.
+  [[nodiscard]] static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV2& signer);
+  [[nodiscard]] bool VerifySigner(const SignerV2& signer);
 
   std::vector<SignerV2> signers_;
 };

@@ -6,6 +6,7 @@
 
 #include <quillon/system.h>
 
+#include "schemes/signer_fields.h"
 #include "util/log.h"
 
 namespace Quill {
@@ -13,7 +14,7 @@ namespace {
 
 constexpr uint32_t kProofOfRotationId = 0x3ba06f8c;
 
-// A number that is cut short counts as 0 and leaves nothing for the next field.
+// Takes a number. One that is cut short counts as 0 and leaves nothing for the next field.
 uint32_t TakeNumber(ByteCursor& fields) {
   uint32_t number = 0;
   if (!fields.TakeU32(number)) fields = {};
@@ -38,9 +39,9 @@ bool TakeSdkRange(ByteCursor& fields, uint32_t& minSdk, uint32_t& maxSdk) {
 
 bool ApkSigningBlockV3::Parse() {
   std::vector<SignerV3> signers;
-  const bool parsed = ParseSigners([&signers](ByteCursor fields, bool isWhole) {
+  const bool parsed = ParseSigners(PairValue(), [&signers](ByteCursor fields, bool isWhole) {
     SignerV3 signer;
-    // Deliberate: unlike v2, no line beside the parser's own.
+    // Deliberate: unlike v2, no line is added to those of ParseSigner.
     if (!ParseSigner(fields, isWhole, signer)) return false;
     signers.push_back(std::move(signer));
     return true;
@@ -85,7 +86,7 @@ bool ApkSigningBlockV3::ParseSignedData(SignedDataV3& signedData) {
 bool ApkSigningBlockV3::ParseAdditionalAttributes(SignedDataV3& signedData) {
   for (const Attribute& attribute : signedData.attributes) {
     if (attribute.id != kProofOfRotationId) continue;
-    // Deliberate: a second record is refused only when the first held a level.
+    // Deliberate: a second record is rejected only when the first held a level.
     if (!signedData.proofOfRotation.empty()) {
       QUILL_LOGE("There can't be multiple proof of rotation data");
       return false;
@@ -96,6 +97,27 @@ bool ApkSigningBlockV3::ParseAdditionalAttributes(SignedDataV3& signedData) {
     }
   }
   return true;
+}
+
+bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
+                                             std::vector<ProofOfRotation>& chain) {
+  return Quill::ParseProofOfRotation(value, chain);
+}
+
+bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level,
+                                                  ProofOfRotation& out) {
+  return level != nullptr && Quill::ParseProofOfRotationLevel(ItemBody(level), out);
+}
+
+bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
+                                                       RotationParsedCertificate& out) {
+  return Quill::ParseProofOfRotationSignedData(data, out);
+}
+
+bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
+                                            const std::vector<uint8_t>& signingCertificate,
+                                            std::vector<std::vector<uint8_t>>& publicKeys) {
+  return Quill::VerifyProofRotation(chain, signingCertificate, publicKeys);
 }
 
 bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
@@ -109,7 +131,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
   for (const SignerV3& signer : signers_) {
     const SignedDataV3& signedData = signer.signedData;
     if (signer.minSdk != signedData.minSdk || signer.maxSdk != signedData.maxSdk) {
-      // Deliberate: the text with its slips is what log readers know.
+      // Deliberate: log readers know this text with its slips.
       QUILL_LOGE(
           "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed "
           "data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",

@@ -10,9 +10,9 @@
 
 namespace Quill {
 
-// APK Signature Scheme v3: exactly one signer must cover the running platform's SDK version, and
-// only that one is verified. The public keys are those of its lineage, the oldest first, and last
-// its own.
+// APK Signature Scheme v3. Exactly one signer must cover the running platform's SDK version, and
+// only that one is verified. Verify finds the public keys of its lineage, the oldest first, and
+// last the signer's own.
 class ApkSigningBlockV3 : public ApkSignatureBlockBase {
  public:
   using RotationParsedCertificate = Quill::RotationParsedCertificate;
@@ -20,8 +20,8 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
   using ProofOfRotation = Quill::ProofOfRotation;
 
   struct SignedDataV3 {
-    std::vector<uint8_t>
-        data;  // a private copy of what the signature covers; the rest is read from it
+    // A private copy of what the signature covers. The other members are parsed from it.
+    std::vector<uint8_t> data;
     uint32_t minSdk = 0;
     uint32_t maxSdk = 0;
     std::vector<Digest> digests;
@@ -39,42 +39,38 @@ class ApkSigningBlockV3 : public ApkSignatureBlockBase {
 
   using ApkSignatureBlockBase::ApkSignatureBlockBase;
 
-  bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
-  bool Parse() override;
+  [[nodiscard]] bool VerifyAttributes(const std::vector<Attribute>& attributes) override;
+  [[nodiscard]] bool Parse() override;
   // Throws what GetVersionSDK throws for an SDK property that is not a number.
-  bool Verify() override;
+  [[nodiscard]] bool Verify() override;
 
-  // Reads the signer at a pointer; null is refused. False logs one error line per level that
+  // Parses the signer at a pointer. Null fails. False logs one error line for each level that
   // failed.
-  static bool ParseSigner(const LengthValueItem* item, SignerV3& signer);
-  // Reads the other members from `data`. False logs one error line, two for the lineage.
-  static bool ParseSignedData(SignedDataV3& signedData);
-  // Reads the lineage out of `attributes`. False logs one error line.
-  static bool ParseAdditionalAttributes(SignedDataV3& signedData);
+  [[nodiscard]] static bool ParseSigner(const LengthValueItem* item, SignerV3& signer);
+  // Parses `data` into the other members. False logs one error line, two for the lineage.
+  [[nodiscard]] static bool ParseSignedData(SignedDataV3& signedData);
+  // Parses the lineage in `attributes`. False logs one error line.
+  [[nodiscard]] static bool ParseAdditionalAttributes(SignedDataV3& signedData);
 
-  // Read a lineage, one level and a level's signed part; they log nothing. `value` is an
-  // attribute's stored value, four bytes longer than its own; a null level is refused. Levels read
-  // before a bad one stay in `chain`.
-  static bool ParseProofOfRotation(const std::vector<uint8_t>& value,
-                                   std::vector<ProofOfRotation>& chain);
-  static bool ParseProofOfRotationLevel(const LengthValueItem* level, ProofOfRotation& out);
-  static bool ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
-                                             RotationParsedCertificate& out);
+  // See the functions of the same names in proof_of_rotation.h. A null level fails.
+  [[nodiscard]] static bool ParseProofOfRotation(const std::vector<uint8_t>& value,
+                                                 std::vector<ProofOfRotation>& chain);
+  [[nodiscard]] static bool ParseProofOfRotationLevel(const LengthValueItem* level,
+                                                      ProofOfRotation& out);
+  [[nodiscard]] static bool ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
+                                                           RotationParsedCertificate& out);
+  [[nodiscard]] static bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
+                                                const std::vector<uint8_t>& signingCertificate,
+                                                std::vector<std::vector<uint8_t>>& publicKeys);
 
-  // Checks every link of `chain`, whose last certificate must be `signingCertificate`, and appends
-  // the public keys of all levels but the last to `publicKeys`. An empty chain passes. False logs
-  // one error line, after a certificate's own; keys appended before stay.
-  static bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
-                                  const std::vector<uint8_t>& signingCertificate,
-                                  std::vector<std::vector<uint8_t>>& publicKeys);
-
-  // Copies the signer for the running platform. False logs one error line when there is not exactly
-  // one, or when any signer's SDK range differs from the one in its signed data.
-  bool FindSigner(SignerV3& out);
+  // Copies the signer for the running platform. Returns false and logs one error line when there is
+  // not exactly one, or when a signer's SDK range differs from the one in its signed data.
+  [[nodiscard]] bool FindSigner(SignerV3& out);
 
  private:
-  // As above, with what the pair holds of the signer.
-  static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV3& signer);
+  // As above, from the bytes of the signer that the pair holds.
+  [[nodiscard]] static bool ParseSigner(ByteCursor fields, bool isWhole, SignerV3& signer);
+
   std::vector<SignerV3> signers_;
 };
 

@@ -8,32 +8,35 @@
 #include <utility>
 
 #include "crypto/x509_certificate.h"
-#include "schemes/apk_signing_block_v3.h"
+#include "schemes/algorithms.h"
 #include "util/log.h"
 
 namespace Quill {
 namespace {
 
-// The four bytes that every stored attribute value carries behind its own.
+// Every stored attribute value has four bytes more than its own.
 constexpr uint64_t kTrailing = 4;
+
+// Certificates by content; borrows them.
+using CertificateSet =
+    std::set<std::reference_wrapper<const std::vector<uint8_t>>, std::less<std::vector<uint8_t>>>;
 
 const std::vector<uint8_t>& CertificateOf(const ProofOfRotation& level) {
   return level.rotationCertificate.parsed.certificate;
 }
 
-// Checks the signature of level `number` with the key of the level before, which is appended to
-// `publicKeys`.
+// Verifies the signature of level `number` with the key of the level before, and appends that key
+// to `publicKeys`.
 bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
                 const ProofOfRotation& level, size_t number,
                 std::vector<std::vector<uint8_t>>& publicKeys) {
-  const std::unique_ptr<Hash> hash = ApkSignatureBlockBase::CreateHashFromAlgoId(algorithmId);
+  const std::unique_ptr<Hash> hash = CreateHash(algorithmId);
   if (!hash) {
     QUILL_LOGE("Can't find supporting hash algo for certificate in proof of rotation chain: #%zu",
                number);
     return false;
   }
-  const std::unique_ptr<Verifier> verifier =
-      ApkSignatureBlockBase::CreateVerifierFromAlgoId(algorithmId);
+  const std::unique_ptr<Verifier> verifier = CreateVerifier(algorithmId);
   if (!verifier) {
     QUILL_LOGE("Can't create verifier object for certificate in proof of rotation chain: #%zu",
                number);
@@ -57,27 +60,39 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
   return true;
 }
 
-bool ParseLevel(ByteCursor fields, ProofOfRotation& out) {
-  ByteCursor signedPart;
-  if (!fields.TakeLengthValue(signedPart)) return false;
-  out.rotationCertificate.data = signedPart.ToVector();
-  if (!ApkSigningBlockV3::ParseProofOfRotationSignedData(out.rotationCertificate.data,
-                                                         out.rotationCertificate.parsed)) {
+// Reads the public key of the certificate that the lineage starts with.
+bool ReadFirstKey(const std::vector<uint8_t>& der, std::vector<uint8_t>& key) {
+  X509Certificate certificate;
+  if (!certificate.Parse(der)) {
+    // Deliberate: the slip in the message is what log readers know.
+    QUILL_LOGE("Can't parse X509 certificate for certificate in proof ofrotation chain");
     return false;
   }
-  ByteCursor signature;
-  if (!fields.TakeU32(out.flags) || !fields.TakeU32(out.signatureAlgorithmId) ||
-      !fields.TakeLengthValue(signature)) {
+  if (!certificate.GetPublicKey(key)) {
+    QUILL_LOGE("Can't get public key for certificate in proof of rotation chain");
     return false;
   }
-  out.signature = signature.ToVector();
-  return true;  // what is left of the level is ignored
+  return true;
+}
+
+// Reads the public key of the certificate of level `number`.
+bool ReadKey(const std::vector<uint8_t>& der, size_t number, std::vector<uint8_t>& key) {
+  X509Certificate certificate;
+  if (!certificate.Parse(der)) {
+    QUILL_LOGE("Can't parse X509 certificate for certificate in proof of rotation chain: #%zu",
+               number);
+    return false;
+  }
+  if (!certificate.GetPublicKey(key)) {
+    QUILL_LOGE("Can't get public key from certificate in proof of rotation chain: #%zu", number);
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
 
-bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
-                                             std::vector<ProofOfRotation>& chain) {
+bool ParseProofOfRotation(const std::vector<uint8_t>& value, std::vector<ProofOfRotation>& chain) {
   ByteCursor cursor(value);
   ByteCursor levels;
   uint32_t version;
@@ -88,19 +103,14 @@ bool ApkSigningBlockV3::ParseProofOfRotation(const std::vector<uint8_t>& value,
   while (levels.Remaining() != 0) {
     ByteCursor fields;
     ProofOfRotation level;
-    if (!levels.TakeLengthValue(fields) || !ParseLevel(fields, level)) return false;
+    if (!levels.TakeLengthValue(fields) || !ParseProofOfRotationLevel(fields, level)) return false;
     chain.push_back(std::move(level));
   }
   return true;
 }
 
-bool ApkSigningBlockV3::ParseProofOfRotationLevel(const LengthValueItem* level,
-                                                  ProofOfRotation& out) {
-  return level != nullptr && ParseLevel(ItemBody(level), out);
-}
-
-bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
-                                                       RotationParsedCertificate& out) {
+bool ParseProofOfRotationSignedData(const std::vector<uint8_t>& data,
+                                    RotationParsedCertificate& out) {
   ByteCursor fields(data);
   ByteCursor certificate;
   if (!fields.TakeLengthValue(certificate)) return false;
@@ -108,30 +118,38 @@ bool ApkSigningBlockV3::ParseProofOfRotationSignedData(const std::vector<uint8_t
   return fields.TakeU32(out.signedAlgorithmId) && fields.Remaining() == 0;
 }
 
-bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
-                                            const std::vector<uint8_t>& signingCertificate,
-                                            std::vector<std::vector<uint8_t>>& publicKeys) {
+bool ParseProofOfRotationLevel(ByteCursor fields, ProofOfRotation& out) {
+  ByteCursor signedPart;
+  if (!fields.TakeLengthValue(signedPart)) return false;
+  out.rotationCertificate.data = signedPart.ToVector();
+  if (!ParseProofOfRotationSignedData(out.rotationCertificate.data,
+                                      out.rotationCertificate.parsed)) {
+    return false;
+  }
+  ByteCursor signature;
+  if (!fields.TakeU32(out.flags) || !fields.TakeU32(out.signatureAlgorithmId) ||
+      !fields.TakeLengthValue(signature)) {
+    return false;
+  }
+  out.signature = signature.ToVector();
+  return true;  // the rest of the level is ignored
+}
+
+bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
+                         const std::vector<uint8_t>& signingCertificate,
+                         std::vector<std::vector<uint8_t>>& publicKeys) {
   if (chain.empty()) return true;
   if (CertificateOf(chain.back()) != signingCertificate) {
-    // Deliberate: the blanks here and the slip in the next message are what log readers know.
+    // Deliberate: the blanks in the message are what log readers know.
     QUILL_LOGE(
         "Terminal certificate in Proof-of-rotation record does not match             APK signing "
         "certificate");
     return false;
   }
-  X509Certificate certificate;
-  if (!certificate.Parse(CertificateOf(chain.front()))) {
-    QUILL_LOGE("Can't parse X509 certificate for certificate in proof ofrotation chain");
-    return false;
-  }
   std::vector<uint8_t> previousKey;
-  if (!certificate.GetPublicKey(previousKey)) {
-    QUILL_LOGE("Can't get public key for certificate in proof of rotation chain");
-    return false;
-  }
+  if (!ReadFirstKey(CertificateOf(chain.front()), previousKey)) return false;
 
-  std::set<std::reference_wrapper<const std::vector<uint8_t>>, std::less<std::vector<uint8_t>>>
-      seen{CertificateOf(chain.front())};
+  CertificateSet seen{CertificateOf(chain.front())};
   for (size_t i = 1; i < chain.size(); ++i) {
     const ProofOfRotation& level = chain[i];
     const size_t number = i + 1;
@@ -145,15 +163,7 @@ bool ApkSigningBlockV3::VerifyProofRotation(const std::vector<ProofOfRotation>& 
                  number);
       return false;
     }
-    if (!certificate.Parse(CertificateOf(level))) {
-      QUILL_LOGE("Can't parse X509 certificate for certificate in proof of rotation chain: #%zu",
-                 number);
-      return false;
-    }
-    if (!certificate.GetPublicKey(previousKey)) {
-      QUILL_LOGE("Can't get public key from certificate in proof of rotation chain: #%zu", number);
-      return false;
-    }
+    if (!ReadKey(CertificateOf(level), number, previousKey)) return false;
   }
   return true;
 }

@@ -3,8 +3,43 @@
 #include "schemes/signer_items.h"
 
 #include <cstring>
+#include <utility>
 
 namespace Quill {
+namespace {
+
+template <typename Record>
+bool ParseAlgorithmItem(ByteCursor item, Record& out) {
+  uint32_t id;
+  uint32_t valueLength;
+  if (!item.TakeU32(id) || !item.TakeU32(valueLength) || item.Remaining() != valueLength) {
+    return false;
+  }
+  out = {id, item.ToVector()};
+  return true;
+}
+
+// Calls `parse` for every item of a sequence: with its body, with the bytes behind it in the
+// sequence, and with the record to fill.
+template <typename Record, typename Parse>
+bool ParseEach(ByteCursor items, std::vector<Record>& out, Parse parse) {
+  while (items.Remaining() != 0) {
+    ByteCursor item;
+    Record record;
+    if (!items.TakeLengthValue(item) || !parse(item, items.Remaining(), record)) return false;
+    out.push_back(std::move(record));
+  }
+  return true;
+}
+
+template <typename Record>
+bool ParseAlgorithmSequence(ByteCursor items, std::vector<Record>& out) {
+  return ParseEach(items, out, [](ByteCursor item, uint64_t, Record& record) {
+    return ParseAlgorithmItem(item, record);
+  });
+}
+
+}  // namespace
 
 ByteCursor ItemBody(const LengthValueItem* item) {
   uint32_t length;
@@ -20,15 +55,12 @@ bool TakeItemAtMost(ByteCursor& cursor, ByteCursor& out) {
   return hasLength && out.Remaining() == length;
 }
 
-bool TakeCertificate(ByteCursor& items, std::vector<uint8_t>& out) {
-  ByteCursor body;
-  if (!items.TakeLengthValue(body)) return false;
-  out = body.ToVector();
-  return true;
-}
+bool ParseItem(ByteCursor item, Digest& out) { return ParseAlgorithmItem(item, out); }
 
-void ReadAttributeItem(ByteCursor item, uint64_t behind, Attribute& out) {
-  // ID and value are read without regard to the item's own end, 4 bytes past it.
+bool ParseItem(ByteCursor item, Signature& out) { return ParseAlgorithmItem(item, out); }
+
+void ParseItem(ByteCursor item, uint64_t behind, Attribute& out) {
+  // ID and value together are 4 bytes longer than the item: its end does not bound them.
   ByteCursor source(item.Data(), item.Remaining() + behind);
   const ByteCursor id = source.TakeAtMost(sizeof out.id);
   out.id = 0;
@@ -37,11 +69,26 @@ void ReadAttributeItem(ByteCursor item, uint64_t behind, Attribute& out) {
   out.value.resize(item.Remaining());
 }
 
-bool TakeAttributeItem(ByteCursor& items, uint64_t following, Attribute& out) {
-  ByteCursor item;
-  if (!items.TakeLengthValue(item)) return false;
-  ReadAttributeItem(item, items.Remaining() + following, out);
-  return true;
+bool ParseSequence(ByteCursor items, std::vector<Digest>& out) {
+  return ParseAlgorithmSequence(items, out);
+}
+
+bool ParseSequence(ByteCursor items, std::vector<Signature>& out) {
+  return ParseAlgorithmSequence(items, out);
+}
+
+bool ParseSequence(ByteCursor items, std::vector<std::vector<uint8_t>>& out) {
+  return ParseEach(items, out, [](ByteCursor item, uint64_t, std::vector<uint8_t>& der) {
+    der = item.ToVector();
+    return true;
+  });
+}
+
+bool ParseSequence(ByteCursor items, uint64_t following, std::vector<Attribute>& out) {
+  return ParseEach(items, out, [following](ByteCursor item, uint64_t behind, Attribute& attribute) {
+    ParseItem(item, behind + following, attribute);
+    return true;
+  });
 }
 
 }  // namespace Quill

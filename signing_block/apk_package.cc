@@ -21,7 +21,7 @@ constexpr uint64_t kChunkSize = 1 << 20;
 constexpr uint64_t kRegions = 3;
 constexpr uint64_t kFooterSize = sizeof(ApkSigningBlockFooter);
 
-// Appends the region in consecutive pieces of kChunkSize; the last holds the remainder.
+// Appends the region in consecutive pieces of kChunkSize; the last one may be shorter.
 void AppendChunks(const uint8_t* data, uint64_t length, std::vector<RawData>& chunks) {
   for (uint64_t offset = 0; offset < length; offset += kChunkSize) {
     chunks.push_back({data + offset, std::min(kChunkSize, length - offset)});
@@ -33,6 +33,33 @@ const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& p
     return CopyRecord<ApkSignatureBlock>(pair).id == id;
   });
   return found == pairs.end() ? nullptr : *found;
+}
+
+// Moves behind the next pair. False logs one error line.
+bool SkipPair(ByteCursor& pairs) {
+  const auto remaining = static_cast<ptrdiff_t>(pairs.Remaining());
+  uint64_t length;
+  if (!pairs.TakeU64(length)) {
+    QUILL_LOGE(
+        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
+        "remaining_space: %td\n",
+        remaining);
+    return false;
+  }
+  if (length < sizeof(ApkSignatureBlock::id)) {
+    QUILL_LOGE("Bad lenght of APK Signing Block: 0x%llx\n",
+               static_cast<unsigned long long>(length));
+    return false;
+  }
+  ByteCursor body;
+  if (!pairs.Take(length, body)) {
+    QUILL_LOGE(
+        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
+        "remaining_space: %td block->len: %lld\n",
+        remaining, static_cast<long long>(length));
+    return false;
+  }
+  return true;
 }
 
 }  // namespace
@@ -53,9 +80,9 @@ const EocdRecord* ApkPackage::FindEocdRecord() const {
   const uint64_t fileSize = mapping_->Size();
   if (fileSize < kLeastOffset + kRecordSize) return nullptr;
 
-  // Deliberate: the whole file is searched, not just the longest comment, and the comment length is
-  // not looked at.
-  // Byte by byte: its author chooses how often one byte of the signature stands in the file.
+  // Deliberate: the whole file is searched, not only as far back as the longest comment reaches,
+  // and the record's comment length is not compared. Plain scan: the attacker controls how often
+  // any signature byte occurs, so a byte search has no better worst case.
   for (uint64_t offset = fileSize - kRecordSize; offset >= kLeastOffset; --offset) {
     const auto* record = reinterpret_cast<const EocdRecord*>(mapping_->Data() + offset);
     if (CopyRecord<EocdRecord>(record).signature == EocdRecord::kSignature) return record;
@@ -107,7 +134,7 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
   ByteCursor cursor;
   uint64_t size;
   if (!rest.TakeU64(size) || size < kFooterSize || !rest.Take(size - kFooterSize, cursor)) {
-    // Deliberate: the one message here at info priority; the slips of the others are kept as well.
+    // Deliberate: this is the only message here at info priority. The slips in the others stay.
     QUILL_LOGI(
         "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing "
         "Block\n");
@@ -116,30 +143,8 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
 
   std::vector<const ApkSignatureBlock*> pairs;
   while (cursor.Remaining() != 0) {
-    const auto* pair = reinterpret_cast<const ApkSignatureBlock*>(cursor.Data());
-    const auto remaining = static_cast<ptrdiff_t>(cursor.Remaining());
-    uint64_t length;
-    if (!cursor.TakeU64(length)) {
-      QUILL_LOGE(
-          "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
-          "remaining_space: %td\n",
-          remaining);
-      return false;
-    }
-    if (length < sizeof pair->id) {
-      QUILL_LOGE("Bad lenght of APK Signing Block: 0x%llx\n",
-                 static_cast<unsigned long long>(length));
-      return false;
-    }
-    ByteCursor body;
-    if (!cursor.Take(length, body)) {
-      QUILL_LOGE(
-          "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
-          "remaining_space: %td block->len: %lld\n",
-          remaining, static_cast<long long>(length));
-      return false;
-    }
-    pairs.push_back(pair);
+    pairs.push_back(reinterpret_cast<const ApkSignatureBlock*>(cursor.Data()));
+    if (!SkipPair(cursor)) return false;
   }
   out = std::move(pairs);
   return true;
@@ -210,8 +215,8 @@ std::unique_ptr<ApkSignatureBlockBase> ApkPackage::CreateApkSignatureBlock(
 }
 
 bool ApkPackage::VerifyApkPackage() {
-  // The rest of the file, which the parse found to be the record and its comment. The length field
-  // is not trusted a second time: the file may be changing under the mapping.
+  // Copies the rest of the file: ParseApkPackage has checked that it is the record and its comment.
+  // The length field in the copy is computed, because the file may have changed since.
   const uint64_t eocdOffset = OffsetOf(eocd_);
   std::vector<uint8_t> eocdCopy(mapping_->Data() + eocdOffset, mapping_->Data() + mapping_->Size());
   auto* eocd = reinterpret_cast<EocdRecord*>(eocdCopy.data());

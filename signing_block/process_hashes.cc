@@ -18,7 +18,7 @@ void Begin(Hash& hash, uint8_t prefix, uint32_t count) {
   hash.Update(&count, sizeof count);
 }
 
-// Reads bytes a page apart, for whoever reads the chunk next.
+// Faults the pages in for the worker that digests this chunk.
 void TouchPages(const RawData& chunk) {
   constexpr uint64_t kSmallestPage = 4096;
   for (uint64_t offset = 0; offset < chunk.length; offset += kSmallestPage) {
@@ -26,11 +26,12 @@ void TouchPages(const RawData& chunk) {
   }
 }
 
-// Threads that are joined, in the order of their start, whichever way the scope is left. What one
-// of them throws is kept for the thread that joins.
+// Threads that are joined in the order of their start, at the latest when the scope ends. Join
+// throws again what one of them has thrown.
 class JoinedThreads {
  public:
-  // Room for `count` threads, so that Start never fails with a thread running and no place for it.
+  // Reserves room for `count` threads first: if emplace_back threw after a start, that thread would
+  // never be joined.
   explicit JoinedThreads(size_t count) : errors_(count) { threads_.reserve(count); }
   JoinedThreads(const JoinedThreads&) = delete;
   JoinedThreads& operator=(const JoinedThreads&) = delete;
@@ -46,7 +47,7 @@ class JoinedThreads {
       }
     });
   }
-  // Joins all, then throws what the first of those that failed has thrown.
+  // Joins all threads. Then throws what the first one that failed has thrown.
   void Join() {
     JoinAll();
     for (const std::exception_ptr& error : errors_) {
@@ -87,15 +88,15 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
       const auto first = chunks_.begin() + static_cast<ptrdiff_t>(i * chunksPerWorker);
       const bool last = i + 1 == workerCount;
       const auto end = last ? chunks_.end() : first + static_cast<ptrdiff_t>(chunksPerWorker);
-      if (workerCount > 1) chunkLists[i].assign(first, end);  // a lone worker takes the whole list
+      if (workerCount > 1) chunkLists[i].assign(first, end);  // a single worker uses the whole list
       digestLists[i].reserve(static_cast<size_t>(end - first));
       hashes[i] = hash->Clone();
       if (!hashes[i]) return false;
       workers.Start([&chunks = workerCount > 1 ? chunkLists[i] : chunks_, &clone = hashes[i],
                      &digests = digestLists[i]] { DoCalcChunkHashes(chunks, clone, digests); });
     }
-    // The caller would wait, with a hardware thread left to it. It takes page faults upon itself,
-    // ahead of the workers; the few chunks left over are not worth it.
+    // This thread has nothing else to do, and GetNumThreads leaves a hardware thread for it. So it
+    // takes the page faults, ahead of the workers, but for the few chunks of an uneven division.
     for (size_t chunk = 0; chunk < chunksPerWorker; ++chunk) {
       for (size_t i = 0; i < workerCount; ++i) TouchPages(chunks_[i * chunksPerWorker + chunk]);
     }

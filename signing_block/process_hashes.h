@@ -11,8 +11,8 @@
 
 namespace Quill {
 
-// The content digest of a package: every chunk is digested with a prefix, on several threads, and
-// the digest over all chunk digests, in chunk order, is the top digest. Prefixes, integers
+// Computes the content digest of a package. Several threads digest the chunks, each with a prefix.
+// The top digest covers all chunk digests in chunk order, with a prefix of its own. Integers are
 // little-endian:
 //
 //   chunk digest: 0xa5, 32-bit length of the chunk, the chunk's bytes
@@ -28,28 +28,29 @@ class ProcessHashes {
 
   virtual ~ProcessHashes() = default;
 
-  // Computes the top digest. `hash` names the algorithm: each worker digests with a clone of it,
-  // the top digest is made with `hash` itself. Returns false when there are no chunks or a clone
+  // Computes the top digest. `hash` chooses the algorithm: each worker uses a clone of it, and the
+  // top digest is computed with `hash` itself. Returns false when there are no chunks or a clone
   // cannot be allocated. Throws std::system_error when a thread cannot be started, and
-  // std::bad_alloc when memory runs out here or on one of the threads. No thread outlives the call,
-  // whichever way it ends. The calling thread has the kernel map the chunks' pages meanwhile.
-  virtual bool Run(std::unique_ptr<Hash>& hash);
+  // std::bad_alloc when memory runs out here or on one of the threads. All threads have ended when
+  // this returns or throws. Meanwhile the calling thread reads the chunks' pages, so that the
+  // workers find them in memory.
+  [[nodiscard]] virtual bool Run(std::unique_ptr<Hash>& hash);
 
-  // The result of the last successful Run, else empty.
+  // Returns the result of the last Run; empty before one and after one that failed.
   const std::vector<uint8_t>& TopDigest() const { return topDigest_; }
 
-  // Worker threads that this machine warrants: its hardware threads but one, at least 1, at most 7.
-  static unsigned int GetNumThreads();
+  // Returns the number of worker threads: the hardware threads but one, at least 1, at most 7.
+  [[nodiscard]] static unsigned int GetNumThreads();
 
-  static std::vector<uint8_t> CalcChunkHash(const uint8_t* data, unsigned int length,
-                                            std::unique_ptr<Hash>& hash);
-  // A worker: appends the digest of every chunk, in order, to `out`.
+  [[nodiscard]] static std::vector<uint8_t> CalcChunkHash(const uint8_t* data, unsigned int length,
+                                                          std::unique_ptr<Hash>& hash);
+  // Runs on a worker thread: appends the digest of every chunk, in order, to `out`.
   static void DoCalcChunkHashes(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
                                 Digests& out);
-  // Digest over all chunk digests: worker by worker, each worker's in order.
-  static std::vector<uint8_t> CalcTopHash(const std::vector<Digests>& digestsPerWorker,
-                                          std::unique_ptr<Hash>& hash);
-  // The last thread: replaces `out` with CalcTopHash's result.
+  // Computes the digest over all chunk digests: worker by worker, those of each in order.
+  [[nodiscard]] static std::vector<uint8_t> CalcTopHash(
+      const std::vector<Digests>& digestsPerWorker, std::unique_ptr<Hash>& hash);
+  // Runs on the last thread: replaces `out` with the result of CalcTopHash.
   static void DoCalcTopHash(std::unique_ptr<Hash>& hash,
                             const std::vector<Digests>& digestsPerWorker,
                             std::vector<uint8_t>& out);

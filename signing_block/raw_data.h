@@ -6,7 +6,7 @@
 
 namespace Quill {
 
-// One region of the package to be digested. Borrows the bytes.
+// A piece of the package that is to be digested. The bytes are borrowed.
 struct RawData {
   const uint8_t* data;
   uint64_t length;  // bytes

@@ -6,9 +6,9 @@
 #include <cstdint>
 #include <cstring>
 
-// On-disk records that stand around the APK Signing Block. All integers are little-endian and none
-// is aligned. Bind no reference to a field: copy the record and use the copy, because the file may
-// change under its mapping.
+// The records of a package file around the APK Signing Block, and those in it. All integers are
+// little-endian, and none is aligned. Copy a record and use the copy, because the file may change
+// while it is mapped; bind no reference to a field.
 
 namespace Quill {
 
@@ -23,7 +23,7 @@ struct __attribute__((packed)) EocdRecord {
 };
 static_assert(sizeof(EocdRecord) == 22);
 
-// First field of a central directory file header (APPNOTE 4.3.12), all that is read of it.
+// The first field of a central directory file header (APPNOTE 4.3.12). No other field is read.
 struct __attribute__((packed)) CentralDirectory {
   static constexpr uint32_t kSignature = 0x02014b50;  // "PK\1\2"
   uint32_t signature;
@@ -55,9 +55,9 @@ struct __attribute__((packed)) ApkSignatureBlock {
 };
 static_assert(sizeof(ApkSignatureBlock) == 12);
 
-// A copy of the record at `position`. The caller knows that all of it can be read.
+// Returns a copy of the record at `position`, all of which must be readable.
 template <typename Record>
-Record CopyRecord(const void* position) {
+[[nodiscard]] Record CopyRecord(const void* position) {
   Record record;
   std::memcpy(&record, position, sizeof record);
   return record;

@@ -86,7 +86,8 @@ TEST(ProcessHashes, MemoryThatRunsOutOnAThreadIsTheCallersError) {
       auto shortHash = std::make_unique<ShortHash>(digests);
       shortHash->worker = worker;
       std::unique_ptr<Hash> hash = std::move(shortHash);
-      EXPECT_THROW(engine.Run(hash), std::bad_alloc) << worker << ", " << digests;
+      EXPECT_THROW(static_cast<void>(engine.Run(hash)), std::bad_alloc)
+          << worker << ", " << digests;
       EXPECT_TRUE(engine.TopDigest().empty());
     }
   }
@@ -122,7 +123,7 @@ TEST(ProcessHashes, NoThreadOutlivesOneThatCannotBeStarted) {
   pthread_attr_t usual;
   ASSERT_EQ(0, pthread_getattr_default_np(&usual));
   std::unique_ptr<Hash> hash = std::make_unique<LastHash>();
-  EXPECT_THROW(ProcessHashes(Chunks(regions)).Run(hash), std::system_error);
+  EXPECT_THROW(static_cast<void>(ProcessHashes(Chunks(regions)).Run(hash)), std::system_error);
   pthread_setattr_default_np(&usual);
   pthread_attr_destroy(&usual);
   hardwareThreads = 0;

@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view kAlphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// Classes of input bytes beside the values 0 to 63.
+// Classes of input bytes, next to the values 0 to 63.
 constexpr uint8_t kSkipped = 64;
 constexpr uint8_t kEnd = 65;
 constexpr uint8_t kInvalid = 66;
@@ -29,7 +29,7 @@ constexpr std::array<uint8_t, 256> MakeDecodeTable() {
 
 constexpr std::array<uint8_t, 256> kDecodeTable = MakeDecodeTable();
 
-// Appends to a buffer of fixed capacity; once one item does not fit, nothing more is written.
+// Appends to a buffer of fixed capacity. Put returns false when the buffer is full.
 template <typename T>
 class BoundedWriter {
  public:
@@ -94,7 +94,7 @@ int base64decode(const char* in, size_t n, unsigned char* out, size_t* outLength
 }
 
 std::string Base64Encode(const std::vector<uint8_t>& bytes) {
-  // Deliberate: twice the input is too small for 0, 1, 2 and 4 bytes, which encode to nothing.
+  // Deliberate: this is too small for 0, 1, 2 and 4 bytes; their result is empty.
   std::string text(2 * bytes.size(), '\0');
   if (base64encode(bytes.data(), bytes.size(), text.data(), text.size()) != 0) return {};
   text.resize(base64encode_len(bytes.size()) - 1);

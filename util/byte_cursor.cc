@@ -7,19 +7,19 @@
 
 namespace Quill {
 
-static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__, "integers are copied as they lie");
+static_assert(__BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__,
+              "integers are copied without a swap of their bytes");
 
 bool ByteCursor::Take(uint64_t count, ByteCursor& out) {
   if (count > remaining_) return false;
-  out = ByteCursor(data_, count);
-  data_ += count;
-  remaining_ -= count;
+  out = TakeAtMost(count);
   return true;
 }
 
 ByteCursor ByteCursor::TakeAtMost(uint64_t count) {
-  ByteCursor taken;
-  Take(std::min(count, remaining_), taken);
+  const ByteCursor taken(data_, std::min(count, remaining_));
+  data_ += taken.remaining_;
+  remaining_ -= taken.remaining_;
   return taken;
 }
 

@@ -8,12 +8,12 @@
 
 namespace Quill {
 
-// The one reader of untrusted bytes: a position inside a range that it never leaves. Every getter
-// compares the wanted count with the count that is left, in 64 bits; a getter that answers false
-// has moved nothing and written nothing. Integers are little-endian.
+// Reads untrusted bytes: a position in a range that it never leaves. Every Take compares the wanted
+// count with the count that is left, in 64 bits. One that returns false has not moved the cursor
+// and has not changed its output. Integers are little-endian.
 //
-// A nested field is taken as a cursor of its own, over exactly that field's bytes, so that it
-// cannot see its neighbours, and "the field must end here" reads `Remaining() == 0`.
+// Take a nested field as a cursor over exactly its bytes. That cursor cannot read the neighbours,
+// and `Remaining() == 0` checks that the field ends where it must.
 //
 // The bytes are borrowed and must outlive the cursor.
 class ByteCursor {
@@ -28,14 +28,14 @@ class ByteCursor {
   std::vector<uint8_t> ToVector() const { return std::vector<uint8_t>(data_, data_ + remaining_); }
 
   // Takes the next `count` bytes as a cursor of their own.
-  bool Take(uint64_t count, ByteCursor& out);
-  // As Take, but takes what is there when fewer than `count` bytes are left.
-  ByteCursor TakeAtMost(uint64_t count);
+  [[nodiscard]] bool Take(uint64_t count, ByteCursor& out);
+  // Takes the next `count` bytes, or all that are left when they are fewer.
+  [[nodiscard]] ByteCursor TakeAtMost(uint64_t count);
 
-  bool TakeU32(uint32_t& out);
-  bool TakeU64(uint64_t& out);
+  [[nodiscard]] bool TakeU32(uint32_t& out);
+  [[nodiscard]] bool TakeU64(uint64_t& out);
   // Takes a 32-bit length and that many bytes; `out` covers the bytes without the length.
-  bool TakeLengthValue(ByteCursor& out);
+  [[nodiscard]] bool TakeLengthValue(ByteCursor& out);
 
  private:
   const uint8_t* data_ = nullptr;

@@ -9,7 +9,7 @@ namespace {
 
 using OneShotDigest = uint8_t* (*)(const uint8_t* data, size_t length, uint8_t* out);
 
-// `out` may be `in` itself: the digest is made before `out` is touched.
+// `out` may be `in` itself: the digest is complete before `out` changes.
 uint8_t* Compute(OneShotDigest digest, size_t size, const std::vector<uint8_t>& in,
                  std::vector<uint8_t>& out) {
   std::vector<uint8_t> result(size);

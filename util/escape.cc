@@ -14,7 +14,7 @@ struct Character {
   size_t length;  // bytes; 0 when they are not well-formed UTF-8
 };
 
-// The character that a non-empty text starts with.
+// Returns the character that a non-empty text starts with.
 Character FirstCharacter(std::string_view text) {
   constexpr uint32_t kLeastCodePoint[] = {0, 0, 0x80, 0x800, 0x10000};  // by length
   const auto lead = static_cast<uint8_t>(text[0]);
@@ -37,7 +37,7 @@ Character FirstCharacter(std::string_view text) {
   return {codePoint, length};
 }
 
-// What a terminal obeys, and what it shows as nothing or uses to reorder what it shows.
+// Characters that control a terminal, that it does not show, or that reorder what it shows.
 struct Range {
   uint32_t first, last;
 };
@@ -52,7 +52,7 @@ bool IsEscapedForTerminal(uint32_t codePoint) {
   });
 }
 
-// In hexadecimal, with at least two digits.
+// Returns the number in hexadecimal, with at least two digits.
 std::string Hex(uint32_t number) {
   std::string digits;
   for (; number != 0 || digits.size() < 2; number >>= 4) {

@@ -71,7 +71,7 @@ std::unique_ptr<MapFile> MapFileRO(int fd) {
 
 namespace {
 
-// Replaces `out` with `size` zeros; false, with `out` as it was, when memory does not hold them.
+// Replaces `out` with `size` zeros. Returns false, and leaves `out`, when memory is too small.
 bool FillWithZeros(uint64_t size, std::vector<uint8_t>& out) {
   try {
     out = std::vector<uint8_t>(size);
@@ -93,7 +93,7 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
   }
   file.seekg(0, std::ios::end);
   std::streamoff size = file.tellg();
-  // A directory opens, and then claims whatever size its file system likes.
+  // A directory can be opened too, and its size depends on its file system.
   struct stat info;
   if (stat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode)) size = -1;
   file.seekg(0, std::ios::beg);
@@ -108,6 +108,6 @@ bool ReadFile(const std::string& path, std::vector<uint8_t>& out) {
 
 std::vector<uint8_t> ReadFile(const std::string& path) {
   std::vector<uint8_t> contents;
-  ReadFile(path, contents);
+  if (!ReadFile(path, contents)) return {};
   return contents;
 }

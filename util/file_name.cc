@@ -7,6 +7,8 @@
 
 #include <quillon/file_name.h>
 
+#include "util/text.h"
+
 namespace {
 
 constexpr std::string_view kAppFolder = "/data/app/";
@@ -23,10 +25,10 @@ std::string GetFilenameByFd(int fd) {
 }
 
 std::string GetUnifyFilenameByPath(std::string_view path) {
-  if (path.substr(0, kAppFolder.size()) != kAppFolder) return std::string(path);
+  if (!Quill::StartsWith(path, kAppFolder)) return std::string(path);
 
   const size_t tokenEnd = path.rfind(kTokenEnd);
-  // The least offset that leaves a token's tail before its "==".
+  // A smaller offset leaves no room for a token's tail.
   if (tokenEnd == std::string_view::npos || tokenEnd < kTokenTail) return std::string(path);
 
   const size_t nameEnd = tokenEnd - kTokenTail;

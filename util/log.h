@@ -4,17 +4,16 @@
 
 #include <android/log.h>
 
-// Log lines of the library, one per call, under the tag "Quillon". Arguments are those of printf
-// and are checked by the compiler. Texts stay whole at the call site, so that a line from a device
-// can be found by search; liblog cuts a line after 1,023 bytes.
+// Log one line under the tag "Quillon". The arguments are those of printf, and the compiler checks
+// them. Write each text in one piece, so that a search for a device's line finds it. liblog cuts a
+// line after 1,023 bytes.
 #define QUILL_LOGE(...) __android_log_print(ANDROID_LOG_ERROR, "Quillon", __VA_ARGS__)
 #define QUILL_LOGI(...) __android_log_print(ANDROID_LOG_INFO, "Quillon", __VA_ARGS__)
 
 namespace Quill {
 
-// The text of a line that a function given to __android_log_set_logger receives, from all that it
-// is called with: the record that holds the text, or, by the liblog of a workstation, record and
-// text.
+// Extracts the text from the arguments of a logger callback (__android_log_set_logger): the device
+// passes one record, Debian's liblog a record and the text.
 template <typename Record>
 const char* LogText(const Record& record) {
   return record.message;

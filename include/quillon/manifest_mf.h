@@ -14,20 +14,20 @@ class QUILLON_EXPORT ManifestMf {
  public:
   using Section = std::map<std::string, std::string>;
 
-  // Parses `text`, dropping what was loaded before. Returns false and logs one error line when a
-  // name has no colon before the end, or a colon is followed by neither a space nor a line break;
-  // the sections before the error are kept.
-  bool load(std::string text);
+  // Parses `text` and replaces what was loaded before. Returns false and logs one error line when a
+  // name has no colon before the end, or a colon is followed by neither a space nor a line break.
+  // The sections before the error are kept.
+  [[nodiscard]] bool load(std::string text);
 
-  // The result of the last load; false before one.
+  // Returns the result of the last load; false before the first.
   explicit operator bool() const;
 
-  // Sections in file order, the main section first. Only sections that a blank line ends are here,
-  // and only attributes with a value.
+  // Returns the sections in file order, the main section first: only sections that a blank line
+  // ends, and only attributes with a value.
   const std::vector<Section>& getSections() const;
 
  private:
-  bool parse();
+  [[nodiscard]] bool parse();
 
   std::string text_;
   std::vector<Section> sections_;

@@ -8,9 +8,10 @@
 
 #include <quillon/export.h>
 
-// The pieces of `text` between delimiters, in order, untrimmed, empty ones included. A trailing
-// delimiter adds no empty last piece; an empty text has no pieces.
-QUILLON_EXPORT std::vector<std::string> SplitString(const std::string& text, char delimiter);
+// Returns the pieces of `text` between delimiters, in order, untrimmed, empty ones included. A
+// trailing delimiter adds no empty last piece. An empty text has no pieces.
+[[nodiscard]] QUILLON_EXPORT std::vector<std::string> SplitString(const std::string& text,
+                                                                  char delimiter);
 
-// The bytes of `text`.
-QUILLON_EXPORT std::vector<uint8_t> StringToVector(const std::string& text);
+// Returns the bytes of `text`.
+[[nodiscard]] QUILLON_EXPORT std::vector<uint8_t> StringToVector(const std::string& text);

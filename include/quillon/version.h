@@ -2,6 +2,6 @@
 
 #pragma once
 
-// The version of the library and of all that is built with it. A new major version breaks programs
-// that were built with an older one.
+// The version of the library, the tool and the simulator. A program that was built
+// with an older major version must be built again.
 #define QUILLON_VERSION "1.0.0"

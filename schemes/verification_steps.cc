@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "schemes/verification_steps.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "crypto/x509_certificate.h"
+#include "schemes/algorithms.h"
+#include "signing_block/process_hashes.h"
+#include "util/log.h"
+
+namespace Quill {
+
+bool VerifySignature(const std::vector<Signature>& signatures,
+                     const std::vector<uint8_t>& publicKey, const std::vector<uint8_t>& signedData,
+                     VerifiedSignature& out) {
+  const auto best = FindBestSupported(signatures);
+  if (best == signatures.end()) {
+    QUILL_LOGE("Can't find supporting signing algorithm");
+    return false;
+  }
+  QUILL_LOGI("Found the best signature algorithm ID: 0x%x", best->algorithmId);
+  out.hash = CreateHash(best->algorithmId);
+  if (!out.hash) {
+    QUILL_LOGE("Can't find supporting hash algo");
+    return false;
+  }
+  out.verifier = CreateVerifier(best->algorithmId);
+  if (!out.verifier) {
+    QUILL_LOGE("Can't create verifier object");
+    return false;
+  }
+  std::unique_ptr<Hash> verifierHash = out.hash->Clone();
+  if (!verifierHash || !out.verifier->Init(publicKey, std::move(verifierHash))) {
+    QUILL_LOGE("Can't initialize verifier object");
+    return false;
+  }
+  if (!out.verifier->Verify(signedData, best->value)) {
+    QUILL_LOGE("Can't verify signature");
+    return false;
+  }
+  return true;
+}
+
+bool VerifyMainCertificate(const std::vector<std::vector<uint8_t>>& certificates,
+                           const std::vector<uint8_t>& publicKey) {
+  if (certificates.empty() || publicKey.empty()) {
+    QUILL_LOGE("APK doesn't have certificates or public key of signer is empty\n");
+    return false;
+  }
+  X509Certificate certificate;
+  if (!certificate.Parse(certificates.front())) {
+    QUILL_LOGE("Can't parse X509 certificate\n");
+    return false;
+  }
+  std::vector<uint8_t> certifiedKey;
+  if (!certificate.GetPublicKey(certifiedKey)) {
+    QUILL_LOGE("Can't get public key\n");
+    return false;
+  }
+  if (certifiedKey != publicKey) {
+    QUILL_LOGE("Public keys of certificate and signer are mismatched\n");
+    return false;
+  }
+  return true;
+}
+
+bool CompareOrder(const std::vector<Signature>& signatures, const std::vector<Digest>& digests) {
+  return std::equal(signatures.begin(), signatures.end(), digests.begin(), digests.end(),
+                    [](const Signature& signature, const Digest& digest) {
+                      return signature.algorithmId == digest.algorithmId;
+                    });
+}
+
+bool CalcTopDigest(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
+                   std::vector<uint8_t>& topDigest) {
+  ProcessHashes engine(chunks);
+  if (!engine.Run(hash)) {
+    QUILL_LOGE("Can't run calculate hashes in parallel");
+    return false;
+  }
+  topDigest = engine.TopDigest();
+  return true;
+}
+
+bool VerifyContent(const std::vector<Signature>& signatures, const std::vector<Digest>& digests,
+                   const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash) {
+  if (!CompareOrder(signatures, digests)) {
+    QUILL_LOGE("Can't compare order signatures and digests");
+    return false;
+  }
+  const auto best = FindBestSupported(digests);
+  if (best == digests.end()) {
+    QUILL_LOGE("Can't find supporting signing algorithm for digests");
+    return false;
+  }
+  // Deliberate: every signer has the package digested again; no result is kept for the next.
+  std::vector<uint8_t> topDigest;
+  if (!CalcTopDigest(chunks, hash, topDigest)) {
+    QUILL_LOGE("Can't calculate top digest of APK");
+    return false;
+  }
+  if (best->value != topDigest) {
+    QUILL_LOGE("Can't verify digests of APK");
+    return false;
+  }
+  return true;
+}
+
+}  // namespace Quill
