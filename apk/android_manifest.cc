@@ -28,9 +28,9 @@ using android::String8;
 // inside. It reads at most these many bytes past the end.
 constexpr size_t kOverread = sizeof(android::ResXMLTree_attribute);
 
-// Limits one scan's work, to about a second: a short document can name one long string repeatedly,
-// and each access may decode it. The unit is one character that is read; other work is charged by
-// the time that it takes.
+// Limits one scan's work: a short document can name one long string repeatedly, and each access may
+// decode it. The limit is about a second. The unit of work is one character that is read; other
+// work counts as the characters that could be read in the same time.
 class Budget {
  public:
   explicit Budget(const ResStringPool& pool)
@@ -45,7 +45,7 @@ class Budget {
     if (entry >= pool_.size()) return;  // null, and nothing was read
     if (text == nullptr) {
       spent_ += kMalformed;
-      // Some errors in UTF-8 the parser finds only after it has read the whole text.
+      // The parser finds some errors in UTF-8 only after it has read the whole text.
       size_t walked = 0;
       if (pool_.string8At(entry, &walked) != nullptr) spent_ += 2 * walked;  // by both fetches
     } else if (pool_.isUTF8() && !isConverted_[entry]) {
@@ -105,7 +105,7 @@ const char16_t* FetchText(const ResXMLTree& tree, int32_t index, Budget& budget,
 // Returns the text as UTF-8.
 String8 ToString(const char16_t* text, size_t length) {
   String8 string(text, length);
-  if (string.length() == 0 && length != 0) throw std::bad_alloc();  // it stays empty
+  if (string.length() == 0 && length != 0) throw std::bad_alloc();  // else empty
   return string;
 }
 

@@ -14,7 +14,7 @@
 namespace Quill {
 namespace {
 
-// Every stored attribute value has four bytes more than its own.
+// Every stored attribute value has this many bytes after its own (see Attribute).
 constexpr uint64_t kTrailing = 4;
 
 // Certificates by content; borrows them.

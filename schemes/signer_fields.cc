@@ -10,7 +10,7 @@ namespace Quill {
 
 bool ParseSigners(ByteCursor value,
                   const std::function<bool(ByteCursor signer, bool isWhole)>& parseSigner) {
-  // A length that cannot be read counts as one that is too large: the first signer is not whole.
+  // A length that cannot be read counts as one that is too large.
   uint32_t sequenceLength;
   if (!value.TakeU32(sequenceLength)) sequenceLength = std::numeric_limits<uint32_t>::max();
   for (uint64_t left = sequenceLength; left != 0;) {

@@ -60,7 +60,7 @@ bool ParseItem(ByteCursor item, Digest& out) { return ParseAlgorithmItem(item, o
 bool ParseItem(ByteCursor item, Signature& out) { return ParseAlgorithmItem(item, out); }
 
 void ParseItem(ByteCursor item, uint64_t behind, Attribute& out) {
-  // ID and value together are 4 bytes longer than the item: its end does not bound them.
+  // The stored value is as long as the whole item, so it ends 4 bytes past the item's end.
   ByteCursor source(item.Data(), item.Remaining() + behind);
   const ByteCursor id = source.TakeAtMost(sizeof out.id);
   out.id = 0;

@@ -81,8 +81,10 @@ const EocdRecord* ApkPackage::FindEocdRecord() const {
   if (fileSize < kLeastOffset + kRecordSize) return nullptr;
 
   // Deliberate: the whole file is searched, not only as far back as the longest comment reaches,
-  // and the record's comment length is not compared. Plain scan: the attacker controls how often
-  // any signature byte occurs, so a byte search has no better worst case.
+  // and the record's comment length is not compared.
+  //
+  // Plain scan: the attacker controls how often any signature byte occurs, so a byte search has no
+  // better worst case.
   for (uint64_t offset = fileSize - kRecordSize; offset >= kLeastOffset; --offset) {
     const auto* record = reinterpret_cast<const EocdRecord*>(mapping_->Data() + offset);
     if (CopyRecord<EocdRecord>(record).signature == EocdRecord::kSignature) return record;

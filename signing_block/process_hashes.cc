@@ -95,8 +95,8 @@ bool ProcessHashes::Run(std::unique_ptr<Hash>& hash) {
       workers.Start([&chunks = workerCount > 1 ? chunkLists[i] : chunks_, &clone = hashes[i],
                      &digests = digestLists[i]] { DoCalcChunkHashes(chunks, clone, digests); });
     }
-    // This thread has nothing else to do, and GetNumThreads leaves a hardware thread for it. So it
-    // takes the page faults, ahead of the workers, but for the few chunks of an uneven division.
+    // This thread would only wait, and GetNumThreads leaves a hardware thread for it. So it takes
+    // the page faults ahead of the workers. The few chunks that do not divide evenly are left out.
     for (size_t chunk = 0; chunk < chunksPerWorker; ++chunk) {
       for (size_t i = 0; i < workerCount; ++i) TouchPages(chunks_[i * chunksPerWorker + chunk]);
     }
