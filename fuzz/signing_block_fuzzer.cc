@@ -60,7 +60,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     Require(RecordAt(eocd).IsInside(file), "the end record lies in the file");
     if (const auto* directory = package.FindCentralDirectory(eocd)) {
       Require(RecordAt(directory).IsInside(file), "the central directory starts in the file");
-      package.CheckEndOfCentralAndCentralDirectories(eocd, directory);
+      static_cast<void>(package.CheckEndOfCentralAndCentralDirectories(eocd, directory));
       if (const auto* block = package.FindApkSigningBlock(directory)) {
         Require(RecordAt(block).IsInside(file), "the signing block starts in the file");
         CheckPairs(package, block, directory);
