@@ -39,10 +39,11 @@ CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, co
   const bool hasPackage = std::string(names[0].first) == "APK";
   return [options, entryPoint, hasPackage] {
     if (!IsSdkLevelUsable()) return kUsage;
-    const auto run = [&options, entryPoint]() -> ExitStatus {
+    const auto run = [&options, entryPoint, hasPackage]() -> ExitStatus {
       std::vector<std::unique_ptr<Fd>> files;
       if (!OpenFiles(options->files, files)) return kUnreadable;
-      return RunLogged([&] { entryPoint(files, *options); });
+      const int archive = hasPackage ? files[0]->GetFd() : -1;
+      return RunLogged(archive, [&] { entryPoint(files, *options); });
     };
     return RunMaybeSimulated(options->simulate, hasPackage ? options->files[0] : "", run);
   };

@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <limits>
 #include <memory>
-#include <optional>
+#include <string>
 
 #include "cli/commands.h"
 #include "cli/log_recorder.h"
@@ -25,7 +25,7 @@ struct Options {
   bool json = false;
   bool verbose = false;
   bool halyxFilter = false;
-  std::optional<int32_t> sdk;
+  std::string sdk;  // empty: not given
   int32_t jobs = 1;
 };
 
@@ -45,9 +45,7 @@ bool Print(const PackageReport& report, const Options& options) {
 
 ExitStatus Verify(const Options& options) {
   constexpr std::chrono::milliseconds kTick(100);
-  if (options.sdk) {
-    setenv("QUILLON_SDK", std::to_string(*options.sdk).c_str(), /*overwrite=*/1);
-  }
+  if (!options.sdk.empty()) setenv("QUILLON_SDK", options.sdk.c_str(), /*overwrite=*/1);
   if (!IsSdkLevelUsable()) return kUsage;
   LogRecorder::Install();
   SurviveLostPages();
@@ -79,7 +77,9 @@ CommandRun DeclareVerify(CLI::App& parser) {
                   "Verify as a platform of SDK level N does (default: $QUILLON_SDK, or 30); "
                   "a device uses its own level")
       ->type_name("N")
-      ->check(CLI::Range(0, kMost));
+      ->check([](const std::string& text) {
+        return IsSdkLevel(text) ? "" : "not an SDK level: \"" + text + '"';
+      });
   parser.add_flag("--halyx-filter", options->halyxFilter,
                   "Do not verify packages outside the Halyx feature, like the platform");
   parser.add_flag("-v,--verbose", options->verbose, "Show the log lines of each file");

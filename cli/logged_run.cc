@@ -9,6 +9,7 @@
 
 #include "cli/log_recorder.h"
 #include "cli/output.h"
+#include "cli/package_evidence.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
@@ -35,7 +36,7 @@ const char* WhyNothingLabelled(const std::vector<LogLine>& log) {
 
 }  // namespace
 
-ExitStatus RunLogged(const std::function<void()>& entryPoint) {
+ExitStatus RunLogged(int archive, const std::function<void()>& entryPoint) {
   LogRecorder::Install();
   const LogRecorder log;
   entryPoint();
@@ -46,6 +47,11 @@ ExitStatus RunLogged(const std::function<void()>& entryPoint) {
   }
   const char* reason = WhyNothingLabelled(log.Lines());
   if (status != kDone || reason == nullptr) return status;
+  if (archive != -1 && IsDamagedPackage(archive)) {
+    PrintDiagnostic(
+        "nothing labelled: the package is damaged, its AndroidManifest.xml cannot be read");
+    return kFailed;
+  }
   PrintDiagnostic(fmt::format("nothing labelled: {}", reason));
   return kUnverified;
 }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
@@ -82,11 +84,22 @@ ExitStatus Run(std::vector<std::string> arguments) {
   return RefuseUsage("A subcommand is required");
 }
 
+// Opens the standard descriptors that are closed, so that no file of ours gets their numbers. What
+// is written to them then fails.
+void OccupyStandardDescriptors() {
+  for (int fd = open("/dev/null", O_RDONLY); fd >= 0; fd = open("/dev/null", O_RDONLY)) {
+    if (fd <= STDERR_FILENO) continue;
+    close(fd);
+    return;
+  }
+}
+
 }  // namespace
 }  // namespace Quill::Tool
 
 int main(int argc, char** argv) {
   using namespace Quill::Tool;
+  OccupyStandardDescriptors();
   try {
     return Run({argv + std::min(argc, 1), argv + argc});
   } catch (const std::exception& error) {

@@ -33,7 +33,13 @@ void PrintDiagnostic(std::string_view message) {
 }
 
 std::string FileText(const std::string& file) {
-  return file.find(':') == std::string::npos && file[0] != '"' ? file : Quote(file);
+  return file.find_first_of(":,") == std::string::npos && file[0] != '"' ? file : Quote(file);
+}
+
+std::string NameText(const std::string& name) {
+  constexpr std::string_view kPlain =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._";
+  return name.find_first_not_of(kPlain) == std::string::npos ? name : Quote(name);
 }
 
 }  // namespace Quill::Tool

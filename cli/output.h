@@ -23,8 +23,11 @@ void PrintErrorLine(std::string_view line);
 // Writes "quillon: " and the message as one line to standard error.
 void PrintDiagnostic(std::string_view message);
 
-// Formats a file's name for the start of a line that goes on with ": ". Quotes it when it contains
-// a colon or starts with a quote.
+// Formats a file's name for a line that goes on with ": " or ", ". Quotes it when it contains a
+// colon or a comma or starts with a quote.
 [[nodiscard]] std::string FileText(const std::string& file);
+
+// Formats the name of a package. Quotes it unless it has letters, digits, "." and "_" alone.
+[[nodiscard]] std::string NameText(const std::string& name);
 
 }  // namespace Quill::Tool

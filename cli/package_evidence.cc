@@ -4,6 +4,7 @@
 
 #include <sys/stat.h>
 #include <unistd.h>
+#include <ziparchive/zip_archive.h>
 
 #include <algorithm>
 #include <cstdint>
@@ -60,6 +61,15 @@ bool JarManifestListsAndroidManifest(Apk& apk) {
 }
 
 }  // namespace
+
+bool IsDamagedPackage(int fd) {
+  constexpr int32_t kEntryNotFound = -7;  // of libziparchive, whose public header names no codes
+  Apk apk(fd);
+  if (!apk.IsGoodZip() || apk.IsApk()) return false;
+  ZipEntry entry;
+  const int32_t result = apk.FindEntry(std::string("AndroidManifest.xml"), &entry);
+  return result != kEntryNotFound || WasPackage(apk, fd);
+}
 
 bool WasPackage(Apk& apk, int fd) {
   return HasTraceOfSigningBlock(fd) || JarManifestListsAndroidManifest(apk);

@@ -6,6 +6,10 @@
 
 namespace Quill::Tool {
 
+// Returns true if the archive behind `fd`, which the library takes for a plain JAR, is a damaged
+// package: it has an AndroidManifest.xml that cannot be extracted, or WasPackage.
+[[nodiscard]] bool IsDamagedPackage(int fd);
+
 // Returns true when an archive without an AndroidManifest.xml was a package once. Either an APK
 // Signing Block is before its central directory (the block's magic, or the same size at its start
 // and end), or the JAR manifest lists the missing file. `apk` was opened from `fd`, and IsGoodZip

@@ -91,14 +91,6 @@ std::string KeySha256(const PackageReport& report) {
   return ToHex(digest.data(), digest.size());
 }
 
-// A name that could be taken for something else in the line is quoted.
-std::string PackageNameText(const std::string& name) {
-  constexpr std::string_view kPlain =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789._";
-  if (name.empty()) return "package name unknown";
-  return name.find_first_not_of(kPlain) == std::string::npos ? name : Quote(name);
-}
-
 }  // namespace
 
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
@@ -147,7 +139,10 @@ std::string ToText(const PackageReport& report) {
   if (report.scheme != ApkSignatureScheme::kNone) {
     text += fmt::format(", v{}", static_cast<int>(report.scheme));
   }
-  if (report.isApk) text += ", " + PackageNameText(report.packageName);
+  if (report.isApk) {
+    text +=
+        ", " + (report.packageName.empty() ? "package name unknown" : NameText(report.packageName));
+  }
   if (status != kDone) return text + ", " + report.verdict.reason;
   return text + fmt::format(", key sha256:{} ({} bytes)", KeySha256(report),
                             report.manufacturerKey.size());

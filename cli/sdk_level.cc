@@ -7,19 +7,20 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdlib>
-#include <string_view>
 
 #include "cli/output.h"
 
 namespace Quill::Tool {
 
-bool IsSdkLevelUsable() {
-  const char* variable = std::getenv("QUILLON_SDK");
-  if (variable == nullptr) return true;
-  const std::string_view text(variable);
+bool IsSdkLevel(std::string_view text) {
   int32_t level = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), level);
-  if (error == std::errc() && end == text.data() + text.size() && level >= 0) return true;
+  return error == std::errc() && end == text.data() + text.size() && level >= 0;
+}
+
+bool IsSdkLevelUsable() {
+  const char* text = std::getenv("QUILLON_SDK");
+  if (text == nullptr || IsSdkLevel(text)) return true;
   PrintDiagnostic(fmt::format(
       "QUILLON_SDK is \"{}\", which is no SDK level: set it to a number such as 30, or unset it",
       text));

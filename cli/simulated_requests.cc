@@ -16,13 +16,24 @@ namespace {
 
 using nlohmann::json;
 
+// Returns the path of the request's file. Where it is not UTF-8, the journal has its bytes.
+std::string FileOf(const json& request) {
+  const std::string hex = request.value("fileHex", "");
+  if (hex.empty()) return request.value("file", "");
+  std::string file;
+  for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+    file += static_cast<char>(std::stoi(hex.substr(i, 2), nullptr, 16));
+  }
+  return file;
+}
+
 // Describes the request and its outcome in words.
 std::string Describe(const json& request) {
   std::string text = request.value("request", "?");
   if (const int pid = request.value("pid", 0); pid != 0) text += fmt::format(" of task {}", pid);
-  if (request.contains("file")) text += " " + request["file"].get<std::string>();
+  if (request.contains("file")) text += " " + FileText(FileOf(request));
   if (request.contains("identity")) {
-    text += fmt::format(", identity {}, {} bytes", request["identity"].get<std::string>(),
+    text += fmt::format(", identity {}, {} bytes", NameText(request["identity"].get<std::string>()),
                         request.value("certificate", "").size() / 2);
   }
   if (request.contains("integrity")) text += " = " + request["integrity"].get<std::string>();
@@ -41,7 +52,7 @@ std::vector<std::string> SignedFiles(const std::vector<json>& requests) {
   std::vector<std::string> files;
   for (const json& request : requests) {
     if (!request.is_object() || !IsSuccessfulSign(request)) continue;
-    const std::string file = request.value("file", "");
+    const std::string file = FileOf(request);
     if (std::find(files.begin(), files.end(), file) == files.end()) files.push_back(file);
   }
   return files;

@@ -7,6 +7,7 @@
 #include <nlohmann/json.hpp>
 
 #include "simulator/label.h"
+#include "util/escape.h"
 #include "util/text.h"
 
 namespace tarnsim {
@@ -66,6 +67,11 @@ std::string ToJson(const Request& request) {
     default:
       line["fd"] = request.target;
       line["file"] = request.file;
+      // Text in JSON is UTF-8, but a path need not be.
+      if (Quill::EscapeInvalidUtf8(request.file) != request.file) {
+        const auto* bytes = reinterpret_cast<const uint8_t*>(request.file.data());
+        line["fileHex"] = ToHex(bytes, request.file.size());
+      }
   }
   if (!request.label.empty()) line["label"] = DecodeLabel(request.label);
   if (request.integrity) line["integrity"] = Number("0x%x", *request.integrity);
@@ -75,7 +81,6 @@ std::string ToJson(const Request& request) {
   }
   line["result"] = request.result;
   line["errno"] = request.error;
-  // A path need not be UTF-8.
   return line.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -14,8 +14,9 @@ namespace Quill {
 
 // Returns the text without characters that control a terminal, that it does not show, or that
 // reorder what it shows. As \xNN: the bytes above, C0 controls and DEL. As \u{NNNN}: C1 controls,
-// the soft hyphen, characters without width, line and paragraph separators, tags, and marks,
-// overrides, embeddings and isolates of a direction. Backslashes stay as they are.
+// the soft hyphen, fillers and other characters that show nothing, line and paragraph separators,
+// variation selectors, tags, and marks, overrides, embeddings and isolates of a direction.
+// Backslashes stay as they are.
 //
 //   "a\x1b[31m\u202eb" -> "a\x1b[31m\u{202e}b", where the right-hand side is meant literally
 [[nodiscard]] std::string EscapeForTerminal(std::string_view text);
