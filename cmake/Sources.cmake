@@ -115,8 +115,6 @@ set(QUILLON_TEST_SOURCES
   tests/apk_package_test.cc
   tests/apk_test.cc
   tests/bit_flip_test.cc
-  tests/cli_integrity_test.cc
-  tests/cli_test.cc
   tests/crypto_test.cc
   tests/hostile_sizes_test.cc
   tests/jar_test.cc
@@ -124,7 +122,6 @@ set(QUILLON_TEST_SOURCES
   tests/real_packages_test.cc
   tests/round_trip_test.cc
   tests/schemes_test.cc
-  tests/shrinking_file_test.cc
   tests/signing_test.cc
   tests/tarn_test.cc
   tests/tarnsim_test.cc

@@ -10,29 +10,29 @@
 
 #include "tests/support/package_builder.h"
 
+// Writes a package for a transcript.
+// usage: make_package FILE PART... [CHANGE...]
+// Parts, in their order in the package:
+//   entry=NAME=CONTENTS     an entry
+//   deflated=NAME=FILE      an entry with the contents of a file
+//   manifest=PACKAGE        AndroidManifest.xml
+//   halyx=PACKAGE           the same with a permission of the Halyx feature
+//   jar, v2, v3             a signature of that kind
+//   jar-of-v2               a JAR signature that says that scheme v2 was used too
+//   jar-edited              a JAR signature whose signature file does not match the manifest
+// Changes to the signed package, where "directory+" stands for the offset of the central directory:
+//   flip=[directory+]OFFSET inverts the lowest bit of a byte
+//   put=[directory+]OFFSET=NUMBER
+//                           overwrites four bytes
+//   each-bit=[directory+]OFFSET
+//                           writes FILE.N with bit N of the file inverted, for each bit from there
+//                           on
+//   hole=SIZE               inserts zeros in front of the signing block; the last change
+
 namespace {
 
 using namespace Quill;
 using Text = const std::string&;
-
-// Writes a package for a transcript.
-constexpr char kUsage[] = R"(usage: make_package FILE PART... [CHANGE...]
-Parts, in their order in the package:
-  entry=NAME=CONTENTS     an entry
-  deflated=NAME=FILE      an entry with the contents of a file
-  manifest=PACKAGE        AndroidManifest.xml
-  halyx=PACKAGE           the same with a permission of the Halyx feature
-  jar, v2, v3             a signature of that kind
-  jar-of-v2               a JAR signature that says that scheme v2 was used too
-  jar-edited              a JAR signature whose signature file does not match the manifest
-Changes to the signed package, where "directory+" stands for the offset of the central directory:
-  flip=[directory+]OFFSET inverts the lowest bit of a byte
-  put=[directory+]OFFSET=NUMBER
-                          overwrites four bytes
-  each-bit=[directory+]OFFSET
-                          writes FILE.N with bit N of the file inverted, for each bit from there on
-  hole=SIZE               inserts zeros in front of the signing block; the last change
-)";
 
 // Returns whether there is such a part.
 bool Add(PackageBuilder& package, Text part, Text name, Text value) {
@@ -59,7 +59,7 @@ void WriteFile(Text path, const ByteVector& bytes) {
 
 size_t Offset(const ByteVector& package, Text text) {
   const std::string directory = "directory+";
-  if (text.find(directory) != 0) return std::stoul(text);
+  if (text.compare(0, directory.size(), directory) != 0) return std::stoul(text);
   uint32_t offset;
   std::memcpy(&offset, &package[package.size() - 6], sizeof offset);
   return offset + std::stoul(text.substr(directory.size()));  // may be negative
@@ -97,7 +97,7 @@ int main(int argc, char** argv) {
     if (package.empty() && Add(builder, step, name, value)) continue;
     if (package.empty()) package = builder.Build();
     if (!Change(package, argv[1], step, Offset(package, name), value)) {
-      std::fprintf(stderr, "make_package: cannot understand %s\n%s", argv[i], kUsage);
+      std::fprintf(stderr, "make_package: cannot understand %s\n", argv[i]);
       return 2;
     }
   }

@@ -15,7 +15,7 @@
 #   good.apk: verified ...     what it writes to standard output, without blank lines
 #   ! quillon: none: ...       what it writes to standard error
 #   exit 3                     its status, if not 0
-# In the output, the folder is called DIR, a SHA-256 digest KEY, a task N and a descriptor FD.
+# In the output, the folder is called DIR, a SHA-256 digest KEY and the number of a task N.
 # Commands may use quillon, make_package and tarn_client, the folders $BUILD and $SAMPLES, and $PRELOAD, an
 # assignment for env that puts the simulator before a program.
 set -u
@@ -31,6 +31,7 @@ shift
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
+for fd in {3..20}; do eval "exec $fd>&-"; done  # logged descriptors are always the same then
 mkdir "$work/bin"
 for program in "$BUILD/bin/quillon" "$BUILD/tests/make_package" "$BUILD/tests/tarn_client"; do
   name=$work/bin/$(basename "$program")
@@ -59,8 +60,8 @@ RunCommand() {  # runs $command, if there is one, and prints what a transcript s
   [ -n "$command" ] || return 0
   eval "$command" >"$work/out" 2>"$work/err" </dev/null
   local status=$?
-  { cat "$work/out"; sed 's/^/! /' "$work/err"; } | sed -E \
-    "/^$/d; s,$work/folder,DIR,g; s,[0-9a-f]{64},KEY,g; s,task [0-9]+,task N,g; s,(OAT|VDEX): [0-9]+,\1: FD,g"
+  { cat "$work/out"; sed 's/^/! /' "$work/err"; } |
+    sed -E "/^$/d; s,$work/folder,DIR,g; s,[0-9a-f]{64},KEY,g; s,task [0-9]+,task N,g"
   [ "$status" -eq 0 ] || echo "exit $status"
   command=
 }
