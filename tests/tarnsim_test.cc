@@ -53,21 +53,4 @@ TEST(Tarnsim, NothingIsLabelledOnAReadOnlyFileSystem) {
   EXPECT_EQ(EROFS, errno);
 }
 
-TEST(Tarnsim, AnswersForItselfBesideAllSettings) {
-  for (const auto interface : {tarnsim::TarnInterface::kDevice, tarnsim::TarnInterface::kLegacy}) {
-    tarnsim::KernelSetup setup;
-    setup.interface = interface;
-    setup.faults = {{tarnsim::Call::kOpen, 1, EIO}, {tarnsim::Call::kReadIntegrity, 0, EIO}};
-    tarnsim::Simulation simulation(setup);
-    uint32_t value = 0;
-    EXPECT_TRUE(tarnsim::TarnsimAnswerOnce(0xABCD0123));
-    EXPECT_EQ(0u, TarnTaskReadIntegrity(0, 0, &value));
-    EXPECT_EQ(0xABCD0123u, value);
-    EXPECT_TRUE(simulation.TakeJournal().empty());
-    EXPECT_NE(0u, TarnTaskReadIntegrity(0, 0, &value));  // the fault of the first that counts
-    EXPECT_EQ(1u, simulation.TakeJournal().size());
-  }
-  EXPECT_FALSE(tarnsim::TarnsimAnswerOnce(1));
-}
-
 }  // namespace Quill

@@ -33,15 +33,12 @@ trap 'rm -rf "$work"' EXIT
 
 for fd in {3..20}; do eval "exec $fd>&-"; done  # logged descriptors are always the same then
 mkdir "$work/bin"
-for program in "$BUILD/bin/quillon" "$BUILD/tests/make_package" "$BUILD/tests/tarn_client"; do
-  name=$work/bin/$(basename "$program")
-  if [ -z "$emulator" ]; then
-    ln -s "$program" "$name"
-  else
-    printf '#!/bin/bash\nexec %s "%s" "$@"\n' "$emulator" "$program" >"$name"
-    chmod +x "$name"
-  fi
+for program in bin/quillon tests/make_package tests/tarn_client; do
+  name=$work/bin/${program##*/}
+  [ -n "$emulator" ] || ln -s "$BUILD/$program" "$name"
+  [ -z "$emulator" ] || printf '#!/bin/bash\nexec %s "$@"\n' "$emulator $BUILD/$program" >"$name"
 done
+[ -z "$emulator" ] || chmod +x "$work"/bin/*
 PATH=$work/bin:$PATH
 
 Has() {  # Has NEED
