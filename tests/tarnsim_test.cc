@@ -26,7 +26,7 @@ TEST(Tarnsim, VerifyingGoesByTheFileAsItIsNow) {
     TarnExLabel* label = nullptr;
     TarnExLabelAlloc(algorithm, hash.data(), static_cast<uint16_t>(hash.size()), "x", 1, &label);
     tarnsim::KernelSetup setup;
-    setup.labels = {{file.GetFd(), {9, 0}}};  // a plain label of nine bytes, without them
+    setup.labels = {{file.GetFd(), {0xFF, 0xFF}}};  // the start of an extended label
     const tarnsim::Simulation simulation(setup);
     EXPECT_EQ(0xFFFFFFB6, TarnVerifyFd(file.GetFd()));  // EBADMSG
     EXPECT_EQ(0u, TarnSignFd(file.GetFd(), label));

@@ -15,11 +15,13 @@
 #   good.apk: verified ...     what it writes to standard output, without blank lines
 #   ! quillon: none: ...       what it writes to standard error
 #   exit 3                     its status, if not 0
-# In the output, the folder is called DIR, a SHA-256 digest KEY and the number of a task N.
+# In the output, the folder is called DIR, a SHA-256 digest KEY, a task N and a descriptor behind "OAT: " FD.
 # Commands may use quillon, make_package and tarn_client, the folders $BUILD and $SAMPLES, and $PRELOAD, an
 # assignment for env that puts the simulator before a program.
 set -u
 export LC_ALL=C.UTF-8 ASAN_OPTIONS=verify_asan_link_order=0
+# What the caller left open would change the numbers of descriptors in log lines.
+exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-
 accept=
 [ "${1:-}" != --accept ] || { accept=yes; shift; }
 BUILD=$(cd "${1:?usage: transcript.sh [--accept] BUILD TRANSCRIPT...}" && pwd) || exit 2
@@ -31,7 +33,6 @@ shift
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-for fd in {3..20}; do eval "exec $fd>&-"; done  # logged descriptors are always the same then
 mkdir "$work/bin"
 for program in bin/quillon tests/make_package tests/tarn_client; do
   name=$work/bin/${program##*/}
@@ -58,7 +59,8 @@ RunCommand() {  # runs $command, if there is one, and prints what a transcript s
   eval "$command" >"$work/out" 2>"$work/err" </dev/null
   local status=$?
   { cat "$work/out"; sed 's/^/! /' "$work/err"; } |
-    sed -E "/^$/d; s,$work/folder,DIR,g; s,[0-9a-f]{64},KEY,g; s,task [0-9]+,task N,g"
+    sed -E "/^$/d; s,$work/folder,DIR,g; s,[0-9a-f]{64},KEY,g
+            s,task [0-9]+,task N,g; s,(OAT|VDEX): [0-9]+,\1: FD,g"
   [ "$status" -eq 0 ] || echo "exit $status"
   command=
 }
@@ -69,6 +71,7 @@ Replay() {  # Replay TRANSCRIPT: prints it with the output that its commands giv
   rm -rf "$work/folder"
   mkdir "$work/folder"
   cd "$work/folder" || exit 2
+  set +u
   for line in "${lines[@]}"; do
     case $line in
       '$ '* | '#'* | '') RunCommand ;;&
