@@ -24,7 +24,8 @@ TEST(Tarnsim, VerifyingGoesByTheFileAsItIsNow) {
     const Fd file = MemoryFile(contents);
     const ByteVector hash = DigestOf(md, contents);
     TarnExLabel* label = nullptr;
-    TarnExLabelAlloc(algorithm, hash.data(), static_cast<uint16_t>(hash.size()), "x", 1, &label);
+    ASSERT_EQ(0u, TarnExLabelAlloc(algorithm, hash.data(), static_cast<uint16_t>(hash.size()), "x",
+                                   1, &label));
     tarnsim::KernelSetup setup;
     setup.labels = {{file.GetFd(), {0xFF, 0xFF}}};  // the start of an extended label
     const tarnsim::Simulation simulation(setup);
