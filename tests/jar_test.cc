@@ -11,50 +11,51 @@
 namespace Quill {
 namespace {
 
-using Sections = std::vector<ManifestMf::Section>;
-
 const ByteVector kDex = {'d', 'e', 'x'};
+const std::string kFallback = "I Fallback to APK V1 signature. APK: " + kMemoryPath + "\n";
+const std::string kImpl = " verifyFileHashImpl: ";
+const std::string kMismatch = "I" + kImpl + "Not verified file from manifest: ";
+const std::string kBadEntry = "E" + kImpl + "Can't extract entry file in APK: classes.dex\n";
 
 PackageBuilder Content() { return PackageBuilder().Manifest().Entry("classes.dex", kDex); }
 
-const std::string kFallback = "I Fallback to APK V1 signature. APK: " + kMemoryPath + "\n";
+using Edit = std::function<void(JarOptions&)>;
 
-// An edit of the signature file.
-void Replace(JarOptions& options, const std::string& what, const std::string& with) {
-  options.editSignatureFile = [=](std::string& text) {
-    text.replace(text.find(what), what.size(), with);
+// Replaces text in the signature file.
+Edit Sf(const std::string& what, const std::string& with) {
+  const auto edit = [=](auto& text) { text.replace(text.find(what), what.size(), with); };
+  return [=](JarOptions& options) { options.editSignatureFile = edit; };
+}
+
+Edit Claim(const std::string& schemes) {
+  return [=](JarOptions& options) { options.apkSigned = schemes; };
+}
+
+// Changes a byte of the signature block. A negative offset counts from its end.
+Edit Block(int offset) {
+  const auto edit = [=](auto& block) {
+    *((offset < 0 ? block.end() : block.begin()) + offset) ^= 1;
   };
+  return [=](JarOptions& options) { options.editBlock = edit; };
 }
 
-std::string Stripped(const std::string& scheme) {
-  return "I This APK was supposed to be signed with APK Signature Scheme v" + scheme +
-         ", but no such signature was found.\n";
+Edit Key(KeyType type, const EVP_MD* signatureDigest = EVP_sha256()) {
+  return [=](JarOptions& o) { o.key = &TestKey(type), o.signatureDigest = signatureDigest; };
 }
 
-std::string Mismatch(const std::string& name) {
-  return "I verifyFileHashImpl: Not verified file from manifest: " + name + "\n";
-}
-std::string Unlisted(const std::string& name) {
-  return "E verifyFileHashImpl: Can't find file in META-INF/MANIFEST.MF: " + name + "\n";
-}
-const std::string kUnextractable =
-    "E verifyFileHashImpl: Can't extract entry file in APK: classes.dex\n";
-
-// The entry of a name, by the name or by its ZipEntry, or else as the file at that path.
-const std::string kByName = "name", kByEntry = "entry";
-
-bool Verify(Apk& apk, const std::string& name, const std::string& path) {
-  ZipEntry entry{};
-  if (path == kByName) return apk.VerifyFileHash(name);
-  if (path != kByEntry) return apk.VerifyFileHash(name, path);
-  return apk.FindEntry(name, &entry) == 0 && apk.VerifyFileHash(name, &entry);
+Edit Certificates(const std::vector<const SigningKey*>& keys) {
+  return [=](JarOptions& options) { options.certificates = keys; };
 }
 
 }  // namespace
 
 TEST(ManifestMf, ReadsSections) {
-  const std::pair<std::string, Sections> kCases[] = {
-      {"A: 1\r\n\r\n", {{{"A", "1"}}}},
+  const struct {
+    std::string text;
+    std::vector<ManifestMf::Section> sections;
+    std::string error = {};  // none: the text is good
+  } kCases[] = {
+      {"A: 1\r\nB: 2\r\n\r\nC: 3\r\n\r\n", {{{"A", "1"}, {"B", "2"}}, {{"C", "3"}}}},
       {"A: 1\nB: 2\n\nC: 3\n\n", {{{"A", "1"}, {"B", "2"}}, {{"C", "3"}}}},
       {"A: 1\rB: 2\r\rC: 3\r\r", {{{"A", "1"}, {"B", "2"}}, {{"C", "3"}}}},
       {"A: 1\n\rB: 2\n\r\n\rC: 3\n\r\n\r", {{{"A", "1"}, {"B", "2"}}, {{"C", "3"}}}},
@@ -66,252 +67,209 @@ TEST(ManifestMf, ReadsSections) {
       {"A:  1: 2 \n\n", {{{"A", " 1: 2 "}}}},
       {"A: 1\nB\nC: 2\n\n", {{{"A", "1"}, {"B\nC", "2"}}}},  // only a colon ends a name
       {"A: \nB: 2\n\n", {{{"B", "2"}}}},                     // an empty value is dropped
-      {"A:\nBC: 2\n\n", {{{"C", "2"}}}},                     // a colon and LF eat a character
+      {"A:\nBC: 2\n\n", {{{"C", "2"}}}},                     // a colon and LF skip a character
       {"A:\r\nBC: 2\r\n\r\n", {{{"BC", "2"}}}},
       {"A:\r\n 1\r\n\r\n", {{{"A", "1"}}}},
       {"A: \n\n", {{}}},
       {std::string("A: 1\0B: 2\n\n", 11), {{{"A", "1"}, {"B", "2"}}}},
+      // An error keeps the sections before it.
+      {"A: 1\n\nB:\xe9\n\n", {{{"A", "1"}}}, "P_COLON: unexpected 0xe9 after colon: \xe9\n"},
+      {std::string("B\0C: 2\n\n", 8), {}, "P_KEY: unexpected end of file after key 'B'\n"},
+      // The character after a last colon is the end of the text, so the message stops there.
+      {"A:", {}, "P_COLON: unexpected 0x00 after colon: ~\n"},
   };
   LogCapture log;
-  for (const auto& [text, sections] : kCases) {
-    ManifestMf manifest;
-    EXPECT_TRUE(manifest.load(text));
-    EXPECT_EQ(sections, manifest.getSections()) << text;
-  }
-  EXPECT_EQ("", log.Take());
-}
-
-TEST(ManifestMf, RefusesBadSyntaxAndKeepsWhatCameBefore) {
-  const std::pair<std::string, std::string> kCases[] = {
-      {"B:\xe9\n\n", "P_COLON: unexpected 0xe9 after colon: \xe9\n"},
-      {std::string("B\0C: 2\n\n", 8), "P_KEY: unexpected end of file after key 'B'\n"},
-      // What stands behind a colon at the very end is the end itself; the message then stops there.
-      {"A:", "P_COLON: unexpected 0x00 after colon: ~\n"},
-  };
-  for (const auto& [text, message] : kCases) {
-    LogCapture log;
-    ManifestMf manifest;
-    EXPECT_FALSE(manifest.load("A: 1\n\n" + text) || static_cast<bool>(manifest));
-    EXPECT_EQ(Sections({{{"A", "1"}}}), manifest.getSections());
-    EXPECT_EQ("E Parse manifest: Error: " + message, log.Take());
+  ManifestMf manifest;  // each load replaces what the one before has read
+  for (const auto& [text, sections, error] : kCases) {
+    SCOPED_TRACE(text);
+    EXPECT_EQ(error.empty(), manifest.load(text));
+    EXPECT_EQ(error.empty(), static_cast<bool>(manifest));
+    EXPECT_EQ(sections, manifest.getSections());
+    EXPECT_EQ(error.empty() ? "" : "E Parse manifest: Error: " + error, log.Take());
   }
 }
 
 TEST(SignatureFile, EachLinkIsCheckedAndNamed) {
-  const SigningKey* rsa = &TestKey(KeyType::kRsa2048);
-  const SigningKey* otherRsa = &TestKey(KeyType::kRsa2048, 1);
-  const std::string verified;
-  const std::string bad = "E Can't validate manifest.\n";
-  const std::string sha512 = "E verifyData: Unsupported digest type: SHA-512-Digest\n";
+  const KeyType kRsa = KeyType::kRsa2048, kDsa = KeyType::kDsa1024;
+  const SigningKey *rsa = &TestKey(kRsa), *other = &TestKey(kRsa, 1);
+  const std::string good, pkcs7 = "E PKCS7 parsing: ", bad = "E Can't validate manifest.\n";
+  const std::string unverified = "E file not verified: META-INF/CERT.SF(ret=0)\n";
+  const std::string unknown = "E verifyData: Unsupported digest type: SHA-512-Digest\n";
+  const std::string stripped = "I This APK was supposed to be signed with APK Signature Scheme v",
+                    ofIt = ", but no such signature was found.\n";
   const struct {
     const char* rule;
-    std::function<void(JarOptions&)> bend;
-    std::string log;  // behind the line of the fallback
+    Edit edit;
+    std::string log;  // after the fallback's line; empty for a good package
     bool hasKey = true;
   } kCases[] = {
-      {"SHA-256", [](auto&) {}, verified},
-      {"SHA-1", [](auto& o) { o.digestName = "SHA1", o.signatureDigest = EVP_sha1(); }, verified},
-      {"MD5", [](auto& o) { o.signatureDigest = EVP_md5(); }, verified},
-      {"DSA", [](auto& o) { o.key = &TestKey(KeyType::kDsa1024), o.signatureDigest = EVP_sha1(); },
-       verified},
-      {"SHA-512", [](auto& o) { o.signatureDigest = EVP_sha512(); },
-       "E Unknown hashing algorithm\n", false},
-      {"EC block", [](auto& o) { o.key = &TestKey(KeyType::kP256); },
-       "E Can't extract DSA certificate: META-INF/CERT.DSA\n", false},
-      {"signed attributes", [](auto& o) { o.signedAttributes = Wire().U16(0xa0); },
-       "E PKCS7 parsing: can't find algorithm/signature\n", false},
-      {"the signer's certificate last",
-       [=](auto& o) { o.certificates.insert(o.certificates.begin(), otherRsa); }, verified},
-      {"another certificate last", [=](auto& o) { o.certificates.push_back(otherRsa); },
-       "E file not verified: META-INF/CERT.SF(ret=0)\n"},
-      {"no digest", [](auto& o) { Replace(o, "-Manifest", "-Nothing"); }, bad + bad},
-      {"unknown digest", [](auto& o) { Replace(o, "SHA-256-", "SHA-512-"); }, sha512 + bad + bad},
-      {"not Base64", [](auto& o) { Replace(o, "Manifest: ", "Manifest: !"); }, bad + bad},
-      {"of several digests the last name counts",
-       [](auto& o) { Replace(o, "SHA-256-", "MD5-Digest-Manifest: AAAA\r\nSHA-256-"); }, verified},
-      {"the first section with one counts",
-       [](auto& o) { Replace(o, "", "SHA-256-Digest-Manifest: AAAA\r\n\r\n"); }, bad + bad},
+      {"SHA-256", Key(kRsa), good},
+      {"SHA-1", [](auto& o) { o.digestName = "SHA1", o.signatureDigest = EVP_sha1(); }, good},
+      {"MD5", Key(kRsa, EVP_md5()), good},
+      {"SHA-512", Key(kRsa, EVP_sha512()), "E Unknown hashing algorithm\n", false},
+      {"DSA", Key(kDsa, EVP_sha1()), good},
+      {"wrong DSA signature", [&](auto& o) { Key(kDsa)(o), Block(-1)(o); }, unverified},
+      {"EC", Key(KeyType::kP256), "E Can't extract DSA certificate: META-INF/CERT.DSA\n", false},
+      {"outer tag", Block(4), pkcs7 + "wrong header\n", false},
+      {"content type", Block(14), pkcs7 + "wrong object identifier\n", false},
+      {"signed data", Block(15), pkcs7 + "wrong signed-data content\n", false},
+      {"issuer", Block(-297), pkcs7 + "can't find enveloped data\n", false},
+      {"key algorithm", Block(-275), pkcs7 + "can't find algorithm/signature\n", false},
+      {"the signer's certificate last", Certificates({other, rsa}), good},
+      {"another certificate last", Certificates({rsa, other}), unverified},
+      {"no digest", Sf("-Manifest", "-Nothing"), bad + bad},
+      {"unknown digest", Sf("SHA-256-", "SHA-512-"), unknown + bad + bad},
+      {"not Base64", Sf("Manifest: ", "Manifest: !"), bad + bad},
+      {"last name", Sf("SHA-256-", "MD5-Digest-Manifest: AAAA\r\nSHA-256-"), good},
+      {"first section", Sf("", "SHA-256-Digest-Manifest: AAAA\r\n\r\n"), bad + bad},
       {"no attribute", [](auto& o) { o.editSignatureFile = [](auto& text) { text = "x"; }; },
        "E Parse manifest: Error: P_KEY: unexpected end of file after key 'x'\n", false},
-      {"stripped of v2", [](auto& o) { o.apkSigned = "2"; }, Stripped("2"), false},
-      {"stripped of v3", [](auto& o) { o.apkSigned = "1,3,2"; }, Stripped("3"), false},
-      {"claims in an entry's section",
-       [](auto& o) { Replace(o, "\r\n\r\n", "\r\n\r\nX-Android-APK-Signed: 2\r\n\r\n"); },
-       Stripped("2"), false},
-      {"the first claim counts", [](auto& o) { o.apkSigned = ",1,,3,2"; }, Stripped("3"), false},
-      {"other claims", [](auto& o) { o.apkSigned = "1, 2,4,22,3 ,"; }, verified},
+      {"claim in a later section", Sf("\r\n\r\n", "\r\n\r\nX-Android-APK-Signed: 2\r\n\r\n"),
+       stripped + "2" + ofIt, false},
+      {"the first claim counts", Claim(",1,,3,2"), stripped + "3" + ofIt, false},
+      {"other claims", Claim("1, 2,4,22,3 ,"), good},
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.rule);
+  for (const auto& [rule, edit, log, hasKey] : kCases) {
+    SCOPED_TRACE(rule);
     JarOptions options;
-    options.certificates = {rsa};
-    c.bend(options);
-    if (options.key != rsa) options.certificates = {options.key};
+    edit(options);
     const OpenedPackage opened(Content().JarSignature(options).Build());
-    EXPECT_EQ(kFallback + c.log, opened.log);
-    EXPECT_EQ(c.log.empty(), opened.isGoodApk);
-    EXPECT_EQ(c.hasKey, !opened.key.empty());
+    EXPECT_EQ(kFallback + log, opened.log);
+    EXPECT_EQ(log.empty(), opened.isGoodApk);
+    EXPECT_EQ(hasKey, !opened.key.empty());
     EXPECT_EQ(1, opened.scheme);
   }
-}
-
-// The tag of an outer element, changed, is refused by the step that wants it.
-TEST(SignatureFile, NamesTheElementOfTheBlockThatIsMissing) {
-  const std::pair<size_t, std::string> kCases[] = {{4, "wrong header"},
-                                                   {14, "wrong object identifier"},
-                                                   {15, "wrong signed-data content"},
-                                                   {26, "wrong signed-data content"}};
-  for (const auto& [offset, text] : kCases) {
-    JarOptions options;
-    options.editBlock = [at = offset](ByteVector& block) { block.at(at) ^= 0x01; };
-    EXPECT_EQ(kFallback + "E PKCS7 parsing: " + text + "\n",
-              OpenedPackage(Content().JarSignature(options).Build()).log);
-  }
-}
-
-// No change of one byte in the manifest or the signature file keeps the verdict, nor one in the
-// signature; the rest of the block holds bytes that bear no meaning here. A line names the link.
-TEST(SignatureFile, EveryChangedByteIsRefusedByTheStepThatFindsIt) {
-  const std::string unverified = "\n[EI] (file not verified: META-INF/CERT.SF|";
-  const std::string kRefusals[] = {
-      "\n[EI] (Can't validate manifest|Can't load manifest: size=)",
-      unverified + "Parse manifest: Error: P_)",
-      unverified + "PKCS7 parsing:|Can't parse digest algo|Unknown hashing algorithm|can not get|" +
-          "Error parsing DSA signature)"};
-  for (const KeyType type : {KeyType::kRsa2048, KeyType::kDsa1024}) {
-    JarOptions options;
-    options.key = &TestKey(type);
-    std::vector<ZipFile> files = SignJar({{"classes.dex", kDex}}, options);
-    size_t meaningless = 0;
-    for (size_t n = 0; n < files.size(); ++n) {
-      for (uint8_t& byte : files[n].contents) {
-        byte ^= 0x01;
-        PackageBuilder builder = Content();
-        for (const ZipFile& file : files) builder.Entry(file.name, file.contents);
-        byte ^= 0x01;
-        const OpenedPackage opened(builder.Build());
-        if (n == 2 && opened.isGoodApk) {
-          ++meaningless;
-          continue;
-        }
-        EXPECT_FALSE(opened.isGoodApk) << files[n].name;
-        EXPECT_THAT(opened.log, testing::ContainsRegex(kRefusals[n]));
-      }
-    }
-    // The versions, the content info, issuers, serial numbers, the certificate around its key and
-    // the signature algorithm's identifier.
-    EXPECT_LT(meaningless, files[2].contents.size() - 256) << "key and signature at least count";
-    EXPECT_GT(meaningless, 0u);
-  }
-}
-
-// A system image may have lost its signing block on purpose.
-TEST(SignatureFile, AClaimOfV2CountsOnAWritableFileSystemOnly) {
-  JarOptions options;
-  options.apkSigned = "2";
-  tarnsim::KernelSetup setup;
-  setup.readOnly = {kMemoryPath};
-  const tarnsim::Simulation simulation(setup);
-  EXPECT_TRUE(OpenedPackage(Content().JarSignature(options).Build()).isGoodApk);
-}
-
-TEST(SignatureFile, OfSeveralOnlyOneIsLookedAt) {
-  JarOptions options;
-  options.signer = "OTHER";
-  EXPECT_TRUE(OpenedPackage(Content().JarSignature(options).Build()).isGoodApk);
   const OpenedPackage none(PackageBuilder().Manifest().Entry("META-INF/MANIFEST.MF", {}).Build());
   EXPECT_FALSE(none.isGoodApk);
   EXPECT_EQ(kFallback, none.log);
 }
 
-TEST(EntryDigests, ThreeFormsOnBothRoads) {
+// No change of one byte in the manifest or the signature file keeps the verdict, nor one in the
+// signature. The rest of the block holds bytes that mean nothing here. A log line names the link.
+TEST(SignatureFile, EveryChangedByteIsRefusedByTheStepThatFindsIt) {
+  const std::string unverified = "\n[EI] (file not verified: META-INF/CERT.SF|";
+  const std::string kRefusals[] = {
+      "\n[EI] (Can't validate manifest|Can't load manifest: size=)",
+      unverified + "Parse manifest: Error: P_)",
+      unverified + "PKCS7 parsing:|Can't parse digest algo|Unknown hashing algorithm|can not get)"};
+  std::vector<ZipFile> files = SignJar({{"classes.dex", kDex}});
+  size_t meaningless = 0;
+  for (size_t n = 0; n < files.size(); ++n) {
+    for (uint8_t& byte : files[n].contents) {
+      byte ^= 1;
+      PackageBuilder builder = Content();
+      for (const ZipFile& file : files) builder.Entry(file.name, file.contents);
+      byte ^= 1;
+      const OpenedPackage opened(builder.Build());
+      if (n == 2 && opened.isGoodApk) {
+        ++meaningless;
+        continue;
+      }
+      EXPECT_FALSE(opened.isGoodApk) << files[n].name;
+      EXPECT_THAT(opened.log, testing::ContainsRegex(kRefusals[n]));
+    }
+  }
+  // The versions, the content info, issuers, serial numbers, the certificate around its key and
+  // the signature algorithm's identifier.
+  EXPECT_LT(meaningless, files[2].contents.size() - 256) << "key and signature at least count";
+  EXPECT_GT(meaningless, 0u);
+}
+
+// A system image may have lost its signing block on purpose.
+TEST(SignatureFile, AClaimOfV2CountsOnAWritableFileSystemOnly) {
+  tarnsim::KernelSetup setup;
+  setup.readOnly = {kMemoryPath};
+  const tarnsim::Simulation simulation(setup);
+  JarOptions options;
+  options.apkSigned = "2";
+  EXPECT_TRUE(OpenedPackage(Content().JarSignature(options).Build()).isGoodApk);
+}
+
+TEST(SignatureFile, AnEmptyRsaBlockLeavesTheDsaBlockOfTheSignatureFilesName) {
+  JarOptions options;
+  options.key = &TestKey(KeyType::kDsa1024);
+  const std::vector<ZipFile> files = SignJar({{"classes.dex", kDex}}, options);
+  PackageBuilder builder = Content().Entry("META-INF/MANIFEST.MF", files[0].contents);
+  builder.Entry("META-INF/X.SF", files[1].contents).Entry("META-INF/X.DSA", files[2].contents);
+  EXPECT_TRUE(OpenedPackage(builder.Entry("META-INF/X.RSA", {}).Build()).isGoodApk);
+}
+
+TEST(EntryDigests, AreCheckedForEachFormOfAnEntry) {
   const TempFolder folder;
-  const std::string same = folder.Write("same", kDex),
-                    other = folder.Write("other", {'d', 'e', 'y'});
+  const std::string same = folder.Write("1", kDex), other = folder.Write("2", {'d', 'e', 'y'});
   JarOptions options;
   options.editManifest = [](std::string& text) {
-    text += "Name: sha512\r\nSHA-512-Digest: AAAA\r\n\r\n";
-    text += "Name: several\r\nSHA-256-Digest: nQ+/k0n2RvFDUHLysCEghHUu9GAb1rAS+75htsXgOTA=\r\n";
-    text += "SHA1-Digest: AAAA\r\n\r\n";
+    text +=
+        "Name: sha512\r\nSHA-512-Digest: AAAA\r\n\r\nName: several\r\n"
+        "SHA-256-Digest: nQ+/k0n2RvFDUHLysCEghHUu9GAb1rAS+75htsXgOTA=\r\n"
+        "SHA1-Digest: AAAA\r\n\r\n";
   };
-  const auto package = [](PackageBuilder builder) {
-    for (const char* name : {"sha512", "several", "unlisted"}) builder.Entry(name, kDex);
-    return MemoryFile(builder.Build());
-  };
-  const auto content = [] {
-    return PackageBuilder().Manifest().Entry("classes.dex", kDex, Compression::kDeflated);
-  };
-  const Fd v1File = package(content().JarSignature(options));
-  // Its own manifest counts where it lists an entry; the skipped names are for v1 alone.
+  // A v2 package's own manifest counts where it lists an entry. The skipped names are for v1 only.
   const ByteVector listing = Wire().Text("A: 1\n\nName: META-INF/CERT.SF\nSHA1-Digest: AAAA\n\n");
-  const Fd v2File = package(
-      content().Entry("META-INF/CERT.SF", kDex).Entry("META-INF/MANIFEST.MF", listing).V2());
+  PackageBuilder jar, whole;
+  jar.Manifest().Entry("classes.dex", kDex, Compression::kDeflated).JarSignature(options);
+  for (const char* name : {"sha512", "several", "unlisted"}) jar.Entry(name, kDex);
+  for (const char* name : {"classes.dex", "META-INF/CERT.SF", "unlisted"}) whole.Entry(name, kDex);
+  const Fd v1File = MemoryFile(jar.Build());
+  const Fd v2File =
+      MemoryFile(whole.Manifest().Entry("META-INF/MANIFEST.MF", listing).V2().Build());
   LogCapture log;
-  Apk v1(v1File.GetFd(), /*ignoreHalyxFilter=*/true);
-  Apk v2(v2File.GetFd(), /*ignoreHalyxFilter=*/true);
+  Apk v1(v1File.GetFd(), /*ignoreHalyxFilter=*/true), v2(v2File.GetFd(), true);
   ASSERT_TRUE(v1.IsGoodApk() && v2.IsGoodApk());
   log.Take();
 
-  const struct {
-    Apk& apk;
-    std::string name, path;
-    std::string log;  // none: good
-  } kCases[] = {
-      {v1, "classes.dex", kByName, {}},
-      {v1, "classes.dex", kByEntry, {}},
-      {v1, "classes.dex", same, {}},
-      {v1, "classes.dex", other, Mismatch("classes.dex")},
-      {v1, "classes.dex", "/nowhere", "E Can't open file: /nowhere\n" + kUnextractable},
-      {v1, "classes2.dex", kByName, {}},
-      {v1, "", kByName, {}},
-      {v1, std::string(65536, 'n'), kByName, {}},
-      {v1, "unlisted", kByEntry, Unlisted("unlisted")},
-      {v1, "META-INF/CERT.RSA", "/nowhere", {}},
-      {v1, "sha512", kByName,
-       "E verifyData: Unsupported digest type: SHA-512-Digest\n" + Mismatch("sha512")},
-      {v1, "several", kByName, Mismatch("several")},
-      {v2, "unlisted", kByEntry, {}},
-      {v2, "META-INF/CERT.SF", kByName, Mismatch("META-INF/CERT.SF")},
-      {v2, "classes.dex", same, {}},
-      {v2, "classes.dex", other,
-       "I verifyFileHashImpl: Not verified file in case empty manifest: classes.dex\n"},
-      {v2, "classes2.dex", same,
-       "E verifyFileHashImpl: Can't extract base file in APK: classes2.dex\n"},
+  // What a call logs, which must be nothing exactly when it succeeds.
+  const auto logOf = [&](bool good) { return (good ? "good" : "") + log.Take(); };
+  const auto byEntry = [&](Apk& apk, const std::string& name) {
+    ZipEntry entry{};
+    return logOf(apk.FindEntry(name, &entry) == 0 && apk.VerifyFileHash(name, &entry));
   };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(&c - kCases);
-    EXPECT_EQ(c.log.empty(), Verify(c.apk, c.name, c.path));
-    EXPECT_EQ(c.log, log.Take());
+  for (const char* name : {"classes.dex", "classes2.dex", ""}) {
+    EXPECT_EQ("good", logOf(v1.VerifyFileHash(name))) << name;
   }
+  EXPECT_EQ("good", logOf(v1.VerifyFileHash(std::string(65536, 'n'))));
+  EXPECT_EQ("good", logOf(v1.VerifyFileHash("classes.dex", same)));
+  EXPECT_EQ("good", logOf(v1.VerifyFileHash("META-INF/CERT.RSA", "/nowhere")));
+  EXPECT_EQ("good", logOf(v2.VerifyFileHash("classes.dex", same)));
+  EXPECT_EQ("good", byEntry(v1, "classes.dex"));
+  EXPECT_EQ("good", byEntry(v2, "unlisted"));
+  EXPECT_EQ("E" + kImpl + "Can't find file in META-INF/MANIFEST.MF: unlisted\n",
+            byEntry(v1, "unlisted"));
+  EXPECT_EQ(kMismatch + "classes.dex\n", logOf(v1.VerifyFileHash("classes.dex", other)));
+  EXPECT_EQ("E Can't open file: /nowhere\n" + kBadEntry,
+            logOf(v1.VerifyFileHash("classes.dex", "/nowhere")));
+  EXPECT_EQ("E verifyData: Unsupported digest type: SHA-512-Digest\n" + kMismatch + "sha512\n",
+            logOf(v1.VerifyFileHash("sha512")));
+  EXPECT_EQ(kMismatch + "several\n", logOf(v1.VerifyFileHash("several")));
+  EXPECT_EQ(kMismatch + "META-INF/CERT.SF\n", logOf(v2.VerifyFileHash("META-INF/CERT.SF")));
+  EXPECT_EQ("I" + kImpl + "Not verified file in case empty manifest: classes.dex\n",
+            logOf(v2.VerifyFileHash("classes.dex", other)));
+  EXPECT_EQ("E" + kImpl + "Can't extract base file in APK: classes2.dex\n",
+            logOf(v2.VerifyFileHash("classes2.dex", same)));
 }
 
-TEST(EntryDigests, SkipsExactlySevenNames) {
-  const std::pair<const char*, bool> kNames[] = {
-      {"CERT.RSA", true},    {"ANDROIDD.RSA", true}, {"SECUREST.RSA", true}, {"CERT.SF", true},
-      {"ANDROIDD.SF", true}, {"SECUREST.SF", true},  {"MANIFEST.MF", true},  {"cert.sf", false},
-      {"CERT.DSA", false},   {"OTHER.SF", false}};
-  LogCapture log;
-  for (const auto& [name, isSkipped] : kNames) {
-    EXPECT_EQ(isSkipped, Apk(-1).CanSkipValidation(std::string("META-INF/") + name)) << name;
+TEST(EntryDigests, SkipExactlySevenNames) {
+  const LogCapture log;
+  Apk apk(-1);
+  std::string skipped;
+  for (const char* name : {"CERT.RSA", "ANDROIDD.RSA", "SECUREST.RSA", "CERT.SF", "ANDROIDD.SF",
+                           "SECUREST.SF", "MANIFEST.MF", "cert.sf", "CERT.DSA", "OTHER.SF"}) {
+    skipped += apk.CanSkipValidation(std::string("META-INF/") + name) ? 's' : '-';
   }
+  EXPECT_EQ("sssssss---", skipped);
 }
 
-TEST(EntryDigests, AChangedClassesDexRefusesTheV1PackageForGood) {
+TEST(EntryDigests, AChangedClassesDexRefusesTheV1Package) {
   // libziparchive does not check the CRC of stored entries in memory.
-  const std::pair<size_t, std::string> kCases[] = {{30 + 11, Mismatch("classes.dex")},  // its bytes
-                                                   {30, kUnextractable}};  // the name before them
+  const std::pair<size_t, std::string> kCases[] = {{30 + 11, kMismatch + "classes.dex\n"},  // bytes
+                                                   {30, kBadEntry}};                        // name
   for (const auto& [offset, line] : kCases) {
-    ByteVector package =
-        PackageBuilder().Entry("classes.dex", kDex).Manifest().JarSignature().Build();
+    PackageBuilder builder = PackageBuilder().Entry("classes.dex", kDex).Manifest();
+    ByteVector package = builder.JarSignature().Build();
     package[offset] ^= 1;
-    const Fd file = MemoryFile(package);
-    LogCapture log;
-    Apk apk(file.GetFd(), /*ignoreHalyxFilter=*/true);
-    log.Take();
-    EXPECT_FALSE(apk.IsGoodApk());
-    EXPECT_EQ(line + "E Integrity not confirmed: classes.dex\n", log.Take());
-    EXPECT_FALSE(apk.IsGoodApk());
-    EXPECT_EQ("", log.Take()) << "no second check";
+    const OpenedPackage opened(package);
+    EXPECT_FALSE(opened.isGoodApk);
+    EXPECT_EQ(kFallback + line + "E Integrity not confirmed: classes.dex\n", opened.log);
   }
 }
 

@@ -11,10 +11,9 @@
 namespace Quill {
 namespace {
 
-constexpr uint8_t kInteger = 0x02, kOctetString = 0x04, kSequence = 0x30, kSet = 0x31,
-                  kContext0 = 0xa0;
+constexpr uint8_t kOctetString = 0x04, kSequence = 0x30, kSet = 0x31, kContext0 = 0xa0;
 
-// One DER element around others.
+// Returns one DER element around others.
 ByteVector Der(uint8_t tag, const std::vector<ByteVector>& elements) {
   Wire content;
   for (const ByteVector& element : elements) content.Bytes(element);
@@ -29,25 +28,23 @@ ByteVector Oid(int nid) {
   return Der(0x06, {{OBJ_get0_data(object), OBJ_get0_data(object) + OBJ_length(object)}});
 }
 
-// SignedData of PKCS #7, its content left out. The issuer that names the certificate is empty.
+// Returns a SignedData of PKCS #7 without its content. The issuer that names the certificate is
+// empty.
 ByteVector Pkcs7(const JarOptions& options, const ByteVector& signatureFile) {
-  const ByteVector null = {0x05, 0x00};
-  const ByteVector one = Der(kInteger, {ByteVector{1}});
+  const ByteVector null = {0x05, 0x00}, one = {0x02, 0x01, 0x01};
   const ByteVector issuerAndSerial = Der(kSequence, {Der(kSequence, {}), one});
-  const ByteVector digestAlgorithm =
-      Der(kSequence, {Oid(EVP_MD_type(options.signatureDigest)), null});
-  const ByteVector keyAlgorithm = Der(kSequence, {Oid(EVP_PKEY_id(options.key->key.get())), null});
-  const ByteVector signature = Sign(*options.key, options.signatureDigest, signatureFile);
-  const ByteVector signerInfo =
-      Der(kSequence, {one, issuerAndSerial, digestAlgorithm, options.signedAttributes, keyAlgorithm,
-                      Der(kOctetString, {signature})});
+  const ByteVector digest = Der(kSequence, {Oid(EVP_MD_type(options.signatureDigest)), null});
+  const ByteVector algorithm = Der(kSequence, {Oid(EVP_PKEY_id(options.key->key.get())), null});
+  const ByteVector signature =
+      Der(kOctetString, {Sign(*options.key, options.signatureDigest, signatureFile)});
+  const ByteVector signer = Der(kSequence, {one, issuerAndSerial, digest, algorithm, signature});
 
   std::vector<ByteVector> certificates;
   for (const SigningKey* key : options.certificates) certificates.push_back(key->certificate);
   if (certificates.empty()) certificates.push_back(options.key->certificate);
   const ByteVector signedData =
-      Der(kSequence, {one, Der(kSet, {digestAlgorithm}), Der(kSequence, {Oid(NID_pkcs7_data)}),
-                      Der(kContext0, certificates), Der(kSet, {signerInfo})});
+      Der(kSequence, {one, Der(kSet, {digest}), Der(kSequence, {Oid(NID_pkcs7_data)}),
+                      Der(kContext0, certificates), Der(kSet, {signer})});
   return Der(kSequence, {Oid(NID_pkcs7_signed), Der(kContext0, {signedData})});
 }
 
@@ -75,13 +72,11 @@ std::vector<ZipFile> SignJar(const std::vector<ZipFile>& entries, const JarOptio
 
   ByteVector block = Pkcs7(options, signatureFileBytes);
   if (options.editBlock) options.editBlock(block);
-
   const int kind = EVP_PKEY_id(options.key->key.get());
   const char* extension = kind == EVP_PKEY_RSA ? "RSA" : kind == EVP_PKEY_DSA ? "DSA" : "EC";
-  const std::string stem = "META-INF/" + options.signer + ".";
   return {{"META-INF/MANIFEST.MF", manifestBytes},
-          {stem + "SF", signatureFileBytes},
-          {stem + extension, block}};
+          {"META-INF/CERT.SF", signatureFileBytes},
+          {std::string("META-INF/CERT.") + extension, block}};
 }
 
 }  // namespace Quill

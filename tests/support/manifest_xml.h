@@ -21,11 +21,11 @@ struct XmlElement {
   std::vector<XmlAttribute> attributes;
 };
 
-// The compiled form of a document, without namespaces: the first element encloses the others, which
-// are empty and stand side by side. Names and texts are ASCII.
+// Returns the compiled form of a document without namespaces. The first element encloses the
+// others, which are empty and stand side by side. Names and texts are ASCII.
 ByteVector BinaryXml(const std::vector<XmlElement>& elements);
 
-// A compiled manifest of the package, with those elements inside it.
+// Returns the compiled manifest of a package, with these elements inside it.
 ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements = {});
 
 }  // namespace Quill

@@ -5,7 +5,6 @@
 #include <ostream>
 #include <string>
 #include <tuple>
-#include <vector>
 
 #include <quillon/apk.h>
 
@@ -18,7 +17,7 @@ namespace Quill {
 // The path of a MemoryFile.
 inline const std::string kMemoryPath = "/memfd:quillon-test (deleted)";
 
-// What a caller learns about a package in memory. No LogCapture may live beside.
+// What a caller learns about a package in memory. No LogCapture may live beside it.
 struct OpenedPackage {
   explicit OpenedPackage(const ByteVector& bytes, bool ignoreHalyxFilter = true) {
     const Fd file = MemoryFile(bytes);
@@ -26,6 +25,7 @@ struct OpenedPackage {
     Apk apk(file.GetFd(), ignoreHalyxFilter);
     isGoodZip = apk.IsGoodZip();
     isApk = apk.IsApk();
+    apk.IsGoodApk();  // a second check would log its lines again
     isGoodApk = apk.IsGoodApk();
     isHalyx = apk.IsHalyxPermissionRequired();
     scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
@@ -34,22 +34,21 @@ struct OpenedPackage {
     log = capture.Take();
   }
 
+  auto Facts() const {
+    return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, log);
+  }
+  bool operator==(const OpenedPackage& other) const { return Facts() == other.Facts(); }
+  friend std::ostream& operator<<(std::ostream& out, const OpenedPackage& package) {
+    return out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
+               << Hex(package.key) << "\n"
+               << package.log;
+  }
+
   bool isGoodZip, isApk, isGoodApk, isHalyx;
   int scheme;  // 0: none was verified
   std::string packageName;
   ByteVector key;
   std::string log;
-
-  auto Facts() const {
-    return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, log);
-  }
-  bool operator==(const OpenedPackage& other) const { return Facts() == other.Facts(); }
 };
-
-inline std::ostream& operator<<(std::ostream& out, const OpenedPackage& package) {
-  return out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
-             << Hex(package.key) << "\n"
-             << package.log;
-}
 
 }  // namespace Quill
