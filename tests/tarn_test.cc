@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <string>
+#include <tuple>
 #include <utility>
 
 #include <quillon/tarn.h>
@@ -29,18 +30,6 @@ constexpr auto kLegacy = TarnInterface::kLegacy;
 KernelSetup On(TarnInterface interface) {
   KernelSetup setup;
   setup.interface = interface;
-  return setup;
-}
-
-KernelSetup WithLabel(const ByteVector& label) {
-  KernelSetup setup;
-  setup.taskLabel = label;
-  return setup;
-}
-
-KernelSetup WithLabelText(const std::string& text) {
-  KernelSetup setup = On(kLegacy);
-  setup.labelText = text;
   return setup;
 }
 
@@ -106,13 +95,13 @@ TEST_F(Tarn, LabelsAreCheckedAndLaidOut) {
 
 // The simulator reads the records by the same header as the client, so here they are literals.
 TEST_F(Tarn, RecordsOfRequestsAreLaidOut) {
-  KernelSetup setup = WithLabel({1, 0, 7});
+  KernelSetup setup;
+  setup.taskLabel = {1, 0, 7};
   setup.resetFile = {0, 0, "p", {}};
   Simulation simulation(setup);
   TarnLabel* label;
   TarnResetFile* reset;
   EXPECT_EQ(0u, TarnSignFd(fd_, label_));  // it reads the integrity first
-  EXPECT_EQ(0u, TarnEditFd(fd_));
   EXPECT_EQ(0u, TarnTaskGetIntegrityLabel(0, &label));
   EXPECT_EQ(0u, TarnGetResetFile(0, &reset));
   const auto labelAddress = reinterpret_cast<uintptr_t>(label);
@@ -121,14 +110,12 @@ TEST_F(Tarn, RecordsOfRequestsAreLaidOut) {
   const std::pair<uint32_t, ByteVector> kRequests[] = {
       {0xC0266601, Wire(task).Fill(22)},
       {0xC0266604, Wire(file).U64(reinterpret_cast<uintptr_t>(label_)).Fill(14)},
-      {0xC0266601, Wire(task).Fill(22)},
-      {0xC0266605, Wire(file).Fill(22)},
       {0xC0266602, Wire(task).U64(labelAddress).U32(258).Fill(10)},
       {0xC0266603, Wire(task).Fill(20).U16(4096)},
   };
   std::vector<Request> journal = simulation.TakeJournal();
   ASSERT_EQ(std::size(kRequests), journal.size());
-  Put(journal[5].record, 28, ByteVector(8));  // the address of the path's buffer
+  Put(journal[3].record, 28, ByteVector(8));  // the address of the path's buffer
   for (size_t i = 0; i < journal.size(); ++i) {
     EXPECT_EQ(kRequests[i].first, journal[i].command);
     EXPECT_EQ(kRequests[i].second, journal[i].record) << i;
@@ -137,113 +124,73 @@ TEST_F(Tarn, RecordsOfRequestsAreLaidOut) {
   TarnResetFileFree(reset);
 }
 
-// A refusal is the kernel's errno negated, which stays in errno although a release of memory
-// changes it. EPERM looks like a device that cannot be opened.
-TEST_F(Tarn, ErrnoStaysAsTheKernelLeftIt) {
-  uint32_t (*const kCalls[])(int fd, const void* label) = {
-      TarnSignFd,
-      TarnSignFdEx,
-      [](int fd, const void*) { return TarnEditFd(fd); },
-      [](int fd, const void*) { return TarnCloseFd(fd); },
-      [](int fd, const void*) { return TarnVerifyFdSync(fd); },
-      [](int fd, const void*) { return TarnVerifyFd(fd); },
-      [](int, const void*) {
-        TarnLabel* out;
-        return TarnTaskGetIntegrityLabel(0, &out);
-      },
-      [](int, const void*) {
-        TarnResetFile* out;
-        return TarnGetResetFile(0, &out);
-      },
-  };
-  for (const int error : {EIO, EPERM}) {
-    KernelSetup setup;
-    for (const Call call : {Call::kSign, Call::kEdit, Call::kClose, Call::kVerifySync,
-                            Call::kVerify, Call::kReadLabel, Call::kReadResetFile}) {
-      setup.faults.push_back({call, 0, error});
-    }
-    const Simulation simulation(setup);
-    for (const auto call : kCalls) {
-      errno = EINTR;  // of an earlier call
-      EXPECT_EQ(static_cast<uint32_t>(-error), call(fd_, label_));
-      EXPECT_EQ(error, errno) << &call - kCalls;
-    }
-  }
+// EPERM, which gives the code of a device that cannot be opened, is told apart by errno.
+TEST_F(Tarn, ErrnoStaysAlthoughAReleaseOfMemoryChangesIt) {
+  KernelSetup setup;
+  setup.faults = {{Call::kReadLabel, 0, EPERM}, {Call::kReadResetFile, 0, EIO}};
+  const Simulation simulation(setup);
+  TarnLabel* label;
+  EXPECT_EQ(TARN_CANNOT_OPEN, TarnTaskGetIntegrityLabel(0, &label));
+  EXPECT_EQ(EPERM, errno);
+  TarnResetFile* record;
+  EXPECT_EQ(0xFFFFFFFB, TarnGetResetFile(0, &record));
+  EXPECT_EQ(EIO, errno);
 }
 
 TEST_F(Tarn, IntegrityIsReadAndWaitedFor) {
-  constexpr uint32_t kPending = 0xFFFFFFFF, kUntouched = 0xABCDEF;
-  const struct {
-    std::vector<uint32_t> values;
-    int pid;
-    uint32_t wait, deviceCode, legacyCode, value;
-    size_t readings;
-  } kCases[] = {
-      {{kPending, kPending, 0x12345678}, 0, 1, 0, 0, 0x12345678, 3},
-      {{kPending, 1}, 0, 0xFFFFFFFE, 0, 0, kPending, 1},
-      {{0xFFFFFFFE, 1}, getpid(), 1, 0, 0, 0xFFFFFFFE, 1},
-      {{7}, 0x7FFFFFFF, 1, 0xFFFFFFFD, 0x10000, kUntouched, 1},
-      {{7}, -1, 1, 1, 0x10000, kUntouched, 0},
-      {{kPending}, 0, 1, 0xFFFFFFFB, 0x10000, kPending, 9},  // then it is refused
-  };
-  for (const auto& [values, pid, wait, deviceCode, legacyCode, value, readings] : kCases) {
-    for (const TarnInterface interface : {TarnInterface::kDevice, kLegacy}) {
-      KernelSetup setup = On(interface);
-      setup.faults = {{Call::kReadIntegrity, 9, EIO}};
-      setup.integrity = values;
-      Simulation simulation(setup);
-      uint32_t read = kUntouched;
-      const uint32_t code = TarnTaskReadIntegrity(pid, wait, &read);
-      EXPECT_EQ(interface == kLegacy ? legacyCode : deviceCode, code) << pid;
-      EXPECT_EQ(value, read);
-      EXPECT_EQ(readings, simulation.TakeJournal().size());
-      EXPECT_EQ(1u, TarnTaskReadIntegrity(0, 1, nullptr));
-    }
+  constexpr uint32_t kPending = 0xFFFFFFFF;
+  for (const bool isLegacy : {false, true}) {
+    KernelSetup setup = On(isLegacy ? kLegacy : TarnInterface::kDevice);
+    setup.faults = {{Call::kReadIntegrity, 5, EIO}};
+    setup.integrity = {kPending, 0xFFFFFFFE, kPending};
+    Simulation simulation(setup);
+    uint32_t value = 7;
+    EXPECT_EQ(isLegacy ? 0x10000u : 1u, TarnTaskReadIntegrity(-1, 1, &value));
+    EXPECT_EQ(1u, TarnTaskReadIntegrity(0, 1, nullptr));
+    EXPECT_EQ(7u, value);
+    EXPECT_EQ(0u, TarnTaskReadIntegrity(0, 0xFFFFFFFE, &value));  // only the lowest bit waits
+    EXPECT_EQ(kPending, value);
+    EXPECT_EQ(0u, TarnTaskReadIntegrity(getpid(), 1, &value));
+    EXPECT_EQ(0xFFFFFFFE, value);
+    EXPECT_EQ(isLegacy ? 0x10000u : 0xFFFFFFFB, TarnTaskReadIntegrity(0, 1, &value));
+    EXPECT_EQ(kPending, value);
+    EXPECT_EQ(5u, simulation.TakeJournal().size());
   }
 }
 
-TEST_F(Tarn, LabelsOfTasksAreReadFromTheDeviceOrAsText) {
+TEST_F(Tarn, TheLegacyFilesHoldNumbersAsText) {
   const std::string digits(600, 'a');
-  const ByteVector longest = Wire().U16(256).Fill(256, 0xAA);
-  ByteVector tooLong = longest;
-  tooLong[0] = 1;  // a byte more than there is room for
-  const struct {
-    KernelSetup setup;
-    int pid;
-    uint32_t code;
-    ByteVector bytes = {};
-  } kCases[] = {
-      {WithLabel(longest), 0, 0, longest},
-      {WithLabel(tooLong), 0, 0x10000},
-      {WithLabel(longest), -1, 1},
-      {WithLabelText("5\nCAfe1\n"), 0, 0, {2, 0, 0xCA, 0xFE}},
-      {WithLabelText("0\n"), 0, 0, {0, 0}},
-      {WithLabelText("-1\n"), 0, 0},
-      {WithLabelText("513 " + digits), 0, 0, longest},
-      {WithLabelText("514 " + digits), 0, 0x10000},
-      {WithLabelText("4 caxx"), 0, 0x10000},
-      {WithLabelText("cafe"), 0, 1},
-      {WithLabelText("2 ca"), -1, 0x10000},
+  const std::tuple<std::string, uint32_t, ByteVector> kLabels[] = {
+      {"5\nCAfe1\n", 0, {2, 0, 0xCA, 0xFE}},
+      {"0\n", 0, {0, 0}},
+      {"-1\n", 0, {}},
+      {"513 " + digits, 0, Wire().U16(256).Fill(256, 0xAA)},
+      {"514 " + digits, 0x10000, {}},
+      {"4 caxx", 0x10000, {}},
+      {"cafe", 1, {}},
   };
-  for (const auto& [setup, pid, code, bytes] : kCases) {
-    const Simulation simulation(setup);
-    TarnLabel* label = nullptr;
-    EXPECT_EQ(code, TarnTaskGetIntegrityLabel(pid, &label)) << Hex(bytes);
-    EXPECT_EQ(bytes, label == nullptr ? ByteVector() : BytesOf(label, label->length + size_t{2}));
-    TarnLabelFree(label);
-  }
   KernelSetup setup = On(kLegacy);
   setup.valueText = "x";
-  const Simulation simulation(setup);
-  uint32_t value;
-  EXPECT_EQ(0x10000u, TarnTaskGetIntegrity(0, &value));
+  for (const auto& [text, code, bytes] : kLabels) {
+    setup.labelText = text;
+    const Simulation simulation(setup);
+    TarnLabel* label = nullptr;
+    EXPECT_EQ(0x10000u, TarnTaskGetIntegrityLabel(-1, &label));
+    EXPECT_EQ(code, TarnTaskGetIntegrityLabel(0, &label)) << text;
+    EXPECT_EQ(bytes, label == nullptr ? ByteVector() : BytesOf(label, label->length + size_t{2}));
+    TarnLabelFree(label);
+    uint32_t value;
+    EXPECT_EQ(0x10000u, TarnTaskGetIntegrity(0, &value));
+  }
 }
 
-TEST_F(Tarn, ResetFileIsCopiedWithItsPath) {
+// Of labels and paths, the kernel says how long they are.
+TEST_F(Tarn, LengthsFromTheDeviceAreChecked) {
   const std::string longest(4095, 'p');
   KernelSetup setup;
-  for (const auto& [length, copied] : std::initializer_list<std::pair<uint16_t, std::string>>{
-           {4096, longest}, {5, "pppp"}, {0, ""}}) {
+  setup.taskLabel = Wire().U16(256).Fill(256, 0xAA);
+  const std::pair<uint16_t, std::string> kPaths[] = {{4096, longest}, {5, "pppp"}, {0, ""}};
+  for (const auto& [length, copied] : kPaths) {
     setup.resetFile = {0x1122334455667788, 0x99AABBCC, longest, length};
     const Simulation simulation(setup);
     TarnResetFile* record = nullptr;
@@ -252,11 +199,19 @@ TEST_F(Tarn, ResetFileIsCopiedWithItsPath) {
     expected.resize(4110);
     EXPECT_EQ(expected, BytesOf(record, 4110)) << length;
     TarnResetFileFree(record);
+    TarnLabel* label = nullptr;
+    EXPECT_EQ(0u, TarnTaskGetIntegrityLabel(0, &label));
+    EXPECT_EQ(*setup.taskLabel, BytesOf(label, 258));
+    TarnLabelFree(label);
   }
   setup.resetFile->pathLength = 4097;
+  setup.taskLabel->at(0) = 1;
   const Simulation simulation(setup);
-  EXPECT_EQ(1u, TarnGetResetFile(0, nullptr));
+  TarnLabel* label;
+  EXPECT_EQ(0x10000u, TarnTaskGetIntegrityLabel(0, &label));
+  EXPECT_EQ(1u, TarnTaskGetIntegrityLabel(-1, &label));
   TarnResetFile* record;
+  EXPECT_EQ(1u, TarnGetResetFile(0, nullptr));
   EXPECT_EQ(1u, TarnGetResetFile(-1, &record));
   EXPECT_EXIT(static_cast<void>(TarnGetResetFile(0, &record)), testing::KilledBySignal(SIGABRT),
               "");
