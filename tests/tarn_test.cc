@@ -141,7 +141,7 @@ TEST_F(Tarn, IntegrityIsReadAndWaitedFor) {
   constexpr uint32_t kPending = 0xFFFFFFFF;
   for (const bool isLegacy : {false, true}) {
     KernelSetup setup = On(isLegacy ? kLegacy : TarnInterface::kDevice);
-    setup.faults = {{Call::kReadIntegrity, 5, EIO}};
+    setup.faults = {{Call::kReadIntegrity, 5, EIO}, {Call::kReadIntegrity, 6, EIO}};
     setup.integrity = {kPending, 0xFFFFFFFE, kPending};
     Simulation simulation(setup);
     uint32_t value = 7;
