@@ -4,11 +4,10 @@
 
 #include <android/log.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstring>
-#include <optional>
+#include <functional>
 #include <string>
 #include <type_traits>
 
@@ -23,72 +22,67 @@ static_assert(!std::is_copy_constructible_v<ApkPackage> && !std::is_copy_assigna
 
 constexpr uint32_t kV2 = 0x7109871a, kV3 = 0xf05368c0, kUnknown = 0x12345678;
 
-ByteVector Eocd(uint32_t directorySize, uint32_t directoryOffset) {
+// An end record of 22 bytes.
+Wire Eocd(uint32_t directorySize, uint32_t directoryOffset) {
   return Wire().Text("PK\5\6").Fill(8).U32(directorySize).U32(directoryOffset).U16(0);
 }
 
-// The offset at which a step finds what it looks for; nothing for null.
-using Offset = std::optional<ptrdiff_t>;
-
-template <typename Step>
-Offset Find(const ByteVector& file, Step step) {
-  const auto mapping = GuardedMapping(file);
-  const auto* found = reinterpret_cast<const uint8_t*>(step(ApkPackage(mapping), mapping->Data()));
-  return found == nullptr ? Offset() : found - mapping->Data();
+// Changes a number in place.
+void Change(const MapFile& mapping, const PackageNumber& number, uint64_t value) {
+  std::memcpy(const_cast<uint8_t*>(mapping.Data()) + number.offset, &value, number.size);
 }
 
-TEST(ApkPackage, FindsTheLastEndRecordBehindTheFirst22Bytes) {
+TEST(ApkPackage, EachStepFindsItsRecordOrNothing) {
+  using Step = const void* (*)(const ApkPackage&, const uint8_t* begin, const uint8_t* end);
+  // Finds the last end record behind the first 22 bytes.
+  const Step kEnd = [](const ApkPackage& package, const uint8_t*, const uint8_t*) {
+    return static_cast<const void*>(package.FindEocdRecord());
+  };
+  // Finds the central directory of the end record in front of the file.
+  const Step kDirectory = [](const ApkPackage& package, const uint8_t* begin, const uint8_t*) {
+    return static_cast<const void*>(
+        package.FindCentralDirectory(reinterpret_cast<const EocdRecord*>(begin)));
+  };
+  // Finds the signing block in front of a central directory that starts where the file ends.
+  const Step kBlock = [](const ApkPackage& package, const uint8_t*, const uint8_t* end) {
+    return static_cast<const void*>(
+        package.FindApkSigningBlock(reinterpret_cast<const CentralDirectory*>(end)));
+  };
+  const auto directory = [](uint32_t size, uint32_t offset) {
+    return Eocd(size, offset).Fill(28).Text("PK\1\2").Fill(42).Text("PK\1\2");  // 100 bytes
+  };
   const ByteVector eocd = Eocd(0, 0);
-  const std::pair<ByteVector, Offset> kCases[] = {
-      {Wire().Fill(21).Bytes(eocd).Fill(1), {}},
-      {Wire().Fill(22).Bytes(eocd), 22},
-      {Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(70000), 45},
-      {Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(17), 22},
-  };
-  for (const auto& [file, offset] : kCases) {
-    EXPECT_EQ(offset, Find(file, [](const ApkPackage& package, const uint8_t*) {
-                return package.FindEocdRecord();
-              }));
-  }
-}
-
-TEST(ApkPackage, CentralDirectoryLiesInTheFile) {
-  const ByteVector file = Wire().Fill(50).Text("PK\1\2").Fill(42).Text("PK\1\2");  // 100 bytes
-  const struct {
-    uint32_t size, offset;
-    Offset found;
-  } kCases[] = {{50, 50, 50}, {51, 50, {}}, {4, 49, {}},  {4, 96, 96},
-                {3, 97, {}},  {0, 101, {}}, {0, ~0u, {}}, {~0u, 50, {}}};
-  for (const auto& c : kCases) {
-    const ByteVector eocd = Eocd(c.size, c.offset);
-    EXPECT_EQ(c.found, Find(file,
-                            [&](const ApkPackage& package, const uint8_t*) {
-                              return package.FindCentralDirectory(
-                                  reinterpret_cast<const EocdRecord*>(eocd.data()));
-                            }))
-        << c.size << " bytes at " << c.offset;
-  }
-}
-
-TEST(ApkPackage, SigningBlockEndsAtTheCentralDirectoryAndStartsInTheFile) {
   const std::string magic = "APK Sig Block 42";
-  const std::pair<ByteVector, Offset> kCases[] = {
-      // what lies before the central directory
-      {Wire().Fill(10).Bytes(SigningBlock({1, 2})), 10},
-      {Wire().Fill(7).Text(magic), {}},
-      {Wire().U64(16).Text(magic), 0},  // a footer alone, its size in one place
-      {Wire().Fill(7).U64(24).Text(magic), {}},
-      {Wire().Fill(30).U64(0xfffffffffffffff8).Text(magic), {}},
-      {Wire().U64(24).U64(24).Text("APK Sig Block 43"), {}},
-      {Wire().U64(25).U64(24).Text(magic), {}},
+  const struct {
+    Step step;
+    ByteVector file;
+    int offset;  // -1: nothing is found
+  } kCases[] = {
+      {kEnd, Wire().Fill(21).Bytes(eocd).Fill(1), -1},
+      {kEnd, Wire().Fill(22).Bytes(eocd), 22},
+      {kEnd, Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(70000), 45},
+      {kEnd, Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(17), 22},
+      {kDirectory, directory(50, 50), 50},
+      {kDirectory, directory(51, 50), -1},
+      {kDirectory, directory(4, 49), -1},
+      {kDirectory, directory(4, 96), 96},
+      {kDirectory, directory(3, 97), -1},
+      {kDirectory, directory(0, 101), -1},
+      {kDirectory, directory(0, ~0u), -1},
+      {kDirectory, directory(~0u, 50), -1},
+      {kBlock, Wire().Fill(10).Bytes(SigningBlock({1, 2})), 10},
+      {kBlock, Wire().Fill(7).Text(magic), -1},
+      {kBlock, Wire().U64(16).Text(magic), 0},  // a footer alone, its size in one place
+      {kBlock, Wire().Fill(7).U64(24).Text(magic), -1},
+      {kBlock, Wire().Fill(30).U64(0xfffffffffffffff8).Text(magic), -1},
+      {kBlock, Wire().U64(24).U64(24).Text("APK Sig Block 43"), -1},
+      {kBlock, Wire().U64(25).U64(24).Text(magic), -1},
   };
-  for (const auto& [before, offset] : kCases) {
-    EXPECT_EQ(offset, Find(before,
-                           [size = before.size()](const ApkPackage& package, const uint8_t* data) {
-                             return package.FindApkSigningBlock(
-                                 reinterpret_cast<const CentralDirectory*>(data + size));
-                           }))
-        << before.size();
+  for (const auto& c : kCases) {
+    const auto mapping = GuardedMapping(c.file);
+    const uint8_t* begin = mapping->Data();
+    const void* found = c.step(ApkPackage(mapping), begin, begin + mapping->Size());
+    EXPECT_EQ(c.offset == -1 ? nullptr : begin + c.offset, found) << "row " << &c - kCases;
   }
 }
 
@@ -126,7 +120,7 @@ TEST(ApkPackage, V3IsChosenBeforeV2AndOfTwoTheFirst) {
   ByteVector trailing = package().V2().Build(), gap = trailing;
   trailing.push_back(0);
   gap.insert(gap.end() - 22, 0);  // behind the central directory
-  const std::pair<ByteVector, const char*> kCases[] = {
+  const std::pair<ByteVector, std::string> kCases[] = {
       {package().V2().V3().Build(), "V3"},
       {package().V3().Pair(kV3, {}).Build(), "V3"},
       {package().V2().Comment(ByteVector(65535, 7)).Build(), "V2"},
@@ -146,58 +140,52 @@ TEST(ApkPackage, V3IsChosenBeforeV2AndOfTwoTheFirst) {
   }
 }
 
+// The second package's pair no longer fits when it is verified: the file changed.
 TEST(ApkPackage, APairThatCannotBeVerifiedYieldsNoKey) {
-  LogCapture log;
-  ApkPackage package(GuardedMapping(PackageBuilder().Manifest().Pair(kV2, {}).Build()));
-  ASSERT_TRUE(package.ParseApkPackage());
-  EXPECT_FALSE(package.VerifyApkPackage());
-  ByteVector key;
-  EXPECT_FALSE(package.GetMainPublicKey(key));
-  EXPECT_EQ(
-      "E Can't parse digests~\nE Can't parse signed data~\nE Can't parse signer data~\n"
-      "E Can't parse APK signature block~\nE Can't find any public key~\n",
-      log.Take());
-}
-
-// What was found to fit is not trusted again: the file may change between the steps.
-TEST(ApkPackage, RefusesAPairThatNoLongerFits) {
-  const ByteVector bytes = PackageBuilder().Manifest().V2().Build();
-  const Fd file = MemoryFile(bytes);
-  ApkPackage package(MapFileRO(file.GetFd()));
-  ASSERT_TRUE(package.ParseApkPackage());
-  const ByteVector id = Wire().U32(kV2);
-  const auto pair = std::search(bytes.begin(), bytes.end(), id.begin(), id.end()) - 8;
-  const ByteVector length = Wire().U64(1 << 30);
-  ASSERT_EQ(8, pwrite(file.GetFd(), length.data(), length.size(), pair - bytes.begin()));
-  LogCapture log;
-  EXPECT_FALSE(package.VerifyApkPackage());
-  EXPECT_EQ(
-      "E APK signing block is not initialized~\n"
-      "E Can't create APK signature block~\n",
-      log.Take());
-}
-
-// A package whose file changes between two steps: a number takes another value and, if that is not
-// the last change, its own again. Moments are counted; one lies behind each step, one behind the
-// parse of the chosen pair, where the scheme logs a line.
-class ChangingPackage : public ApkPackage {
- public:
-  struct Change {
-    size_t first, back;  // moments
-    const PackageNumber* number;
-    uint64_t value;
+  const std::pair<uint64_t, std::string> kCases[] = {
+      {4,
+       "E Can't parse digests~\nE Can't parse signed data~\nE Can't parse signer data~\n"
+       "E Can't parse APK signature block~\n"},
+      {1 << 30, "E APK signing block is not initialized~\nE Can't create APK signature block~\n"},
   };
-
-  ChangingPackage(const std::shared_ptr<MapFile>& mapping, const Change& change)
-      : ApkPackage(mapping), file_(const_cast<uint8_t*>(mapping->Data())), change_(change) {
-    current_ = this;
-    __android_log_set_logger([](const auto*, auto...) { current_->Pass(); });
+  const ByteVector bytes = PackageBuilder().Manifest().Pair(kV2, {}).Build();
+  for (const auto& [pairLength, lines] : kCases) {
+    LogCapture log;
+    const auto mapping = GuardedMapping(bytes);
+    ApkPackage package(mapping);
+    ASSERT_TRUE(package.ParseApkPackage());
+    Change(*mapping, NumbersOf(bytes)[5], pairLength);
+    EXPECT_FALSE(package.VerifyApkPackage());
+    ByteVector key;
+    EXPECT_FALSE(package.GetMainPublicKey(key));
+    EXPECT_EQ(lines + "E Can't find any public key~\n", log.Take());
   }
-  ~ChangingPackage() override {
-    __android_log_set_logger(__android_log_stderr_logger);
-    Put(change_.number->value);
-  }
+}
 
+// A package whose file changes between two steps. Moments are counted: one behind each step, and
+// one behind the parse of the pair, where the scheme logs a line.
+struct ChangingPackage : ApkPackage {
+  static constexpr size_t kMoments = 8;
+
+  // At the moment `first` the number takes the value, at `back` its own again.
+  ChangingPackage(const std::shared_ptr<MapFile>& mapping, const PackageNumber& number,
+                  uint64_t value, size_t first, size_t back = kMoments)
+      : ApkPackage(mapping) {
+    pass = [=, moment = size_t{0}]() mutable {
+      if (moment == first) Change(*mapping, number, value);
+      if (moment == back) Change(*mapping, number, number.value);
+      return ++moment;
+    };
+    __android_log_set_logger([](const auto*, auto...) { pass(); });
+  }
+  ~ChangingPackage() override { __android_log_set_logger(__android_log_stderr_logger); }
+
+  // The result, behind which a moment lies.
+  template <typename Result>
+  static Result After(Result result) {
+    pass();
+    return result;
+  }
   const EocdRecord* FindEocdRecord() const override { return After(ApkPackage::FindEocdRecord()); }
   const CentralDirectory* FindCentralDirectory(const EocdRecord* eocd) const override {
     return After(ApkPackage::FindCentralDirectory(eocd));
@@ -213,92 +201,62 @@ class ChangingPackage : public ApkPackage {
                                std::vector<const ApkSignatureBlock*>& out) const override {
     return After(ApkPackage::ParseApkSignatureBlocks(block, out));
   }
-  bool ParseApkPackage() override { return After(ApkPackage::ParseApkPackage()); }
   void PrepareRawDataChunks(EocdRecord* eocdCopy, std::vector<RawData>& chunks) const override {
     ApkPackage::PrepareRawDataChunks(eocdCopy, chunks);
-    Pass();
+    pass();
   }
 
-  size_t MomentCount() const { return moment_; }
-
- private:
-  template <typename Result>
-  Result After(Result result) const {
-    Pass();
-    return result;
-  }
-  void Pass() const {
-    if (moment_ == change_.first) Put(change_.value);
-    if (moment_ == change_.back) Put(change_.number->value);
-    ++moment_;
-  }
-  void Put(uint64_t value) const {
-    std::memcpy(file_ + change_.number->offset, &value, change_.number->size);
+  // The key of a package that verifies; none of a refused one.
+  ByteVector Key() {
+    ByteVector key;
+    if (After(ParseApkPackage()) && VerifyApkPackage()) GetMainPublicKey(key);
+    return key;
   }
 
-  static ChangingPackage* current_;
-  uint8_t* file_;
-  Change change_;
-  mutable size_t moment_ = 0;
+  inline static std::function<size_t()> pass;
 };
-
-ChangingPackage* ChangingPackage::current_ = nullptr;
 
 // Every number takes another value between any two steps, for the next step alone or for good.
 TEST(ApkPackage, AFileThatChangesBetweenStepsIsRefusedOrVerifiedAsItWas) {
-  constexpr size_t kMoments = 8;
   SignerOptions rotated;
   rotated.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256, 1), rotated.key}))};
-  const std::pair<ByteVector, const char*> kCases[] = {
-      {PackageBuilder().Manifest().V2().Build(), "V2"},
-      {PackageBuilder().Manifest().V3({rotated}).Build(), "V3"},
-  };
-  for (const auto& [file, version] : kCases) {
-    const auto mapping = GuardedMapping(file);
+  for (const auto& builder : {PackageBuilder().V2(), PackageBuilder().V3({rotated})}) {
+    const ByteVector file = PackageBuilder(builder).Manifest().Build();
     const auto numbers = NumbersOf(file);
-    ByteVector goodKey;
-    {
-      ChangingPackage good(mapping, {kMoments, kMoments, &numbers.front(), 0});
-      ASSERT_TRUE(good.ParseApkPackage() && good.VerifyApkPackage());
-      ASSERT_EQ(kMoments, good.MomentCount());
-      ASSERT_TRUE(good.GetMainPublicKey(goodKey));
-    }
+    const auto mapping = GuardedMapping(file);
+    const auto run = [&](const PackageNumber& number, uint64_t value, size_t first, size_t back) {
+      const ByteVector key = ChangingPackage(mapping, number, value, first, back).Key();
+      Change(*mapping, number, number.value);
+      return key;
+    };
+    constexpr size_t kEnd = ChangingPackage::kMoments;
+    const ByteVector goodKey = run(numbers[0], 0, kEnd + 1, kEnd + 1);
+    ASSERT_FALSE(goodKey.empty());
+    ASSERT_EQ(kEnd + 1, ChangingPackage::pass());
     for (const PackageNumber& number : numbers) {
       for (const uint64_t value : number.Others()) {
-        for (size_t first = 0; first < kMoments; ++first) {
-          for (const size_t back : {first + 1, kMoments}) {
-            SCOPED_TRACE(std::string(version) + ", " + number.name + " is " +
-                         std::to_string(value) + " from " + std::to_string(first) + " to " +
-                         std::to_string(back));
-            ChangingPackage package(mapping, {first, back, &number, value});
-            if (!package.ParseApkPackage() || !package.VerifyApkPackage()) continue;
-            ByteVector key;
-            EXPECT_TRUE(package.GetMainPublicKey(key));
-            EXPECT_EQ(goodKey, key);
-            EXPECT_EQ(version, package.GetVersionName());
+        for (size_t first = 0; first < kEnd; ++first) {
+          for (const size_t back : {first + 1, kEnd}) {
+            const ByteVector key = run(number, value, first, back);
+            EXPECT_TRUE(key.empty() || key == goodKey)
+                << number.name << " at " << number.offset << " is " << value << " from " << first
+                << " to " << back;
           }
         }
       }
     }
-    EXPECT_TRUE(std::equal(file.begin(), file.end(), mapping->Data()));
   }
 }
 
 // The block's size is read twice, to find the block and to list its pairs.
 TEST(ApkPackage, NoPairIsTakenFromBehindABlockThatGrows) {
-  constexpr size_t kBehindCheckEnd = 3, kNever = 99;
-  auto hostile =
+  constexpr size_t kBehindCheckEnd = 3;
+  const auto hostile =
       PutPairBehindBlock(PackageBuilder().Manifest().V2().Comment(ByteVector(65535)).Build());
   for (const uint64_t size : {hostile.blockSize.value + 1, hostile.longerBlockSize}) {
     const auto mapping = GuardedMapping(hostile.package);
-    ChangingPackage package(mapping, {kBehindCheckEnd, kNever, &hostile.blockSize, size});
-    const bool isParsed = package.ParseApkPackage();
-    EXPECT_FALSE(isParsed) << size;
-    if (!isParsed) continue;
-    const ByteVector length = Wire().U64(1000008);
-    std::copy(length.begin(), length.end(),
-              const_cast<uint8_t*>(mapping->Data()) + hostile.pairLength.offset);
-    EXPECT_FALSE(package.VerifyApkPackage());
+    ChangingPackage package(mapping, hostile.blockSize, size, kBehindCheckEnd);
+    EXPECT_FALSE(package.ParseApkPackage()) << size;
   }
 }
 

@@ -9,31 +9,31 @@
 
 namespace Quill {
 
-// A number as it stands in a package.
+// A number in a package.
 struct PackageNumber {
   const char* name;
   size_t offset;  // from the start of the file
   size_t size;    // bytes
   uint64_t value;
 
-  // Other numbers of its size: limits, neighbours, and some that make sums wrap.
+  // Returns other numbers of its size: limits, neighbours, and some that make sums wrap.
   std::vector<uint64_t> Others() const;
 };
 
-// Every length, size, ID and other number in the signing block of a package with a single pair, of
-// scheme v2 or v3, and those of its end record that name the central directory and the comment.
+// Returns the numbers of a package with a single pair: the block sizes, the pair's length, those of
+// the end record that name the central directory and the comment, and inside the pair all 32 bits
+// that can be a length or are a known ID. Some of these are parts of a key or a signature.
 std::vector<PackageNumber> NumbersOf(const ByteVector& package);
 
-// A package with a v3 pair in its comment, which a reader finds who takes another block size for
-// right: with that, the footer is the start of a pair that ends where the one in the comment
-// starts.
+// A package whose comment holds a v3 pair. With `longerBlockSize` as block size, the footer is the
+// start of a pair that ends at the one in the comment.
 struct PairBehindBlock {
   ByteVector package;
   PackageNumber blockSize;
   uint64_t longerBlockSize;
   PackageNumber pairLength;
 };
-// Makes one of a package with a long comment of zeros; its contents are no longer those signed.
+// Makes one of a package with a long comment of zeros. Its contents no longer match its signature.
 PairBehindBlock PutPairBehindBlock(ByteVector package);
 
 }  // namespace Quill
