@@ -2,13 +2,23 @@
 
 #include <gtest/gtest.h>
 #include <openssl/digest.h>
+#include <openssl/rsa.h>
 
-#include "crypto/hash.h"
+#include <quillon/digest.h>
+
 #include "crypto/verifier.h"
+#include "crypto/x509_certificate.h"
+#include "tests/support/log_capture.h"
 #include "tests/support/signing_key.h"
 
 namespace Quill {
 namespace {
+
+const ByteVector kData = {'d', 'a', 't', 'a'};
+
+bool Init(Verifier& verifier, const EVP_MD* md, const ByteVector& publicKey) {
+  return verifier.Init(publicKey, Hash::CreateHashFromAlgoId(EVP_MD_type(md)));
+}
 
 template <typename Kind>
 std::unique_ptr<Verifier> Make() {
@@ -17,42 +27,81 @@ std::unique_ptr<Verifier> Make() {
 
 TEST(Verifier, TakesAWholeKeyOfItsKindAndOneSignature) {
   const struct {
-    std::unique_ptr<Verifier> (*make)();
+    std::unique_ptr<Verifier> verifier;
     KeyType type;
     uint32_t algorithmId;
     size_t keyLength;  // 0 where it varies
     size_t behindKey;  // bytes that follow the key bytes in the DER form
   } kCases[] = {
-      {Make<RSAVerifier>, KeyType::kRsa2048, 0x0103, 256, 5},
-      {Make<RSAPSSVerifier>, KeyType::kRsa2048, 0x0102, 256, 5},
-      {Make<DSAVerifier>, KeyType::kDsa1024, 0x0301, 0, 0},
-      {Make<ECDSAVerifier>, KeyType::kP521, 0x0202, 131, 0},
+      {Make<RSAVerifier>(), KeyType::kRsa2048, 0x0103, 256, 5},
+      {Make<RSAPSSVerifier>(), KeyType::kRsa2048, 0x0102, 256, 5},
+      {Make<DSAVerifier>(), KeyType::kDsa1024, 0x0301, 0, 0},
+      {Make<ECDSAVerifier>(), KeyType::kP521, 0x0202, 131, 0},
   };
-  const ByteVector data = {'d', 'a', 't', 'a'};
   for (const auto& c : kCases) {
     SCOPED_TRACE(&c - kCases);
     const SigningKey& key = TestKey(c.type);
-    const auto verifier = c.make();
-    const auto init = [&](const ByteVector& der) {
-      const int nid = EVP_MD_type(AlgorithmDigest(c.algorithmId));
-      return verifier->Init(der, Hash::CreateHashFromAlgoId(nid));
-    };
+    const EVP_MD* md = AlgorithmDigest(c.algorithmId);
     ByteVector keyBytes;
-    EXPECT_FALSE(verifier->GetPublicKey(keyBytes));
-    EXPECT_FALSE(init(Wire().Bytes(key.publicKey).U8(0)));
-    EXPECT_FALSE(init(TestKey(KeyType::kP256).certificate));
-    ASSERT_TRUE(init(key.publicKey));
-    EXPECT_TRUE(verifier->GetPublicKey(keyBytes));
+    EXPECT_FALSE(c.verifier->GetPublicKey(keyBytes));
+    EXPECT_FALSE(Init(*c.verifier, md, Wire().Bytes(key.publicKey).U8(0)));
+    EXPECT_FALSE(Init(*c.verifier, md, TestKey(KeyType::kP256).certificate));
+    ASSERT_TRUE(Init(*c.verifier, md, key.publicKey));
+    EXPECT_TRUE(c.verifier->GetPublicKey(keyBytes));
     EXPECT_EQ(c.keyLength != 0 ? c.keyLength : keyBytes.size(), keyBytes.size());
     const auto* end = key.publicKey.data() + key.publicKey.size() - c.behindKey;
     EXPECT_EQ(ByteVector(end - keyBytes.size(), end), keyBytes);
 
-    const ByteVector signature = Sign(key, c.algorithmId, data);
-    EXPECT_TRUE(verifier->Verify(data, signature));
-    EXPECT_FALSE(verifier->Verify(data, signature)) << "the digest goes on from the first call";
-    ASSERT_TRUE(init(key.publicKey));
-    EXPECT_FALSE(verifier->Verify({'D', 'a', 't', 'a'}, signature));
+    const ByteVector signature = Sign(key, c.algorithmId, kData);
+    EXPECT_TRUE(c.verifier->Verify(kData, signature));
+    EXPECT_FALSE(c.verifier->Verify(kData, signature)) << "the digest goes on from the first call";
+    ASSERT_TRUE(Init(*c.verifier, md, key.publicKey));
+    EXPECT_FALSE(c.verifier->Verify({'D', 'a', 't', 'a'}, signature));
   }
+}
+
+TEST(Verifier, APssSaltIsAsLongAsTheDigest) {
+  const SigningKey& key = TestKey(KeyType::kRsa2048);
+  const ByteVector digest = DigestOf(EVP_sha256(), kData);
+  for (const int saltLength : {20, 32}) {
+    size_t length = 0;
+    ByteVector signature(256);
+    ASSERT_TRUE(RSA_sign_pss_mgf1(EVP_PKEY_get0_RSA(key.key.get()), &length, signature.data(),
+                                  signature.size(), digest.data(), digest.size(), EVP_sha256(),
+                                  /*mgf1_md=*/nullptr, saltLength));
+    RSAPSSVerifier verifier;
+    ASSERT_TRUE(Init(verifier, EVP_sha256(), key.publicKey));
+    EXPECT_EQ(saltLength == 32, verifier.Verify(kData, signature));
+  }
+}
+
+TEST(Verifier, ADsaKeyWithoutParametersHasNoBytes) {
+  DSAVerifier verifier;
+  ASSERT_TRUE(Init(verifier, EVP_sha256(),
+                   {0x30, 0x11, 0x30, 0x09, 0x06, 0x07, 0x2a, 0x86, 0x48, 0xce, 0x38, 0x04, 0x01,
+                    0x03, 0x04, 0x00, 0x02, 0x01, 0x05}));
+  ByteVector keyBytes;
+  EXPECT_FALSE(verifier.GetPublicKey(keyBytes));
+}
+
+TEST(Hash, ACloneGoesOnFromWhatWasFed) {
+  HashSHA256 hash;
+  hash.Update({'d', 'a'});
+  const auto clone = hash.Clone();
+  EXPECT_EQ(DigestOf(EVP_sha256(), kData), hash.Digest({'t', 'a'}));
+  EXPECT_EQ(DigestOf(EVP_sha256(), kData), clone->Digest({'t', 'a'}));
+  ByteVector bytes = kData;  // is both the input and the output
+  ComputeSHA256Digest(bytes, bytes);
+  EXPECT_EQ(DigestOf(EVP_sha256(), kData), bytes);
+}
+
+TEST(Crypto, SaysWhatItDoesNotTake) {
+  LogCapture log;
+  EXPECT_EQ(nullptr, Hash::CreateHashFromAlgoId(NID_md5));
+  EXPECT_FALSE(X509Certificate().Parse({}));
+  EXPECT_EQ(
+      "E Not supported crypto algorithms for hash: 4~\nE Input data of certificate is empty\n",
+      log.Take());
 }
 
 }  // namespace
