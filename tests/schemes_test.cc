@@ -112,25 +112,6 @@ TEST(Signer, FailsAtTheFirstFieldThatDoesNotFit) {
   }
 }
 
-// An item by itself is parsed as in a sequence. Nothing behind it is read.
-TEST(Signer, AnItemAtAPointerIsBoundedByItsLength) {
-  for (const uint32_t length : {9, 10, 11}) {
-    ByteVector item = Wire().U32(length).U32(0x0103).U32(2).Fill(3, 0xd1);
-    item.resize(4 + length);
-    const auto* pointer = reinterpret_cast<const LengthValueItem*>(item.data());
-    Digest digest;
-    Signature signature;
-    Attribute attribute;
-    EXPECT_EQ(length == 10, Base::ParseDigestItem(pointer, digest));
-    EXPECT_EQ(length == 10, Base::ParseSignatureItem(pointer, signature));
-    EXPECT_TRUE(Base::ParseAttributeItem(pointer, attribute));
-    EXPECT_EQ(length == 10 ? ByteVector({0xd1, 0xd1}) : ByteVector(), digest.value);
-    EXPECT_EQ(digest.value, signature.value);
-    item.resize(item.size() + 4);
-    EXPECT_EQ(ByteVector(item.begin() + 8, item.end()), attribute.value);
-  }
-}
-
 TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
   std::vector<Digest> entries = {{0x0421, {}}};
   EXPECT_EQ(entries.end(), Base::FindBestSupportedAlgoId(entries));
@@ -309,30 +290,26 @@ TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
   const ByteVector unusable = CertificateOfUnknownKeyKind();
   const std::string chained = " certificate in proof of rotation chain";
   const struct {
-    std::function<void(Chain&)> bend;
     size_t keyCount;
+    std::function<void(Chain&)> bend;
     std::string line;  // the last one; none: accepted
   } kCases[] = {
-      {[](Chain& c) {
-         // None of these means anything.
-         c[1].flags = c[1].rotationCertificate.parsed.signedAlgorithmId = 0x0421;
-         c[2].signatureAlgorithmId = 0x0421;
-       },
-       2, ""},
-      {[](Chain& c) { c[1].signatureAlgorithmId = 0x0421; }, 1,
+      {2, [](auto& c) { c[1].rotationCertificate.parsed.signedAlgorithmId = c[1].flags = 7; }, ""},
+      {2, [](auto& c) { c[2].signatureAlgorithmId = 0x0421; }, ""},
+      {1, [](auto& c) { c[1].signatureAlgorithmId = 0x0421; },
        "Can't find supporting hash algo for" + chained + ": #3"},
-      {[](Chain& c) { c[0].signatureAlgorithmId = 0x0201; }, 0,
+      {0, [](auto& c) { c[0].signatureAlgorithmId = 0x0201; },
        "Can't initialize verifier object in proof of rotation chain: #2"},
-      {[](Chain& c) { c[1].signature.back() ^= 1; }, 0,
+      {0, [](auto& c) { c[1].signature.back() ^= 1; },
        "Can't verify signature for" + chained + ": #2"},
-      {[](Chain& c) { c[0].rotationCertificate.parsed.certificate = {1}; }, 0,
+      {0, [](auto& c) { c[0].rotationCertificate.parsed.certificate = {1}; },
        "Can't parse X509 certificate for certificate in proof ofrotation chain"},
-      {[&](Chain& c) { Replace(c[0], unusable, rsa); }, 0, "Can't get public key for" + chained},
-      {[&](Chain& c) { Replace(c[1], {1}, rsa); }, 1,
+      {0, [&](auto& c) { Replace(c[0], unusable, rsa); }, "Can't get public key for" + chained},
+      {1, [&](auto& c) { Replace(c[1], {1}, rsa); },
        "Can't parse X509 certificate for" + chained + ": #2"},
-      {[&](Chain& c) { Replace(c[1], unusable, rsa); }, 1,
+      {1, [&](auto& c) { Replace(c[1], unusable, rsa); },
        "Can't get public key from" + chained + ": #2"},
-      {[&](Chain& c) { c = repeated; }, 2,
+      {2, [&](auto& c) { c = repeated; },
        "Encountered duplicate entries in proof of rotation record at certificate: #3"},
   };
   for (const auto& c : kCases) {

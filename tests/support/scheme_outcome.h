@@ -5,14 +5,13 @@
 #include <utility>
 #include <vector>
 
-#include "signing_block/raw_data.h"
 #include "signing_block/zip_format.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/signers.h"
 
 namespace Quill {
 
-// What a scheme makes of a pair's value, which lies in a block of exactly its size.
+// What a scheme returns and logs for the value of a pair.
 struct SchemeOutcome {
   bool isParsed = false;
   bool isVerified = false;
@@ -22,14 +21,13 @@ struct SchemeOutcome {
 
 enum class Stage { kParse, kVerify };
 
-// `Scheme` is ApkSigningBlockV2 or ApkSigningBlockV3; every region is one chunk.
+// Runs a scheme over a pair in memory of exactly its size. `Scheme` is ApkSigningBlockV2 or
+// ApkSigningBlockV3.
 template <typename Scheme>
 SchemeOutcome RunScheme(Stage last, const ByteVector& value, const Regions& regions = {}) {
   const ByteVector pair = Wire().U64(4 + value.size()).U32(0).Bytes(value);
-  std::vector<RawData> chunks;
-  for (const ByteVector& region : regions) chunks.push_back({region.data(), region.size()});
   LogCapture log;
-  Scheme scheme(reinterpret_cast<const ApkSignatureBlock*>(pair.data()), chunks);
+  Scheme scheme(reinterpret_cast<const ApkSignatureBlock*>(pair.data()), Chunks(regions));
   SchemeOutcome outcome;
   outcome.isParsed = scheme.Parse();
   if (last == Stage::kVerify) outcome.isVerified = scheme.Verify();

@@ -3,58 +3,46 @@
 #include "tests/support/signers.h"
 
 #include <algorithm>
-#include <map>
 
 namespace Quill {
 namespace {
 
-enum class Scheme { kV2, kV3 };
-
-// One digest or signature item.
+// A digest or signature item.
 ByteVector AlgorithmItem(uint32_t algorithmId, const ByteVector& value) {
   return Wire().U32(algorithmId).LengthPrefixed(value);
 }
 
-ByteVector Value(Scheme scheme, const std::vector<SignerOptions>& signers, const Regions& regions) {
-  std::map<uint32_t, ByteVector> contentDigests;  // made once, however many signers there are
-  const auto contentDigest = [&](uint32_t id) {
-    if (contentDigests.count(id) == 0) contentDigests[id] = ContentDigest(id, regions);
-    return contentDigests[id];
-  };
-  std::vector<ByteVector> items;
-  for (const SignerOptions& options : signers) {
-    const SigningKey& key = *options.key;
-    const auto signatureIds =
-        options.signatureAlgorithms.value_or(std::vector<uint32_t>{key.algorithmId});
-    const auto certificates =
-        options.certificates.value_or(std::vector<ByteVector>{key.certificate});
-    std::vector<ByteVector> digests;
-    for (uint32_t id : options.digestAlgorithms.value_or(signatureIds)) {
-      digests.push_back(
-          AlgorithmItem(id, options.contentDigest ? *options.contentDigest : contentDigest(id)));
-    }
-
-    Wire signedData;
-    signedData.LengthPrefixed(Sequence(digests)).LengthPrefixed(Sequence(certificates));
-    if (scheme == Scheme::kV3) {
-      signedData.U32(options.signedMinSdk.value_or(options.minSdk));
-      signedData.U32(options.signedMaxSdk.value_or(options.maxSdk));
-    }
-    signedData.LengthPrefixed(Sequence(options.attributes)).Bytes(options.behindAttributes);
-
-    std::vector<ByteVector> signatures;
-    signatures.reserve(signatureIds.size());
-    for (uint32_t id : signatureIds) {
-      signatures.push_back(AlgorithmItem(id, Sign(key, id, signedData)));
-    }
-    Wire signer;
-    signer.LengthPrefixed(signedData);
-    if (scheme == Scheme::kV3) signer.U32(options.minSdk).U32(options.maxSdk);
-    signer.LengthPrefixed(Sequence(signatures));
-    signer.LengthPrefixed(options.publicKey.value_or(key.publicKey));
-    items.push_back(signer);
+ByteVector Signer(bool isV3, const SignerOptions& options, const Regions& regions) {
+  const SigningKey& key = *options.key;
+  const std::vector<uint32_t> keyAlgorithm = {key.algorithmId};
+  const auto signatureIds = options.signatureAlgorithms.value_or(keyAlgorithm);
+  std::vector<ByteVector> digests, signatures;
+  for (const uint32_t id : options.digestAlgorithms.value_or(signatureIds)) {
+    digests.push_back(AlgorithmItem(
+        id, options.contentDigest ? *options.contentDigest : ContentDigest(id, regions)));
   }
-  return Wire().LengthPrefixed(Sequence(items));
+  const std::vector<ByteVector> keyCertificate = {key.certificate};
+  Wire signedData;
+  signedData.LengthPrefixed(Sequence(digests));
+  signedData.LengthPrefixed(Sequence(options.certificates.value_or(keyCertificate)));
+  if (isV3) {
+    signedData.U32(options.minSdk).U32(options.signedMaxSdk.value_or(options.maxSdk));
+  }
+  signedData.LengthPrefixed(Sequence(options.attributes)).Bytes(options.behindAttributes);
+  for (const uint32_t id : signatureIds) {
+    signatures.push_back(AlgorithmItem(id, Sign(key, id, signedData)));
+  }
+  Wire signer;
+  signer.LengthPrefixed(signedData);
+  if (isV3) signer.U32(options.minSdk).U32(options.maxSdk);
+  return signer.LengthPrefixed(Sequence(signatures))
+      .LengthPrefixed(options.publicKey.value_or(key.publicKey));
+}
+
+ByteVector Value(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions) {
+  Wire items;
+  for (const SignerOptions& options : signers) items.LengthPrefixed(Signer(isV3, options, regions));
+  return Wire().LengthPrefixed(items);
 }
 
 }  // namespace
@@ -76,11 +64,11 @@ ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions) {
 }
 
 ByteVector V2Value(const std::vector<SignerOptions>& signers, const Regions& regions) {
-  return Value(Scheme::kV2, signers, regions);
+  return Value(/*isV3=*/false, signers, regions);
 }
 
 ByteVector V3Value(const std::vector<SignerOptions>& signers, const Regions& regions) {
-  return Value(Scheme::kV3, signers, regions);
+  return Value(/*isV3=*/true, signers, regions);
 }
 
 ByteVector Sequence(const std::vector<ByteVector>& items) {

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "schemes/proof_of_rotation.h"
+#include "signing_block/raw_data.h"
 #include "tests/support/signing_key.h"
 #include "tests/support/wire.h"
 
@@ -15,10 +16,17 @@ namespace Quill {
 // The regions of a package that its content digest covers, in order.
 using Regions = std::vector<ByteVector>;
 
-// The digest over the regions' pieces of 1 MiB, one piece after the other.
+// Returns one chunk for each region.
+inline std::vector<RawData> Chunks(const Regions& regions) {
+  std::vector<RawData> chunks;
+  for (const ByteVector& region : regions) chunks.push_back({region.data(), region.size()});
+  return chunks;
+}
+
+// Returns the digest over the regions' pieces of 1 MiB, one piece after the other.
 ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions);
 
-// What a signer is made from. What is left out is made to fit the rest.
+// The parts of a signer. A part that is left out is made to fit the others.
 struct SignerOptions {
   const SigningKey* key = &TestKey(KeyType::kP256);
   std::optional<std::vector<uint32_t>> signatureAlgorithms;  // default: what suits the key
@@ -28,23 +36,22 @@ struct SignerOptions {
   std::optional<ByteVector> publicKey;                       // default: the key's
   std::vector<ByteVector> attributes;                        // ID and value
   ByteVector behindAttributes;                               // more signed data
-  // For v3 alone.
+  // Only v3 has these.
   uint32_t minSdk = 24;
   uint32_t maxSdk = 0x7fffffff;
-  std::optional<uint32_t> signedMinSdk;  // default: minSdk
   std::optional<uint32_t> signedMaxSdk;  // default: maxSdk
 };
 
-// The value of a v2 or v3 pair: signers over the regions.
+// Return the value of a v2 or v3 pair: signers over the regions.
 ByteVector V2Value(const std::vector<SignerOptions>& signers, const Regions& regions);
 ByteVector V3Value(const std::vector<SignerOptions>& signers, const Regions& regions);
 
-// Items behind each other, each with its length.
+// Returns the items one after the other, each behind its length.
 ByteVector Sequence(const std::vector<ByteVector>& items);
 
-// The lineage of the keys, oldest first.
+// Returns the lineage of the keys, oldest first.
 std::vector<ProofOfRotation> Lineage(const std::vector<const SigningKey*>& keys);
-// The proof-of-rotation attribute that holds the levels.
+// Returns the proof-of-rotation attribute that holds the levels.
 ByteVector LineageAttribute(const std::vector<ProofOfRotation>& levels);
 
 }  // namespace Quill
