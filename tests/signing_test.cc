@@ -16,6 +16,7 @@
 #include <quillon/signing.h>
 #include <quillon/tarn.h>
 
+#include "integrity/file_signing.h"
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"

@@ -25,7 +25,7 @@ struct OpenedPackage {
     Apk apk(file.GetFd(), ignoreHalyxFilter);
     isGoodZip = apk.IsGoodZip();
     isApk = apk.IsApk();
-    apk.IsGoodApk();  // a second check would log its lines again
+    static_cast<void>(apk.IsGoodApk());  // a second check would log its lines again
     isGoodApk = apk.IsGoodApk();
     isHalyx = apk.IsHalyxPermissionRequired();
     scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
