@@ -8,15 +8,15 @@
 
 namespace Quill {
 
-// Returns key pairs that are the same in every run: several of the curve P-256, then one of RSA. So
-// an input that one run has signed verifies in another, and mutators can sign it again.
+// Returns the keys that seeds and mutators sign with: several of the curve P-256, then one of RSA.
+// A mutator signs an input of an earlier run again, since the keys never change.
 const std::vector<SigningKey>& FixedKeys();
 
-// Finds the key with this DER SubjectPublicKeyInfo. Returns null for any other.
+// Returns the key of that DER SubjectPublicKeyInfo, or null.
 const SigningKey* FindFixedKey(const ByteVector& publicKey);
 
-// Signs with the v2 and v3 algorithm of this ID. If the key is of another kind, signs with the
-// key's own kind of algorithm and the same digest.
+// Signs `data` by the v2 and v3 algorithm of that ID. Where the algorithm is for keys of another
+// kind, only its digest is used.
 ByteVector SignAnyway(const SigningKey& key, uint32_t algorithmId, const ByteVector& data);
 
 }  // namespace Quill

@@ -2,16 +2,18 @@
 
 #include "tests/support/signing_key.h"
 
+#include <openssl/bio.h>
 #include <openssl/digest.h>
 #include <openssl/dsa.h>
 #include <openssl/evp.h>
 #include <openssl/mem.h>
-#include <openssl/nid.h>
+#include <openssl/pem.h>
 #include <openssl/rsa.h>
 #include <openssl/x509.h>
 
 #include <map>
 #include <stdexcept>
+#include <string>
 #include <utility>
 
 namespace Quill {
@@ -19,26 +21,6 @@ namespace {
 
 void Require(bool done) {
   if (!done) throw std::runtime_error("crypto library");
-}
-
-// `size` is the modulus length in bits, or the curve's identifier.
-EVP_PKEY* Generate(int kind, int size) {
-  const bssl::UniquePtr<EVP_PKEY_CTX> context(EVP_PKEY_CTX_new_id(kind, nullptr));
-  const auto setSize = kind == EVP_PKEY_RSA ? EVP_PKEY_CTX_set_rsa_keygen_bits
-                                            : EVP_PKEY_CTX_set_ec_paramgen_curve_nid;
-  EVP_PKEY* key = nullptr;
-  Require(EVP_PKEY_keygen_init(context.get()) && setSize(context.get(), size) &&
-          EVP_PKEY_keygen(context.get(), &key));
-  return key;
-}
-
-// EVP neither makes DSA keys nor signs with them.
-EVP_PKEY* GenerateDsa() {
-  bssl::UniquePtr<DSA> dsa(DSA_new());
-  bssl::UniquePtr<EVP_PKEY> key(EVP_PKEY_new());
-  Require(DSA_generate_parameters_ex(dsa.get(), 1024, nullptr, 0, nullptr, nullptr, nullptr) &&
-          DSA_generate_key(dsa.get()) && EVP_PKEY_assign_DSA(key.get(), dsa.release()));
-  return key.release();
 }
 
 template <typename Object>
@@ -50,46 +32,30 @@ ByteVector Encode(int (*encode)(Object*, uint8_t**), Object* object) {
   return {der, der + length};
 }
 
-ByteVector MakeCertificate(EVP_PKEY* key, EVP_PKEY* issuer) {
-  const bssl::UniquePtr<X509> certificate(X509_new());
-  X509_NAME* name = X509_get_subject_name(certificate.get());
-  const auto* text = reinterpret_cast<const uint8_t*>("quillon test");
-  Require(X509_set_version(certificate.get(), X509_VERSION_3) &&
-          ASN1_INTEGER_set(X509_get_serialNumber(certificate.get()), 1) &&
-          X509_NAME_add_entry_by_txt(name, "CN", MBSTRING_ASC, text, -1, -1, 0) &&
-          X509_set_issuer_name(certificate.get(), name) &&
-          X509_gmtime_adj(X509_getm_notBefore(certificate.get()), 0) &&
-          X509_gmtime_adj(X509_getm_notAfter(certificate.get()), 3600) &&
-          X509_set_pubkey(certificate.get(), key) &&
-          X509_sign(certificate.get(), issuer, EVP_sha256()));
-  return Encode(i2d_X509, certificate.get());
-}
-
-SigningKey MakeKey(KeyType type) {
-  static const std::map<KeyType, std::pair<int, uint32_t>> kKinds = {
-      {KeyType::kRsa2048, {2048, 0x0103}},       {KeyType::kP256, {NID_X9_62_prime256v1, 0x0201}},
-      {KeyType::kP384, {NID_secp384r1, 0x0202}}, {KeyType::kP521, {NID_secp521r1, 0x0202}},
-      {KeyType::kDsa1024, {0, 0x0301}},
-  };
-  const auto& [size, algorithmId] = kKinds.at(type);
-  const bool isDsa = type == KeyType::kDsa1024;
-  SigningKey made;
-  made.algorithmId = algorithmId;
-  made.key.reset(isDsa ? GenerateDsa()
-                       : Generate(type == KeyType::kRsa2048 ? EVP_PKEY_RSA : EVP_PKEY_EC, size));
-  made.publicKey = Encode<const EVP_PKEY>(i2d_PUBKEY, made.key.get());
-  const SigningKey& issuer = isDsa ? TestKey(KeyType::kP256) : made;
-  made.certificate = MakeCertificate(made.key.get(), issuer.key.get());
-  return made;
-}
-
 }  // namespace
+
+SigningKey LoadKey(KeyType type, int number) {
+  static const std::map<KeyType, std::pair<std::string, uint32_t>> kTypes = {
+      {KeyType::kRsa1128, {"rsa1128", 0x0103}}, {KeyType::kRsa2048, {"rsa2048", 0x0103}},
+      {KeyType::kP256, {"p256", 0x0201}},       {KeyType::kP384, {"p384", 0x0202}},
+      {KeyType::kP521, {"p521", 0x0202}},       {KeyType::kDsa1024, {"dsa1024", 0x0301}},
+  };
+  const auto& [name, algorithmId] = kTypes.at(type);
+  const std::string path = QUILLON_KEYS_DIR "/" + name + "-" + std::to_string(number) + ".pem";
+  const bssl::UniquePtr<BIO> file(BIO_new_file(path.c_str(), "r"));
+  Require(file != nullptr);
+  bssl::UniquePtr<EVP_PKEY> key(PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
+  const bssl::UniquePtr<X509> certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
+  Require(key != nullptr && certificate != nullptr);
+  ByteVector publicKey = Encode<const EVP_PKEY>(i2d_PUBKEY, key.get());
+  return {std::move(key), publicKey, Encode(i2d_X509, certificate.get()), algorithmId};
+}
 
 const SigningKey& TestKey(KeyType type, int number) {
   static std::map<std::pair<KeyType, int>, SigningKey> keys;
   const auto found = keys.find({type, number});
   if (found != keys.end()) return found->second;
-  return keys.emplace(std::pair(type, number), MakeKey(type)).first->second;
+  return keys.emplace(std::pair(type, number), LoadKey(type, number)).first->second;
 }
 
 ByteVector CertificateOfUnknownKeyKind() {

@@ -10,9 +10,9 @@
 
 namespace Quill {
 
-enum class KeyType { kRsa2048, kP256, kP384, kP521, kDsa1024 };
+enum class KeyType { kRsa1128, kRsa2048, kP256, kP384, kP521, kDsa1024 };
 
-// A key pair with a certificate, which another key issued when its own kind cannot.
+// A key pair with a certificate.
 struct SigningKey {
   bssl::UniquePtr<EVP_PKEY> key;
   ByteVector publicKey;    // DER SubjectPublicKeyInfo
@@ -20,21 +20,25 @@ struct SigningKey {
   uint32_t algorithmId;    // a v2 and v3 signature algorithm that suits the key
 };
 
-// Keys are made on first use and kept; `number` tells several of one type apart.
+// Reads tests/keys/<type>-<number>.pem: a private key and a certificate of its public key. The keys
+// are the same in every run, which the fuzz corpora rely on.
+SigningKey LoadKey(KeyType type, int number = 0);
+
+// Returns the same, read on first use and kept.
 const SigningKey& TestKey(KeyType type, int number = 0);
 
-// A well-formed certificate whose public key no library knows what to do with.
+// Returns a well-formed certificate with a public key of a kind that no library knows.
 ByteVector CertificateOfUnknownKeyKind();
 
 ByteVector DigestOf(const EVP_MD* md, const ByteVector& data);
 
-// The digest of the v2 and v3 signature algorithm.
+// Returns the digest of a v2 and v3 signature algorithm.
 const EVP_MD* AlgorithmDigest(uint32_t algorithmId);
 
-// The key's signature over `data`, for RSA by PKCS #1 v1.5 or by PSS.
+// Signs `data`; RSA keys pad by PKCS #1 v1.5 or by PSS.
 ByteVector Sign(const SigningKey& key, const EVP_MD* md, const ByteVector& data,
                 bool isPss = false);
-// The same by a v2 and v3 signature algorithm; only its padding and its digest are looked at.
+// Signs `data` with the padding and the digest of a v2 and v3 signature algorithm.
 ByteVector Sign(const SigningKey& key, uint32_t algorithmId, const ByteVector& data);
 
 }  // namespace Quill
