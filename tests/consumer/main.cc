@@ -1,20 +1,10 @@
 // SPDX-License-Identifier: Apache-2.0
 
-// A program outside this repository: sees the installed headers and library only.
+// A program outside this repository. It sees the installed headers and library, and headers of its
+// own.
 #include <cstdio>
 
-#include <quillon/apk.h>
-#include <quillon/base64.h>
-#include <quillon/certificate.h>
-#include <quillon/digest.h>
-#include <quillon/entry_points.h>
-#include <quillon/file.h>
-#include <quillon/file_name.h>
-#include <quillon/manifest_mf.h>
-#include <quillon/signing.h>
-#include <quillon/strings.h>
-#include <quillon/system.h>
-#include <quillon/tarn.h>
+#include "all_headers.h"  // by run.sh: each installed header
 
 // usage: consumer PACKAGE. Exit status 0 when the package verifies under scheme v3.
 int main(int argc, char** argv) {

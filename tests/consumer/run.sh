@@ -1,8 +1,9 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Installs a finished build into a folder of its own, then builds and runs a program against the installed
-# tree alone: found by find_package, and once more by pkg-config.
+# Installs a finished build into a folder of its own, then builds and runs a program against the installed tree
+# alone: found by find_package, and once more by pkg-config. The program includes every installed header, and has
+# headers of its own with the names of some of the library's.
 # usage: run.sh BUILD_FOLDER COMPILER
 set -euo pipefail
 
@@ -15,8 +16,14 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 cmake --install "$build" --prefix "$work/first" >/dev/null
-mv "$work/first" "$work/prefix"  # whatever still names the first place is found out
+mv "$work/first" "$work/prefix"  # finds whatever still names the first folder
 cp "$here/CMakeLists.txt" "$here/main.cc" "$work"  # away from the repository's own headers
+(cd "$work/prefix/include" && printf '#include <%s>\n' quillon/*.h) >"$work/all_headers.h"
+mkdir "$work/util"
+for name in export file strings; do echo '#error "the consumer'"'"'s own header"' >"$work/util/$name.h"; done
+
+printf '#include <quillon/%s.h>\n' base64 entry_points tarn |
+  "$CXX" -x c -std=c99 -pedantic-errors -Wall -Werror -fsyntax-only -I"$work" -I"$work/prefix/include" -
 
 Run() {  # Run TITLE COMMAND...
   local output
@@ -32,7 +39,7 @@ Run find_package "$work/build/consumer" "$sample"
 pkgConfigFile=$(find "$work/prefix" -name quillon.pc)
 export PKG_CONFIG_PATH=${pkgConfigFile%/*}
 read -ra flags < <(pkg-config --cflags --libs quillon)
-"$CXX" -std=c++17 "$work/main.cc" -o "$work/consumer" "${flags[@]}"
+"$CXX" -std=c++17 -I"$work" "$work/main.cc" -o "$work/consumer" "${flags[@]}"
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir quillon) Run pkg-config "$work/consumer" "$sample"
 
 "$work/prefix/bin/quillon" verify "$sample"
