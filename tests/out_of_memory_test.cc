@@ -5,43 +5,38 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/statvfs.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <cstdarg>
 #include <cstdlib>
 #include <functional>
-#include <memory>
+#include <iterator>
 #include <new>
 #include <set>
 #include <string>
 #include <string_view>
 #include <system_error>
 
-#include <quillon/apk.h>
 #include <quillon/entry_points.h>
 #include <quillon/signing.h>
 #include <quillon/tarn.h>
 
 #include "integrity/libhx.h"
 #include "simulator/simulator.h"
-#include "tests/support/package_builder.h"
-#include "tests/support/temp_file.h"
-#include "util/log.h"
+#include "tests/support/opened_package.h"
 
-// Fails each allocation in turn while packages are opened and files labelled, on whatever thread
-// and in whatever library it is: malloc and its like are this file's. Sanitizers have their own, so
-// there only what C++ allocates fails, and they look for leaks.
+// Fails each allocation in turn while packages are opened and files are labelled. This file defines
+// malloc, so any thread and any library is meant. Sanitizers have a malloc of their own: with them
+// only the allocations of C++ fail, and the sanitizer looks for leaks.
 
 namespace {
 
 std::atomic<bool> isArmed{false};
-std::atomic<int> allocations{0};  // since it was armed
-std::atomic<int> blocks{0};       // allocated since then and still there
+std::atomic<int> allocations{0};  // while armed
+std::atomic<int> blocks{0};       // allocated while armed and not freed
 int failing = 0;                  // the allocation that fails, counted from 1
-bool failsForGood = false;        // and so do all behind it
-// True once an allocation has failed in a library that does not clean up when memory is short.
+bool failsForGood = false;        // all later ones fail, too
 std::atomic<bool> failedInLeakyLibrary{false};
 thread_local int exemptions = 0;
 
@@ -55,21 +50,18 @@ struct Exempt {
 
 bool Counts() { return isArmed && exemptions == 0; }
 
-// The archive library and its base are built without clean-up behind exceptions; the parsers of
-// certificates and compiled manifests lose a block here and there.
+// libziparchive and libbase are built without clean-up behind exceptions. libcrypto and
+// libandroidfw lose blocks when they lack the memory to parse a certificate or a manifest.
 bool IsInLeakyLibrary() {
   const Exempt exempt;
   void* frames[64];
-  const int count = backtrace(frames, 64);
-  for (int i = 0; i < count; ++i) {
+  return std::any_of(frames, frames + backtrace(frames, 64), [](void* frame) {
     Dl_info info;
-    if (dladdr(frames[i], &info) == 0) continue;
-    const std::string_view file = info.dli_fname;
-    for (const char* library : {"/libandroidfw.", "/libbase.", "/libcrypto.", "/libziparchive."}) {
-      if (file.find(library) != std::string_view::npos) return true;
-    }
-  }
-  return false;
+    const std::string_view file = dladdr(frame, &info) != 0 ? info.dli_fname : "";
+    const auto isIn = [&file](const char* name) { return file.find(name) != file.npos; };
+    return isIn("/libandroidfw.") || isIn("/libbase.") || isIn("/libcrypto.") ||
+           isIn("/libziparchive.");
+  });
 }
 
 bool FailsNow() {
@@ -77,244 +69,181 @@ bool FailsNow() {
   const int number = ++allocations;
   if (number != failing && !(failsForGood && number > failing)) return false;
   if (!failedInLeakyLibrary) failedInLeakyLibrary = IsInLeakyLibrary();
+  errno = ENOMEM;
   return true;
 }
-
-// The calls that fail, while one lives.
-struct Armed {
-  Armed(int first, bool forGood) {
-    failing = first;
-    failsForGood = forGood;
-    allocations = blocks = 0;
-    failedInLeakyLibrary = false;
-    isArmed = true;
-  }
-  Armed(const Armed&) = delete;
-  Armed& operator=(const Armed&) = delete;
-  ~Armed() { isArmed = false; }
-};
 
 }  // namespace
 
 // NOLINTBEGIN(bugprone-reserved-identifier, cppcoreguidelines-no-malloc): names of the C library
 // and of the linker's --wrap
-extern "C" {
-
-#if QUILLON_OWN_MALLOC
 #define VISIBLE __attribute__((visibility("default")))
+#if QUILLON_OWN_MALLOC
+extern "C" {
 void* __libc_malloc(size_t size);
 void* __libc_calloc(size_t count, size_t size);
 void* __libc_realloc(void* block, size_t size);
 void __libc_free(void* block);
 
-static void* Allocated(void* block) {
-  if (block == nullptr) errno = ENOMEM;
+static void* Counted(void* block) {
   if (block != nullptr && Counts()) ++blocks;
   return block;
 }
 
 VISIBLE void* malloc(size_t size) noexcept {
-  return Allocated(FailsNow() ? nullptr : __libc_malloc(size));
+  return FailsNow() ? nullptr : Counted(__libc_malloc(size));
 }
-
 VISIBLE void* calloc(size_t count, size_t size) noexcept {
-  return Allocated(FailsNow() ? nullptr : __libc_calloc(count, size));
+  return FailsNow() ? nullptr : Counted(__libc_calloc(count, size));
 }
-
 VISIBLE void* realloc(void* block, size_t size) noexcept {
   if (block == nullptr) return malloc(size);
-  void* moved = FailsNow() ? nullptr : __libc_realloc(block, size);
-  if (moved == nullptr) errno = ENOMEM;
-  return moved;
+  return FailsNow() ? nullptr : __libc_realloc(block, size);
 }
-
 VISIBLE void free(void* block) noexcept {
   if (block != nullptr && Counts()) --blocks;
   __libc_free(block);
 }
-#endif
-
-// The simulated kernel does not run out of the caller's memory.
-int __real_open(const char* path, int flags, ...);
-int __real_ioctl(int fd, unsigned long code, ...);
-int __real_fstatvfs(int fd, struct statvfs* info);
-int __real_statvfs(const char* path, struct statvfs* info);
-int __real_HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size);
-
-int __wrap_open(const char* path, int flags, mode_t mode) {
-  const Exempt exempt;
-  return __real_open(path, flags, mode);
 }
-int __wrap_ioctl(int fd, unsigned long code, void* argument) {
-  const Exempt exempt;
-  return __real_ioctl(fd, code, argument);
-}
-int __wrap_fstatvfs(int fd, struct statvfs* info) {
-  const Exempt exempt;
-  return __real_fstatvfs(fd, info);
-}
-int __wrap_statvfs(const char* path, struct statvfs* info) {
-  const Exempt exempt;
-  return __real_statvfs(path, info);
-}
-int __wrap_HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size) {
-  const Exempt exempt;
-  return __real_HxNewCertificate(fd, name, data, size);
-}
-
-// What std::thread::hardware_concurrency asks: several workers, whatever the machine.
-__attribute__((visibility("default"))) int get_nprocs() noexcept { return 4; }
-
-}  // extern "C"
-
-#if !QUILLON_OWN_MALLOC
-// Inlined, g++ takes them for a mismatch.
-#define NOT_INLINE __attribute__((noinline))
-extern "C" __attribute__((visibility("default"))) const char* __lsan_default_suppressions() {
+#else
+extern "C" VISIBLE const char* __lsan_default_suppressions() {
   return "leak:libbase.so\nleak:libziparchive.so\n";
 }
-NOT_INLINE void* operator new(size_t size) {
-  void* block = FailsNow() ? nullptr : std::malloc(size);
-  if (block == nullptr) throw std::bad_alloc();
-  return block;
-}
+// g++ warns of mismatched functions when these are inlined.
+#define NOT_INLINE __attribute__((noinline))
 NOT_INLINE void* operator new(size_t size, const std::nothrow_t&) noexcept {
   return FailsNow() ? nullptr : std::malloc(size);
+}
+NOT_INLINE void* operator new(size_t size) {
+  void* block = operator new(size, std::nothrow);
+  if (block == nullptr) throw std::bad_alloc();
+  return block;
 }
 NOT_INLINE void operator delete(void* block) noexcept { std::free(block); }
 NOT_INLINE void operator delete(void* block, size_t) noexcept { std::free(block); }
 #endif
+
+// The simulated kernel and certificate library do not use the caller's memory: they are exempt.
+#define EXEMPT(name, parameters, arguments) \
+  int __real_##name parameters;             \
+  int __wrap_##name parameters {            \
+    const Exempt exempt;                    \
+    return __real_##name arguments;         \
+  }
+
+extern "C" {
+EXEMPT(open, (const char* path, int flags, mode_t mode), (path, flags, mode))
+EXEMPT(ioctl, (int fd, unsigned long code, void* argument), (fd, code, argument))
+EXEMPT(fstatvfs, (int fd, struct statvfs* info), (fd, info))
+EXEMPT(statvfs, (const char* path, struct statvfs* info), (path, info))
+EXEMPT(HxNewCertificate, (int fd, const char* name, const uint8_t* data, size_t size),
+       (fd, name, data, size))
+
+// std::thread::hardware_concurrency calls it. Several workers run, whatever the machine has.
+VISIBLE int get_nprocs() noexcept { return 4; }
+}
 // NOLINTEND(bugprone-reserved-identifier, cppcoreguidelines-no-malloc)
 
 namespace Quill {
 namespace {
 
-using tarnsim::Call;
-using tarnsim::KernelSetup;
-using tarnsim::Simulation;
-
-std::string* lines = nullptr;  // what is logged goes there
-
-template <typename Record, typename... Text>
-void Keep(const Record* record, Text... beside) {
-  const Exempt exempt;
-  if (lines == nullptr || record->tag == nullptr || std::string(record->tag) != "Quillon") return;
-  lines->append({"??VDIWEF"[record->priority], ' '}).append(LogText(*record, beside...));
-  if (lines->back() != '\n') *lines += '\n';
-}
-
-// What came out of a call: the identity that was accepted, the labels and certificates that files
-// have.
+// The identity that was accepted, or the labels and certificates that files received.
 using Facts = std::set<std::string>;
-// Makes the call and returns whether it was not refused.
-using Operation = std::function<bool(Facts&)>;
+
+struct Scenario {
+  const char* name;
+  std::function<bool(Facts&)> run;  // false when the call refused
+  tarnsim::KernelSetup setup = {};
+};
 
 struct Outcome {
   Facts facts;
-  bool isDone = false;  // neither refused nor ended by an exception
-  std::string error;    // of an exception
+  bool isDone = false;      // neither refused nor ended by an exception
+  const char* thrown = "";  // what it ended by
   std::string log;
   bool isReached = false;  // the allocation that was to fail
-  int blocks = 0;          // that were lost, but by leaky libraries
+  int blocks = 0;          // lost, but by leaky libraries
 };
 
-Outcome Perform(const KernelSetup& setup, const Operation& operation, int first, bool forGood) {
+Outcome Perform(const Scenario& scenario, int first, bool forGood) {
   Outcome outcome;
-  Simulation simulation(setup);
-  lines = &outcome.log;
-  {
-    const Armed armed(first, forGood);
-    try {
-      outcome.isDone = operation(outcome.facts);
-    } catch (const std::bad_alloc&) {
-      const Exempt exempt;
-      outcome.error = "bad_alloc";
-    } catch (const std::system_error& error) {  // a thread could not be started
-      const Exempt exempt;
-      outcome.error =
-          error.code() == std::errc::resource_unavailable_try_again ? "no thread" : error.what();
-    }
+  tarnsim::Simulation simulation(scenario.setup);
+  LogCapture log;
+  failing = first;
+  failsForGood = forGood;
+  allocations = blocks = 0;
+  failedInLeakyLibrary = false;
+  isArmed = true;
+  try {
+    outcome.isDone = scenario.run(outcome.facts);
+  } catch (const std::bad_alloc&) {
+    outcome.thrown = "bad_alloc";
+  } catch (const std::system_error& error) {
+    const bool isOfThread = error.code() == std::errc::resource_unavailable_try_again;
+    outcome.thrown = isOfThread ? "no thread" : "unexpected";
   }
-  lines = nullptr;
+  isArmed = false;
   outcome.isReached = allocations >= failing;
   outcome.blocks = failedInLeakyLibrary ? 0 : blocks.load();
-  // The lines are all that an entry point tells.
+  outcome.log = log.Take();
+  // An entry point reports a failure by its lines alone.
   if (outcome.log.find("E ") != std::string::npos) outcome.isDone = false;
   for (const tarnsim::Request& request : simulation.TakeJournal()) {
-    if (request.result != 0) continue;
-    if (request.call == Call::kSign) outcome.facts.insert(request.file + ": " + Hex(request.label));
-    if (request.call == Call::kCertificate) {
-      outcome.facts.insert(request.file + ": " + request.identity + " " + Hex(request.certificate));
-    }
+    const bool isSet =
+        request.call == tarnsim::Call::kSign || request.call == tarnsim::Call::kCertificate;
+    if (!isSet || request.result != 0) continue;
+    outcome.facts.insert(request.file + ": " + request.identity + " " + Hex(request.label) +
+                         Hex(request.certificate));
   }
   return outcome;
 }
 
-// Runs the operation until no allocation is left to fail. `fallback` is the fact that is right as
-// well when the package could not be mapped.
-void Sweep(const char* name, const Operation& operation, const KernelSetup& setup = {},
-           const std::string& fallback = {}) {
-  SCOPED_TRACE(name);
-  for (int i = 0; i < 2; ++i) Perform(setup, operation, 0, false);  // fills what is kept for good
-  const Outcome expected = Perform(setup, operation, 0, false);
-  ASSERT_TRUE(expected.isDone) << expected.log;
-  ASSERT_FALSE(expected.facts.empty());
+// Runs the scenario until no allocation is left to fail. Returns the facts without a failure.
+// `fallback` is what the JAR signature yields, which is looked at when a file cannot be mapped.
+Facts Sweep(const Scenario& scenario, const Facts& fallback) {
+  SCOPED_TRACE(scenario.name);
+  for (int i = 0; i < 2; ++i) Perform(scenario, 0, false);  // fills caches
+  const Outcome expected = Perform(scenario, 0, false);
+  EXPECT_TRUE(expected.isDone && !expected.facts.empty()) << expected.log;
 
   for (const bool forGood : {false, true}) {
     bool isReached = true;
     for (int first = 1; isReached; ++first) {
       const ptrdiff_t descriptors = OpenDescriptors();
-      Outcome outcome = Perform(setup, operation, first, forGood);
+      Outcome outcome = Perform(scenario, first, forGood);
       isReached = outcome.isReached;
       // What a library keeps from its first failure is no leak, so a second run decides.
-      if (outcome.blocks > 0) outcome = Perform(setup, operation, first, forGood);
-      const std::string place = "allocation " + std::to_string(first) +
-                                (forGood ? " and all behind it: " : ": ") + outcome.error + "\n" +
-                                outcome.log;
-      EXPECT_GE(0, outcome.blocks) << place;
-      EXPECT_EQ(descriptors, OpenDescriptors()) << place;
-      EXPECT_TRUE(outcome.error.empty() || outcome.error == "bad_alloc" ||
-                  outcome.error == "no thread")
-          << place;
-      if (outcome.facts == Facts{fallback}) {
-        EXPECT_NE(std::string::npos, outcome.log.find("Can't map file")) << place;
-        continue;
-      }
-      if (outcome.isDone) {
-        EXPECT_EQ(expected.facts, outcome.facts) << place;
-      }
-      for (const std::string& fact : outcome.facts) {
-        EXPECT_EQ(1u, expected.facts.count(fact)) << fact << "\n" << place;
+      if (outcome.blocks > 0) outcome = Perform(scenario, first, forGood);
+      SCOPED_TRACE("allocation " + std::to_string(first) + (forGood ? " and all later: " : ": ") +
+                   outcome.thrown + "\n" + outcome.log);
+      EXPECT_GE(0, outcome.blocks);
+      EXPECT_EQ(descriptors, OpenDescriptors());
+      EXPECT_STRNE("unexpected", outcome.thrown);
+      if (!fallback.empty() && outcome.facts == fallback) {
+        EXPECT_NE(std::string::npos, outcome.log.find("Can't map file"));
+      } else if (outcome.isDone) {
+        EXPECT_EQ(expected.facts, outcome.facts);
+      } else {
+        EXPECT_TRUE(std::includes(expected.facts.begin(), expected.facts.end(),
+                                  outcome.facts.begin(), outcome.facts.end()));
       }
     }
   }
-}
-
-// Opens the package and tells its identity when it is good.
-bool Accepts(int fd, const char* path, Facts& facts) {
-  Apk apk(fd, path);
-  if (!apk.IsGoodApk()) return false;
-  const Exempt exempt;
-  const auto scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
-  facts = {std::to_string(scheme) + " " + apk.GetPackageName() + " " +
-           Hex(apk.GetManufacturerKey())};
-  return true;
+  return expected.facts;
 }
 
 ByteVector Manifest() {
-  const XmlElement permission = {"uses-permission",
-                                 {{"name", std::string("com.vrk.android.SECURE_STORAGE")}}};
-  return ManifestXml("org.quillon.test", {permission});
+  return ManifestXml("org.quillon.test",
+                     {{"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}}});
 }
 
-// The document with its texts in UTF-8, each in the place of the longer one.
+// Returns the document with its texts in UTF-8, each in the place of the longer one.
 ByteVector InUtf8(ByteVector xml) {
   constexpr size_t kPool = 8, kCount = kPool + 8, kFlags = kPool + 16, kOffsets = kPool + 28;
   const size_t start = kPool + xml[kPool + 20];
   for (size_t i = 0; i < xml[kCount]; ++i) {
     uint8_t* text = &xml[start + xml[kOffsets + 4 * i] + 256U * xml[kOffsets + 4 * i + 1]];
-    const uint8_t length = text[0];
-    text[1] = length;
+    const uint8_t length = text[1] = text[0];
     for (size_t k = 0; k < length; ++k) text[2 + k] = text[2 + 2 * k];
     text[2 + length] = 0;
   }
@@ -323,83 +252,72 @@ ByteVector InUtf8(ByteVector xml) {
 }
 
 PackageBuilder Package(const ByteVector& manifest = Manifest()) {
-  return PackageBuilder().Entry("AndroidManifest.xml", manifest, Compression::kDeflated);
+  return PackageBuilder()
+      .Entry("AndroidManifest.xml", manifest, Compression::kDeflated)
+      .Entry("classes.dex", {1})
+      .Entry("lib/arm64-v8a/a.so", {1})
+      .Entry("lib/armeabi/b.so", {2});
 }
 
-SignerOptions Rotated() {
-  SignerOptions signer;
-  signer.key = &TestKey(KeyType::kP256, 1);
-  signer.attributes = {
-      LineageAttribute(Lineage({&TestKey(KeyType::kP256), &TestKey(KeyType::kP256, 1)}))};
-  return signer;
+bool Accepts(int fd, const char* path, Facts& facts) {
+  Apk apk(fd, path);
+  if (!apk.IsGoodApk()) return false;
+  const Exempt exempt;
+  facts = {std::to_string(static_cast<int>(apk.GetApkSignatureSchemeVersion())) + " " +
+           apk.GetPackageName() + " " + Hex(apk.GetManufacturerKey())};
+  return true;
 }
 
-class OutOfMemory : public testing::Test {
- protected:
-  OutOfMemory() { __android_log_set_logger(Keep); }
-  ~OutOfMemory() override { __android_log_set_logger(__android_log_stderr_logger); }
-};
-
-TEST_F(OutOfMemory, NoPackageIsAcceptedUnderAnotherIdentity) {
-  const struct {
-    const char* name;
-    PackageBuilder builder;
-  } kCases[] = {
-      {"v1", Package().Entry("classes.dex", {1}).JarSignature()},
-      {"v2", Package().V2({{}, {}})},
-      {"v3", Package().V3()},
-      {"rotated", Package().V3({Rotated()})},
-  };
-  for (const auto& c : kCases) {
-    const Fd file = MemoryFile(c.builder.Build());
-    Sweep(c.name, [&](Facts& facts) { return Accepts(file.GetFd(), nullptr, facts); });
-  }
-
-  // A mapping that failed leads to the JAR signature.
-  PackageBuilder builder = Package().Entry("classes.dex", {1}).JarSignature();
-  const Fd jar = MemoryFile(builder.Build());
-  const Fd both = MemoryFile(builder.V2().Build());
-  const auto openJar = [&](Facts& facts) { return Accepts(jar.GetFd(), nullptr, facts); };
-  const Outcome fallback = Perform({}, openJar, 0, false);
-  ASSERT_EQ(1U, fallback.facts.size());
-  Sweep(
-      "v1 and v2", [&](Facts& facts) { return Accepts(both.GetFd(), nullptr, facts); }, {},
-      *fallback.facts.begin());
-}
-
-TEST_F(OutOfMemory, AFileIsLabelledForThePackageOrTheCallFails) {
-  const Fd package = MemoryFile(Package().V3().Build());
-  const Fd utf8Package = MemoryFile(Package(InUtf8(Manifest())).V3().Build());
-  const Fd oat = MemoryFile({1});
-  const Fd vdex = MemoryFile({2});
-  // The package is labelled itself, so that its files would be labelled as those of a JAR, too.
-  KernelSetup setup;
-  setup.labels = {{package.GetFd(), {0, 0}}};
-  Sweep("UTF-8", [&](Facts&) { return TarnSign(utf8Package.GetFd(), oat.GetFd()) == TARN_OK; });
-  Sweep(
-      "TarnSign", [&](Facts&) { return TarnSign(package.GetFd(), oat.GetFd()) == TARN_OK; }, setup);
-  Sweep(
-      "provision",
-      [&](Facts&) {
-        RunOEMFuncForProvisionOat(package.GetFd(), oat.GetFd(), vdex.GetFd());
-        return true;
-      },
-      setup);
-}
-
-TEST_F(OutOfMemory, EveryNativeLibraryIsLabelledOrTheCallFails) {
+// Memory that runs out costs the verdict or the label. No package is accepted under another
+// identity, no file gets another label, and a call that labels a part of its files fails.
+TEST(OutOfMemory, CostsTheVerdictOrTheLabelOnly) {
+  SignerOptions newest;
+  newest.key = &TestKey(KeyType::kP256, 1);
+  newest.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256), newest.key}))};
   const TempFolder folder;
-  const std::string path = folder.Write(
-      "base.apk",
-      Package().Entry("lib/arm64-v8a/a.so", {1}).Entry("lib/armeabi/b.so", {2}).V3().Build());
+  const std::string path = folder.Write("base.apk", Package().V3().Build());
   folder.Write("lib/arm64/a.so", {1});
   folder.Write("lib/arm/b.so", {2});
-  const Fd package = Fd(open(path.c_str(), O_RDONLY));
-  Sweep("TarnSignJni", [&](Facts&) {
-    Apk apk(package.GetFd());
-    return TarnSignJni(apk, package.GetFd(), nullptr) == TARN_OK;
-  });
-  Sweep("by path", [&](Facts& facts) { return Accepts(-1, path.c_str(), facts); });
+  const Fd v1 = MemoryFile(Package().JarSignature().Build());
+  const Fd v1AndV2 = MemoryFile(Package().JarSignature().V2().Build());
+  const Fd v2 = MemoryFile(Package().V2({{}, {}}).Build());
+  const Fd v3 = Fd(open(path.c_str(), O_RDONLY));
+  const Fd rotated = MemoryFile(Package().V3({newest}).Build());
+  const Fd utf8 = MemoryFile(Package(InUtf8(Manifest())).V3().Build());
+  const Fd oat = MemoryFile({1}), vdex = MemoryFile({2});
+  const auto opens = [](const Fd& file) {
+    return [&file](Facts& facts) { return Accepts(file.GetFd(), nullptr, facts); };
+  };
+  // A package that is labelled itself: without the signing block its files would be labelled as
+  // those of a JAR.
+  tarnsim::KernelSetup labelled;
+  labelled.labels = {{v3.GetFd(), {0, 0}}};
+
+  const Scenario kScenarios[] = {
+      {"v1", opens(v1)},
+      {"v1 and v2", opens(v1AndV2)},
+      {"v2", opens(v2)},
+      {"rotated", opens(rotated)},
+      {"v3 by path", [&](Facts& facts) { return Accepts(-1, path.c_str(), facts); }},
+      {"UTF-8", [&](Facts&) { return TarnSign(utf8.GetFd(), oat.GetFd()) == TARN_OK; }},
+      {"TarnSign", [&](Facts&) { return TarnSign(v3.GetFd(), oat.GetFd()) == TARN_OK; }, labelled},
+      {"provision",
+       [&](Facts&) {
+         RunOEMFuncForProvisionOat(v3.GetFd(), oat.GetFd(), vdex.GetFd());
+         return true;
+       },
+       labelled},
+      {"TarnSignJni",
+       [&](Facts&) {
+         Apk apk(v3.GetFd());
+         return TarnSignJni(apk, v3.GetFd(), nullptr) == TARN_OK;
+       }},
+  };
+  Facts ofV1;
+  for (const Scenario& scenario : kScenarios) {
+    const Facts facts = Sweep(scenario, ofV1);
+    if (ofV1.empty()) ofV1 = facts;
+  }
 }
 
 }  // namespace

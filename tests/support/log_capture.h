@@ -6,9 +6,8 @@
 
 namespace Quill {
 
-// Keeps the lines with the tag "Quillon" that any thread logs while the object lives, instead of
-// printing them; other tags are dropped. One object at a time. Afterwards lines go to standard
-// error.
+// Keeps the lines with the tag "Quillon" that any thread logs while the object lives, and drops
+// those of other tags. One object at a time. Afterwards lines go to standard error.
 class LogCapture {
  public:
   LogCapture();
@@ -16,8 +15,8 @@ class LogCapture {
   LogCapture& operator=(const LogCapture&) = delete;
   ~LogCapture();
 
-  // The lines since construction or the last call, in order, each behind "E " or "I " as its
-  // priority. Where a line does not end in a line feed, "~" and one are added.
+  // Returns the lines since construction or the last call, in order. "E " or "I " in front of a
+  // line is its priority. A line without a final line feed gets "~\n".
   std::string Take();
 };
 
