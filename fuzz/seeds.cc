@@ -82,8 +82,7 @@ std::vector<ByteVector> MakePackages() {
                          {"meta-data", {{"name", "access"}, {"value", "SS_META"}, {"level", 1U}}}}))
         .Entry("classes.dex", {'d', 'e', 'x'}, Compression::kDeflated);
   };
-  const ByteVector shortestBlock = Wire().U64(16).Text("APK Sig Block 42");
-  std::vector<ByteVector> packages = {start().Build(), start().RawBlock(shortestBlock).Build()};
+  std::vector<ByteVector> packages = {start().Build()};
   for (const KeyType type :
        {KeyType::kRsa2048, KeyType::kP256, KeyType::kP384, KeyType::kP521, KeyType::kDsa1024}) {
     SignerOptions signer;

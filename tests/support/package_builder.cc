@@ -13,8 +13,7 @@
 namespace Quill {
 namespace {
 
-// The archive of the entries; its End of Central Directory record, the last 22 bytes, has no
-// comment.
+// Returns the archive of the entries. It ends in an end record of 22 bytes, without a comment.
 ByteVector Zip(const std::vector<ZipFile>& entries) {
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::tmpfile(), std::fclose);
   if (!file) throw std::runtime_error("tmpfile");
@@ -68,21 +67,6 @@ PackageBuilder& PackageBuilder::JarSignature(const JarOptions& options) {
   return *this;
 }
 
-PackageBuilder& PackageBuilder::AddPair(uint32_t id, const MakeValue& makeValue) {
-  pairs_.emplace_back(id, makeValue);
-  return *this;
-}
-
-PackageBuilder& PackageBuilder::RawBlock(const ByteVector& block) {
-  rawBlock_ = block;
-  return *this;
-}
-
-PackageBuilder& PackageBuilder::Comment(const ByteVector& comment) {
-  comment_ = comment;
-  return *this;
-}
-
 ByteVector PackageBuilder::Build() const {
   const ByteVector zip = Zip(entries_);
   const auto eocdStart = zip.end() - 22;
@@ -93,8 +77,8 @@ ByteVector PackageBuilder::Build() const {
   Put(eocd, 20, Wire().U16(static_cast<uint16_t>(comment_.size())));
   const Regions regions = {{zip.begin(), directoryStart}, {directoryStart, eocdStart}, eocd};
 
-  ByteVector block = rawBlock_;
-  if (block.empty() && !pairs_.empty()) {
+  ByteVector block;
+  if (!pairs_.empty()) {
     Wire pairs;
     for (const auto& [id, makeValue] : pairs_) {
       const ByteVector value = makeValue(regions);

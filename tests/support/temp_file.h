@@ -13,19 +13,19 @@
 
 namespace Quill {
 
-// An anonymous file in memory that holds the bytes.
+// Returns an anonymous file in memory that holds the bytes.
 Fd MemoryFile(const ByteVector& bytes);
 
-// The bytes as a mapped file, between pages that cannot be touched. ASan also reports a read of
-// what is left of the last page.
+// Returns the bytes as a mapped file between two pages that cannot be read. AddressSanitizer also
+// reports a read between the last byte and the end of its page.
 std::shared_ptr<MapFile> GuardedMapping(const ByteVector& bytes);
 
-// How many descriptors the process has open.
+// Returns how many descriptors the process has open.
 inline ptrdiff_t OpenDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
 }
 
-// A folder of its own, removed on destruction with all that is in it.
+// A new temporary folder, which the destructor removes with all its files.
 class TempFolder {
  public:
   TempFolder();
@@ -34,7 +34,7 @@ class TempFolder {
   ~TempFolder();
 
   const std::string& Path() const { return path_; }
-  // Writes a file, in subfolders that `name` asks for, and returns its path.
+  // Writes a file and returns its path. Makes the folders that `name` has.
   std::string Write(const std::string& name, const ByteVector& bytes) const;
 
  private:

@@ -26,7 +26,7 @@ class Wire {
     bytes_.insert(bytes_.end(), bytes.begin(), bytes.end());
     return *this;
   }
-  // A 32-bit length and the bytes.
+  // Appends a 32-bit length and the bytes.
   Wire& LengthPrefixed(const ByteVector& bytes) { return U32(bytes.size()).Bytes(bytes); }
 
   size_t Size() const { return bytes_.size(); }
@@ -41,7 +41,7 @@ class Wire {
   ByteVector bytes_;
 };
 
-// Overwrites bytes that are there.
+// Overwrites the bytes at `offset`.
 inline void Put(ByteVector& bytes, size_t offset, const ByteVector& field) {
   std::copy(field.begin(), field.end(), bytes.begin() + static_cast<ptrdiff_t>(offset));
 }
