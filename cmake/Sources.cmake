@@ -120,7 +120,6 @@ set(QUILLON_TEST_SOURCES
   tests/jar_test.cc
   tests/process_hashes_test.cc
   tests/real_packages_test.cc
-  tests/round_trip_test.cc
   tests/schemes_test.cc
   tests/signing_test.cc
   tests/tarn_test.cc

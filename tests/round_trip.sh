@@ -1,0 +1,113 @@
+#!/bin/bash
+# SPDX-License-Identifier: Apache-2.0
+#
+# Checks that a package signed by apksigner verifies and yields the key that signed it, over kinds of keys, schemes
+# and lineages, and that one changed bit in any region that the signature covers is refused. Needs the tool of the
+# optimized build, openssl, and apksigner with its Java.
+# usage: round_trip.sh
+#
+# Not tried, because apksigner refuses to sign so: v1 for SDK levels before 18 by EC keys, and before 21 by DSA keys
+# that take a digest longer than SHA-1.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+tool=$PWD/build/release/bin/quillon
+type "$tool" apksigner java openssl >/dev/null
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+cp samples/v2.apk "$work/sample.apk"
+cd "$work"
+keys=() packages=0 changes=0
+
+Fail() { echo "$row: $*" >&2; exit 1; }
+Apksigner() { apksigner -JXX:TieredStopAtLevel=1 -JXX:+UseSerialGC "$@"; }  # starts in half of the time
+Hex() { od -An -v -tx1 "$@" | tr -d ' \n'; }
+Number() { od -An -v "-tu$2" "-j$1" "-N$2" signed.apk | tr -d ' '; }  # Number OFFSET SIZE
+
+Last() {  # Last HEX: where these bytes stand last
+  local rest=${all%"$1"*}
+  [ "$rest" != "$all" ] || Fail "$1 is not in the package"
+  echo $((${#rest} / 2))
+}
+
+EndOfEntry() {  # EndOfEntry NAME: of its data, by its header and its name in the central directory
+  local entry start
+  entry=$(Last "$(printf %s "$1" | Hex)")
+  start=$(Number $((entry - 4)) 4)
+  echo $((start + 30 + ${#1} + $(Number $((start + 28)) 2) + $(Number $((entry - 26)) 4)))
+}
+
+MakeKey() {  # MakeKey NAME GENPKEY_OPTION...
+  openssl genpkey "${@:2}" 2>/dev/null | openssl pkcs8 -topk8 -nocrypt -outform DER -out "$1.pk8"
+  openssl req -new -x509 -key "$1.pk8" -keyform DER -subj "/CN=$1" -outform DER -out "$1.crt"
+  openssl pkey -inform DER -in "$1.pk8" -pubout -outform DER -out "$1.public"
+  # The identity is the modulus, the DSA value, or the point without its first two bytes.
+  openssl pkey -inform DER -in "$1.pk8" -noout -text_pub | sed -n '/^\(Modulus\|pub\):/,/^[^ ]/s/^  *//p' |
+    tr -d ':\n' | sed "s/^00//; $([[ $1 != P* ]] || echo 's/^....//;') s/../\\\\x&/g" >digits
+  printf %b "$(<digits)" | openssl dgst -sha256 -r | cut -c1-64 >"$1.identity"
+  keys+=("$1")
+}
+
+# Expect SCHEMES IDENTITY SIGNERS [OPTION...]: verifies by the last scheme, for 3 by the last signer
+Expect() {
+  local schemes=$1 identity=$2 signers=$3 options=() offsets=() version signer name json directory key offset
+  row="schemes $*"
+  for version in 1 2 3; do
+    options+=("--v$version-signing-enabled" "$([[ $schemes == *$version* ]] && echo true || echo false)")
+  done
+  for signer in $signers; do options+=(--key "$signer.pk8" --cert "$signer.crt" --next-signer); done
+  Apksigner sign --in sample.apk --out signed.apk --v4-signing-enabled false --min-sdk-version "${sdk:-28}" \
+    "${@:4}" "${options[@]::${#options[@]}-1}"
+  json=$("$tool" verify --json signed.apk) || true
+  # A signature block whose name ends in EC is not looked for.
+  [[ $schemes$identity != 1P* ]] || { [[ $json == *'"isGoodApk":false,'* ]] && return; }
+  [[ $json == *'"isGoodApk":true,"scheme":'${schemes: -1},*"\"$(<"$identity.identity")\""* ]] || Fail "$json"
+
+  all=$(Hex signed.apk)
+  if [ "$schemes" = 1 ]; then
+    for name in META-INF/{MANIFEST.MF,"$identity".{SF,"${identity:0:3}"}} classes.dex; do
+      offsets+=($(($(EndOfEntry "$name") - 5)))
+    done
+  else
+    directory=$(Number $((${#all} / 2 - 6)) 4)
+    offsets=(10 $((directory - 1)) $((directory + 12)) $((${#all} / 2 - 18)))  # in front: an entry, the block's magic
+    [[ $schemes != *3 ]] || signers=${signers##* }
+    for signer in $signers; do
+      key=$(Last "$(Hex "$signer.public")")  # behind the signature
+      offsets+=($(($(Last "$(Hex "$signer.crt")") + 100)) $((key - 5)) $((key + $(stat -c %s "$signer.public") - 10)))
+    done
+  fi
+  rm -f changed-*
+  for offset in "${offsets[@]}"; do
+    cp signed.apk "changed-$offset"
+    printf %b "\\x$(printf %02x $(($(Number "$offset" 1) ^ 1)))" |
+      dd of="changed-$offset" bs=1 seek="$offset" conv=notrunc status=none
+  done
+  json=$("$tool" verify --json changed-*) || true
+  [ "$(grep -c '"isGoodApk":false,' <<<"$json")" = ${#offsets[@]} ] || Fail "a changed bit: $json"
+  packages=$((packages + 1)) changes=$((changes + ${#offsets[@]}))
+}
+
+for bits in 1024 2048 3072 4096; do MakeKey "RSA$bits" -algorithm RSA -pkeyopt "rsa_keygen_bits:$bits"; done
+for bits in 256 384 521; do MakeKey "P$bits" -algorithm EC -pkeyopt "ec_paramgen_curve:P-$bits"; done
+for bits in 1024:160 2048:256 3072:256; do
+  openssl genpkey -genparam -algorithm DSA -pkeyopt "dsa_paramgen_bits:${bits%:*}" \
+    -pkeyopt "dsa_paramgen_q_bits:${bits#*:}" -out parameters 2>/dev/null
+  MakeKey "DSA${bits%:*}" -paramfile parameters
+done
+
+for key in "${keys[@]}"; do
+  for schemes in 1 2 3 12 123; do Expect "$schemes" "$key" "$key"; done
+done
+for key in RSA2048 DSA1024; do sdk=17 Expect 1 "$key" "$key"; done  # by SHA-1
+Expect 2 P256 "P256 RSA2048"
+Expect 2 RSA1024 "${keys[*]}"
+
+# A lineage that grows, with a signer of each kind. The oldest key stays the identity.
+for i in {1..9}; do
+  Apksigner rotate ${from:+--in "$from"} --out "lineage$i" --old-signer --key "${keys[i - 1]}.pk8" \
+    --cert "${keys[i - 1]}.crt" --new-signer --key "${keys[i]}.pk8" --cert "${keys[i]}.crt"
+  from=lineage$i
+  Expect 3 RSA1024 "${keys[i]}" --lineage "$from"
+done
+Expect 123 RSA1024 "RSA1024 RSA2048" --lineage lineage1
+echo "$packages packages, $changes changed bits"
