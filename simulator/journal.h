@@ -32,8 +32,8 @@ struct Request {
 };
 
 // Formats the request as one line of JSON, without a line break: "request", "interface", "command",
-// "fd" and "file" or "pid", "label" decoded, "integrity", "identity" and "certificate", "result"
-// and "errno".
+// "fd" and "file" or "pid", "fileHex" when the path is not UTF-8, "label" decoded, "integrity",
+// "identity" and "certificate", "result" and "errno".
 [[nodiscard]] QUILLON_EXPORT std::string ToJson(const Request& request);
 
 }  // namespace tarnsim
