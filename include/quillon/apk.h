@@ -27,10 +27,11 @@ enum class ApkSignatureScheme : int32_t {
 };
 
 // One opened package. The constructor opens the ZIP archive, parses the compiled manifest, decides
-// whether the package falls under the Halyx feature, and verifies the signature. A step that fails
-// is logged and ends this sequence. IsGoodZip, IsApk and IsGoodApk return how far it came. The
-// constructor throws only what the standard library throws: for lack of memory, for a thread that
-// cannot be started, for an SDK property that is not a number.
+// whether the package falls under the Halyx feature, and verifies the signature. Halyx is a
+// protection of the platform; a package that asks for it in its manifest falls under the feature. A
+// step that fails is logged and ends this sequence. IsGoodZip, IsApk and IsGoodApk return how far
+// it came. The constructor throws only what the standard library throws: for lack of memory, for a
+// thread that cannot be started, for an SDK property that is not a number.
 //
 // A descriptor given to a constructor is borrowed. It must stay open as long as the object lives.
 // The object moves its file offset, and does not close it. Only one thread at a time may use an

@@ -13,7 +13,8 @@ class Apk;
 //
 //               identity             certificate
 //   package     its package name     the manufacturer key's bytes
-//   plain JAR   the path of the JAR  128 bytes of chained SHA-256 digests of that path
+//   plain JAR   the path of the JAR  four SHA-256 digests: the first of that path,
+//                                    each other of the one before it
 //
 // For a package outside the Halyx feature (Apk's ignoreHalyxFilter does not count here), and for a
 // JAR without the extended attribute "user.hx", nothing is stored or logged. The outcome is only

@@ -24,8 +24,8 @@ QUILLON_EXPORT void RunOEMFuncForProvisionOat(int apkFd, int oatFd, int vdexFd);
 QUILLON_EXPORT void RunOEMFuncForStartProvisionOat(int oatFd, int vdexFd);
 
 // Labels the package's installed native libraries, then the package itself, and stores a
-// certificate for it. `apkPath` is only logged. With bit 0 of `flag` the package is verified and
-// labelled even outside the Halyx feature; the other bits are not read.
+// certificate for it. `apkPath` is only logged. With bit 0 of `flag` a package outside the Halyx
+// feature is verified and labelled too, but gets no certificate; the other bits are not read.
 QUILLON_EXPORT void RunOEMFuncForApkSigner(int apkFd, const char* apkPath, int flag);
 
 #ifdef __cplusplus
