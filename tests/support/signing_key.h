@@ -32,7 +32,7 @@ ByteVector CertificateOfUnknownKeyKind();
 
 ByteVector DigestOf(const EVP_MD* md, const ByteVector& data);
 
-// Returns the digest of a v2 and v3 signature algorithm.
+// Returns the digest of a v2 and v3 signature algorithm; SHA-256 for IDs that it does not know.
 const EVP_MD* AlgorithmDigest(uint32_t algorithmId);
 
 // Signs `data`; RSA keys pad by PKCS #1 v1.5 or by PSS.
