@@ -26,12 +26,13 @@ enum class ApkSignatureScheme : int32_t {
   kV3 = 3,
 };
 
-// One opened package. The constructor opens the ZIP archive, parses the compiled manifest, decides
-// whether the package falls under the Halyx feature, and verifies the signature. Halyx is a
-// protection of the platform; a package that asks for it in its manifest falls under the feature. A
-// step that fails is logged and ends this sequence. IsGoodZip, IsApk and IsGoodApk return how far
-// it came. The constructor throws only what the standard library throws: for lack of memory, for a
-// thread that cannot be started, for an SDK property that is not a number.
+// One opened package. The constructor opens the ZIP archive, parses META-INF/MANIFEST.MF (none is
+// as good as an empty one) and the compiled manifest, decides whether the package falls under the
+// Halyx feature, and verifies the signature. Halyx is a protection of the platform; a package that
+// asks for it in its manifest falls under the feature. A step that fails is logged and ends this
+// sequence. IsGoodZip, IsApk and IsGoodApk return how far it came. The constructor throws only what
+// the standard library throws: for lack of memory, for a thread that cannot be started, for an SDK
+// property that is not a number.
 //
 // A descriptor given to a constructor is borrowed. It must stay open as long as the object lives.
 // The object moves its file offset, and does not close it. Only one thread at a time may use an
@@ -67,7 +68,8 @@ class QUILLON_EXPORT Apk {
   // Returns true when the archive has an AndroidManifest.xml: a package, not a plain JAR or ZIP.
   [[nodiscard]] bool IsApk() const;
   // Returns true when the package verified. For a v1 package, the first call also verifies
-  // "classes.dex". If that fails, it logs one error line, and every call returns false.
+  // "classes.dex". If that fails, it logs the reason and one more error line, and every call
+  // returns false.
   [[nodiscard]] bool IsGoodApk();
 
   // Returns the manifest's package name; empty when there is none.

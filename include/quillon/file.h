@@ -54,8 +54,8 @@ class QUILLON_EXPORT MapFile {
 // Opens `path` read-only. On failure returns null and sets errno. Does not log.
 [[nodiscard]] QUILLON_EXPORT std::unique_ptr<Fd> OpenFileRO(const std::string& path);
 
-// Maps the whole file behind `fd`. Returns null when fstat or mmap fails; mmap fails for an empty
-// file. Does not log. `fd` is borrowed and may be closed once this returns.
+// Maps the whole file behind `fd`. Returns null when fstat or mmap fails, or memory runs out; mmap
+// fails for an empty file. Does not log. `fd` is borrowed and may be closed once this returns.
 [[nodiscard]] QUILLON_EXPORT std::unique_ptr<MapFile> MapFileRO(int fd);
 
 }  // namespace Quill
