@@ -14,6 +14,7 @@
 #include "schemes/apk_signature_block_base.h"
 #include "tests/support/opened_package.h"
 #include "tests/support/package_numbers.h"
+#include "tests/support/table.h"
 
 namespace Quill {
 namespace {
@@ -22,96 +23,33 @@ static_assert(!std::is_copy_constructible_v<ApkPackage> && !std::is_copy_assigna
 
 constexpr uint32_t kV2 = 0x7109871a, kV3 = 0xf05368c0, kUnknown = 0x12345678;
 
-// An end record of 22 bytes.
-Wire Eocd(uint32_t directorySize, uint32_t directoryOffset) {
-  return Wire().Text("PK\5\6").Fill(8).U32(directorySize).U32(directoryOffset).U16(0);
-}
-
 // Changes a number in place.
 void Change(const MapFile& mapping, const PackageNumber& number, uint64_t value) {
   std::memcpy(const_cast<uint8_t*>(mapping.Data()) + number.offset, &value, number.size);
 }
 
-TEST(ApkPackage, EachStepFindsItsRecordOrNothing) {
-  using Step = const void* (*)(const ApkPackage&, const uint8_t* begin, const uint8_t* end);
-  // Finds the last end record behind the first 22 bytes.
-  const Step kEnd = [](const ApkPackage& package, const uint8_t*, const uint8_t*) {
-    return static_cast<const void*>(package.FindEocdRecord());
-  };
-  // Finds the central directory of the end record in front of the file.
-  const Step kDirectory = [](const ApkPackage& package, const uint8_t* begin, const uint8_t*) {
-    return static_cast<const void*>(
-        package.FindCentralDirectory(reinterpret_cast<const EocdRecord*>(begin)));
-  };
-  // Finds the signing block in front of a central directory that starts where the file ends.
-  const Step kBlock = [](const ApkPackage& package, const uint8_t*, const uint8_t* end) {
-    return static_cast<const void*>(
-        package.FindApkSigningBlock(reinterpret_cast<const CentralDirectory*>(end)));
-  };
-  const auto directory = [](uint32_t size, uint32_t offset) {
-    return Eocd(size, offset).Fill(28).Text("PK\1\2").Fill(42).Text("PK\1\2");  // 100 bytes
-  };
-  const ByteVector eocd = Eocd(0, 0);
-  const std::string magic = "APK Sig Block 42";
-  const struct {
-    Step step;
-    ByteVector file;
-    int offset;  // -1: nothing is found
-  } kCases[] = {
-      {kEnd, Wire().Fill(21).Bytes(eocd).Fill(1), -1},
-      {kEnd, Wire().Fill(22).Bytes(eocd), 22},
-      {kEnd, Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(70000), 45},
-      {kEnd, Wire().Fill(22).Bytes(eocd).Text("PPK\5\6").Fill(17), 22},
-      {kDirectory, directory(50, 50), 50},
-      {kDirectory, directory(51, 50), -1},
-      {kDirectory, directory(4, 49), -1},
-      {kDirectory, directory(4, 96), 96},
-      {kDirectory, directory(3, 97), -1},
-      {kDirectory, directory(0, 101), -1},
-      {kDirectory, directory(0, ~0u), -1},
-      {kDirectory, directory(~0u, 50), -1},
-      {kBlock, Wire().Fill(10).Bytes(SigningBlock({1, 2})), 10},
-      {kBlock, Wire().Fill(7).Text(magic), -1},
-      {kBlock, Wire().U64(16).Text(magic), 0},  // a footer alone, its size in one place
-      {kBlock, Wire().Fill(7).U64(24).Text(magic), -1},
-      {kBlock, Wire().Fill(30).U64(0xfffffffffffffff8).Text(magic), -1},
-      {kBlock, Wire().U64(24).U64(24).Text("APK Sig Block 43"), -1},
-      {kBlock, Wire().U64(25).U64(24).Text(magic), -1},
-  };
-  for (const auto& c : kCases) {
-    const auto mapping = GuardedMapping(c.file);
-    const uint8_t* begin = mapping->Data();
-    const void* found = c.step(ApkPackage(mapping), begin, begin + mapping->Size());
-    EXPECT_EQ(c.offset == -1 ? nullptr : begin + c.offset, found) << "row " << &c - kCases;
-  }
-}
-
-TEST(ApkPackage, PairsFillTheSigningBlock) {
-  const ByteVector pair = Wire().U64(4).U32(kUnknown);
-  const std::string outOfRange =
-      "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: ";
-  const std::string tooShort =
-      "I Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n";
-  const std::pair<ByteVector, std::string> kCases[] = {
-      // no line: parsed, two pairs
-      {SigningBlock(Wire().Bytes(pair).Bytes(pair)), {}},
-      {SigningBlock(Wire().Bytes(pair).Fill(7)), "E " + outOfRange + "remaining_space: 7\n"},
-      {SigningBlock(Wire().U64(3).Fill(4)), "E Bad lenght of APK Signing Block: 0x3\n"},
-      {SigningBlock(Wire().U64(9).Fill(8)),
-       "E " + outOfRange + "remaining_space: 16 block->len: 9\n"},
-      {SigningBlock(Wire().U64(0xffffffffffffffff).Fill(4)),
-       "E " + outOfRange + "remaining_space: 12 block->len: -1\n"},
-      {Wire().U64(16).Text("APK Sig Block 42"), tooShort},
-      {Wire().U64(100).Fill(99), tooShort},
-  };
-  for (const auto& [bytes, lines] : kCases) {
-    const auto mapping = GuardedMapping(bytes);
-    LogCapture log;
+TEST(ApkPackage, EachStepFindsItsRecordsOrNothing) {
+  for (const Row& row : ReadTable("package_records.txt")) {
+    const auto mapping = GuardedMapping(Bytes(row.fields[2]));
+    const uint8_t *begin = mapping->Data(), *end = begin + mapping->Size();
+    const ApkPackage package(mapping);
+    const std::string& step = row.fields[0];
+    const void* found = nullptr;
     std::vector<const ApkSignatureBlock*> pairs;
-    const auto* block = reinterpret_cast<const ApkSigningBlock*>(mapping->Data());
-    EXPECT_EQ(lines.empty(), ApkPackage(mapping).ParseApkSignatureBlocks(block, pairs));
-    EXPECT_EQ(lines.empty() ? 2u : 0u, pairs.size());
-    EXPECT_EQ(lines, log.Take());
+    LogCapture log;
+    if (step == "end record") found = package.FindEocdRecord();
+    if (step == "directory") {
+      found = package.FindCentralDirectory(reinterpret_cast<const EocdRecord*>(begin));
+    } else if (step == "block") {
+      found = package.FindApkSigningBlock(reinterpret_cast<const CentralDirectory*>(end));
+    } else if (step == "pairs") {
+      const auto* block = reinterpret_cast<const ApkSigningBlock*>(begin);
+      if (package.ParseApkSignatureBlocks(block, pairs)) found = pairs.back();
+    }
+    const auto offset = static_cast<const uint8_t*>(found) - begin;
+    EXPECT_EQ(row.fields[1], found == nullptr ? "none" : std::to_string(offset)) << row.text;
+    EXPECT_EQ(found != nullptr && step == "pairs" ? 2u : 0u, pairs.size());
+    EXPECT_EQ(row.log, log.Take()) << row.text;
   }
 }
 
@@ -128,7 +66,7 @@ TEST(ApkPackage, V3IsChosenBeforeV2AndOfTwoTheFirst) {
       {PackageBuilder().Entry("a", ByteVector((1 << 20) - 31)).V2().Build(), "V2"},
       {PackageBuilder().Entry("a", ByteVector((1 << 20) - 30)).V2().Build(), "V2"},
       {package().Pair(kUnknown, {1}).Build(), "Unknown version"},
-      {package().V2().Comment(Eocd(0, 0)).Build(), "Unknown version"},
+      {package().V2().Comment(Bytes("PK 0x0605:2 0:18")).Build(), "Unknown version"},
       {trailing, "Unknown version"},
       {gap, "Unknown version"},
   };
