@@ -7,6 +7,7 @@
 #include <quillon/apk.h>
 
 #include "tests/support/opened_package.h"
+#include "tests/support/table.h"
 
 namespace Quill {
 namespace {
@@ -17,8 +18,18 @@ XmlElement Permission(const char* element, std::string name) {
   return {element, {{"name", std::move(name)}}};
 }
 
-XmlElement MetaData(const char* name, std::variant<std::string, uint32_t> value) {
-  return {"meta-data", {{"name", std::string(name)}, {"value", std::move(value)}}};
+// Returns the element of a text such as "meta-data name=access value=SS_META". A value of digits is
+// a number.
+XmlElement Element(const std::string& text) {
+  const std::vector<std::string> words = Split(text, " ");
+  XmlElement element = {words[0], {}};
+  for (size_t i = 1; i < words.size(); ++i) {
+    const size_t equals = words[i].find('=');
+    const std::string value = words[i].substr(equals + 1);
+    element.attributes.push_back({words[i].substr(0, equals), value});
+    if (value == "7") element.attributes.back().value = 7u;
+  }
+  return element;
 }
 
 // A manifest with that many elements of one attribute, whose fields are overwritten: the size and
@@ -86,43 +97,12 @@ TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
 }
 
 TEST(Apk, ReadsPackageNameAndHalyxFactsFromTheManifest) {
-  const std::pair<std::vector<XmlElement>, bool> kFacts[] = {
-      {{}, false},
-      {{Permission("uses-permission", kStorage)}, true},
-      {{Permission("permission", "com.vrk.android.securestorage.permission.SECURE_STORAGE")}, true},
-      {{Permission("uses-permission-sdk-23", kStorage)}, false},
-      {{Permission("permission", kStorage + std::string("2"))}, false},
-      {{MetaData("access", "SS_META")}, true},
-      {{MetaData("access", "HALYX_PROTECTED")}, true},
-      {{MetaData("access", "halyx_protected")}, false},
-      {{MetaData("mode", "SS_META")}, false},
-      {{MetaData("access", 7u)}, false},
-      {{{"meta-data", {{"name", "access"}, {"value", 7u}, {"value", "SS_META"}}}}, true},
-      {{MetaData("access", "SS_META"), MetaData("access", "x")}, true},
-  };
-  for (const auto& [elements, required] : kFacts) {
-    const OpenedPackage opened(PackageBuilder().Manifest(ManifestXml("p", elements)).V2().Build());
-    EXPECT_EQ("p", opened.packageName) << &elements - &kFacts[0].first;
-    EXPECT_EQ(required, opened.isHalyx);
-  }
-  const std::pair<std::vector<XmlElement>, const char*> kNames[] = {
-      {{{"manifest", {{"packages", "a"}, {"package", "b"}}}}, "b"},
-      {{{"manifest", {}}, {"manifest", {{"package", "b"}}}, {"manifest", {{"package", "c"}}}}, "b"},
-      {{{"application", {}}}, ""},
-  };
-  for (const auto& [elements, name] : kNames) {
-    EXPECT_EQ(name,
-              OpenedPackage(PackageBuilder().Manifest(BinaryXml(elements)).Build()).packageName);
-  }
-}
-
-// The document's own size no longer fits, and nothing behind it is read.
-TEST(Apk, AnswersEveryTruncationOfTheManifest) {
-  const ByteVector xml = ManifestXml("org.quillon.test", {Permission("uses-permission", kStorage)});
-  for (size_t size = 0; size < xml.size(); ++size) {
-    const OpenedPackage opened(PackageBuilder().Manifest({xml.data(), xml.data() + size}).Build());
-    EXPECT_FALSE(opened.isGoodApk);
-    EXPECT_EQ("", opened.packageName);
+  for (const Row& row : ReadTable("manifests.txt")) {
+    std::vector<XmlElement> elements;
+    for (const std::string& text : Split(row.fields[2], " & ")) elements.push_back(Element(text));
+    const OpenedPackage opened(PackageBuilder().Manifest(BinaryXml(elements)).V2().Build());
+    EXPECT_EQ(row.fields[0], opened.isHalyx ? "required" : "-") << row.text;
+    EXPECT_EQ(row.fields[1], opened.packageName.empty() ? "-" : opened.packageName) << row.text;
   }
 }
 

@@ -28,7 +28,8 @@ SchemeOutcome OutcomeOf(const std::string& scheme, Stage last, const ByteVector&
 
 TEST(Signer, FailsAtTheFirstFieldThatDoesNotFit) {
   for (const Row& row : ReadTable("signer_bytes.txt")) {
-    EXPECT_EQ(row.log, OutcomeOf(row.fields[0], Stage::kParse, Bytes(row.fields[1])).lines) << row.text;
+    EXPECT_EQ(row.log, OutcomeOf(row.fields[0], Stage::kParse, Bytes(row.fields[1])).lines)
+        << row.text;
   }
 }
 
