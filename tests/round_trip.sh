@@ -2,8 +2,8 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Checks that a package signed by apksigner verifies and yields the key that signed it, over kinds of keys, schemes
-# and lineages, and that one changed bit in any region that the signature covers is refused. Needs the tool of the
-# optimized build, openssl, and apksigner with its Java.
+# and lineages, and that one changed bit in any region that a v2 or v3 signature covers is refused. Needs the tool of
+# the optimized build, openssl, and apksigner with its Java.
 # usage: round_trip.sh
 #
 # Not tried, because apksigner refuses to sign so: v1 for SDK levels before 18 by EC keys, and before 21 by DSA keys
@@ -29,13 +29,6 @@ Last() {  # Last HEX: where these bytes stand last
   echo $((${#rest} / 2))
 }
 
-EndOfEntry() {  # EndOfEntry NAME: of its data, by its header and its name in the central directory
-  local entry start
-  entry=$(Last "$(printf %s "$1" | Hex)")
-  start=$(Number $((entry - 4)) 4)
-  echo $((start + 30 + ${#1} + $(Number $((start + 28)) 2) + $(Number $((entry - 26)) 4)))
-}
-
 MakeKey() {  # MakeKey NAME GENPKEY_OPTION...
   openssl genpkey "${@:2}" 2>/dev/null | openssl pkcs8 -topk8 -nocrypt -outform DER -out "$1.pk8"
   openssl req -new -x509 -key "$1.pk8" -keyform DER -subj "/CN=$1" -outform DER -out "$1.crt"
@@ -49,7 +42,7 @@ MakeKey() {  # MakeKey NAME GENPKEY_OPTION...
 
 # Expect SCHEMES IDENTITY SIGNERS [OPTION...]: verifies by the last scheme, for 3 by the last signer
 Expect() {
-  local schemes=$1 identity=$2 signers=$3 options=() offsets=() version signer name json directory key offset
+  local schemes=$1 identity=$2 signers=$3 options=() offsets version signer json directory key offset
   row="schemes $*"
   for version in 1 2 3; do
     options+=("--v$version-signing-enabled" "$([[ $schemes == *$version* ]] && echo true || echo false)")
@@ -62,20 +55,16 @@ Expect() {
   [[ $schemes$identity != 1P* ]] || { [[ $json == *'"isGoodApk":false,'* ]] && return; }
   [[ $json == *'"isGoodApk":true,"scheme":'${schemes: -1},*"\"$(<"$identity.identity")\""* ]] || Fail "$json"
 
+  packages=$((packages + 1))
+  [ "$schemes" != 1 ] || return 0
   all=$(Hex signed.apk)
-  if [ "$schemes" = 1 ]; then
-    for name in META-INF/{MANIFEST.MF,"$identity".{SF,"${identity:0:3}"}} classes.dex; do
-      offsets+=($(($(EndOfEntry "$name") - 5)))
-    done
-  else
-    directory=$(Number $((${#all} / 2 - 6)) 4)
-    offsets=(10 $((directory - 1)) $((directory + 12)) $((${#all} / 2 - 18)))  # in front: an entry, the block's magic
-    [[ $schemes != *3 ]] || signers=${signers##* }
-    for signer in $signers; do
-      key=$(Last "$(Hex "$signer.public")")  # behind the signature
-      offsets+=($(($(Last "$(Hex "$signer.crt")") + 100)) $((key - 5)) $((key + $(stat -c %s "$signer.public") - 10)))
-    done
-  fi
+  directory=$(Number $((${#all} / 2 - 6)) 4)
+  offsets=(10 $((directory - 1)) $((directory + 12)) $((${#all} / 2 - 18)))  # in front: an entry, the block's magic
+  [[ $schemes != *3 ]] || signers=${signers##* }
+  for signer in $signers; do
+    key=$(Last "$(Hex "$signer.public")")  # behind the signature
+    offsets+=($(($(Last "$(Hex "$signer.crt")") + 100)) $((key - 5)) $((key + $(stat -c %s "$signer.public") - 10)))
+  done
   rm -f changed-*
   for offset in "${offsets[@]}"; do
     cp signed.apk "changed-$offset"
@@ -84,7 +73,7 @@ Expect() {
   done
   json=$("$tool" verify --json changed-*) || true
   [ "$(grep -c '"isGoodApk":false,' <<<"$json")" = ${#offsets[@]} ] || Fail "a changed bit: $json"
-  packages=$((packages + 1)) changes=$((changes + ${#offsets[@]}))
+  changes=$((changes + ${#offsets[@]}))
 }
 
 for bits in 1024 2048 3072 4096; do MakeKey "RSA$bits" -algorithm RSA -pkeyopt "rsa_keygen_bits:$bits"; done
