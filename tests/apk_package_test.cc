@@ -28,7 +28,7 @@ void Change(const MapFile& mapping, const PackageNumber& number, uint64_t value)
   std::memcpy(const_cast<uint8_t*>(mapping.Data()) + number.offset, &value, number.size);
 }
 
-TEST(ApkPackage, EachStepFindsItsRecordsOrNothing) {
+TEST(ApkPackage, EachStepFindsItsRecordOrNothing) {
   for (const Row& row : ReadTable("package_records.txt")) {
     const auto mapping = GuardedMapping(Bytes(row.fields[2]));
     const uint8_t *begin = mapping->Data(), *end = begin + mapping->Size();

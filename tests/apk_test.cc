@@ -12,14 +12,10 @@
 namespace Quill {
 namespace {
 
-constexpr const char* kStorage = "com.vrk.android.SECURE_STORAGE";
+const std::string kStorage = "com.vrk.android.SECURE_STORAGE";
 
-XmlElement Permission(const char* element, std::string name) {
-  return {element, {{"name", std::move(name)}}};
-}
-
-// Returns the element of a text such as "meta-data name=access value=SS_META". A value of digits is
-// a number.
+// Returns the element of a text such as "meta-data name=access value=SS_META". The value
+// 7 is a number.
 XmlElement Element(const std::string& text) {
   const std::vector<std::string> words = Split(text, " ");
   XmlElement element = {words[0], {}};
@@ -53,7 +49,7 @@ ByteVector ManifestOf(size_t count, uint16_t size, uint16_t recordCount, uint32_
 TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
   const auto manifest = [](const ByteVector& xml) { return PackageBuilder().Manifest(xml).V3(); };
   const ByteVector inside =
-      ManifestXml("org.quillon.test", {Permission("uses-permission", kStorage)});
+      ManifestXml("org.quillon.test", {{"uses-permission", {{"name", kStorage}}}});
   const std::string verified = "I Use APK V3 signature. APK: " + kMemoryPath + "\n" +
                                "I Found the best signature algorithm ID: 0x201~\n";
   const std::string outside = "I HALYX permissions are absent.\n";
