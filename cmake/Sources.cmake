@@ -116,7 +116,6 @@ set(QUILLON_TEST_SOURCES
   tests/apk_test.cc
   tests/bit_flip_test.cc
   tests/crypto_test.cc
-  tests/hostile_sizes_test.cc
   tests/jar_test.cc
   tests/process_hashes_test.cc
   tests/real_packages_test.cc

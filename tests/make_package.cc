@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
+#include <openssl/evp.h>
+
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <list>
 #include <sstream>
 #include <string>
 
@@ -15,18 +18,24 @@
 // Parts, in their order in the package:
 //   entry=NAME=CONTENTS     an entry
 //   deflated=NAME=FILE      an entry with the contents of a file
+//   entries=NUMBER          as many entries
 //   manifest=PACKAGE        AndroidManifest.xml
 //   halyx=PACKAGE           the same with a permission of the Halyx feature
-//   jar, v2, v3             a signature of that kind
-//   jar-of-v2               a JAR signature that says that scheme v2 was used too
-//   jar-edited              a JAR signature whose signature file does not match the manifest
+//   pairs=NUMBER            as many empty pairs in the signing block
+//   v2[=NUMBER[=ZEROS]]     a v2 signature of as many signers, and zeros behind them
+//   v3[=NUMBER]             a v3 signature behind a lineage of as many levels
+//   jar                     a JAR signature, by these options in front of it:
+//     key=rsa|dsa|ec, certificates=NUMBERS of RSA keys, signed-by=DIGEST of the signature file,
+//     digest=NAME of the entries' digests, claim=SCHEMES that were used too, claims=NUMBER of
+//     schemes without a name, sf=TEXT=OTHER replaces text in the signature file, block=OFFSET
+//     inverts a bit of the signature block (a negative offset counts from its end)
 // Changes to the signed package, where "directory+" stands for the offset of the central directory:
 //   flip=[directory+]OFFSET inverts the lowest bit of a byte
 //   put=[directory+]OFFSET=NUMBER
 //                           overwrites four bytes
-//   each-bit=[directory+]OFFSET
-//                           writes FILE.N with bit N of the file inverted, for each bit from there
-//                           on
+//   each-bit=[directory+]OFFSET[=STEP]
+//                           writes FILE.N with bit N of the file inverted, for each STEPth bit from
+//                           there on
 //   hole=SIZE               inserts zeros in front of the signing block; the last change
 
 namespace {
@@ -34,22 +43,84 @@ namespace {
 using namespace Quill;
 using Text = const std::string&;
 
+// Returns a signer behind as many keys, which differ only in their certificates.
+SignerOptions BehindLineage(size_t levelCount) {
+  const SigningKey& key = TestKey(KeyType::kP256);
+  std::list<SigningKey> levels;
+  std::vector<const SigningKey*> order;
+  while (order.size() < levelCount) {
+    levels.push_back({bssl::UpRef(key.key), key.publicKey, key.certificate, key.algorithmId});
+    ByteVector& certificate = levels.back().certificate;
+    Put(certificate, certificate.size() - 4, Wire().U32(order.size()));
+    order.push_back(&levels.back());
+  }
+  SignerOptions signer;
+  if (!order.empty()) {
+    signer.certificates = {levels.back().certificate};
+    signer.attributes = {LineageAttribute(Lineage(order))};
+  }
+  return signer;
+}
+
+// Returns whether there is such an option of JAR signatures.
+bool Set(JarOptions& jar, Text option, Text name, Text value) {
+  if (option == "key") {
+    jar.key = &TestKey(name == "dsa"  ? KeyType::kDsa1024
+                       : name == "ec" ? KeyType::kP256
+                                      : KeyType::kRsa2048);
+  } else if (option == "certificates") {
+    for (const char digit : name) {
+      jar.certificates.push_back(&TestKey(KeyType::kRsa2048, digit - '0'));
+    }
+  } else if (option == "signed-by") {
+    jar.signatureDigest = EVP_get_digestbyname(name.c_str());
+  } else if (option == "digest") {
+    jar.digestName = name;
+  } else if (option == "claim" || option == "claims") {
+    jar.apkSigned = option == "claim" ? name : std::string(std::stoul(name), ',');
+  } else if (option == "sf") {
+    jar.editSignatureFile = [=](auto& file) { file.replace(file.find(name), name.size(), value); };
+  } else if (option == "block") {
+    const int offset = std::stoi(name);
+    jar.editBlock = [=](auto& block) {
+      *((offset < 0 ? block.end() : block.begin()) + offset) ^= 1;
+    };
+  } else {
+    return false;
+  }
+  return true;
+}
+
 // Returns whether there is such a part.
 bool Add(PackageBuilder& package, Text part, Text name, Text value) {
+  static JarOptions jar;
   const XmlAttribute permission = {"name", std::string("com.vrk.android.SECURE_STORAGE")};
-  JarOptions jar;
-  if (part == "jar-of-v2") jar.apkSigned = "2";
-  if (part == "jar-edited") jar.editSignatureFile = [](std::string& file) { file[60] ^= 1; };
+  const auto number = [](Text text, size_t otherwise) {
+    return text.empty() ? otherwise : std::stoul(text);
+  };
 
-  if (part == "entry") return package.Entry(name, Wire().Text(value)), true;
-  if (part == "deflated") return package.Entry(name, ReadFile(value), Compression::kDeflated), true;
-  if (part == "manifest") return package.Manifest(ManifestXml(name)), true;
-  if (part == "halyx") {
-    return package.Manifest(ManifestXml(name, {{"uses-permission", {permission}}})), true;
+  if (part == "entry") {
+    package.Entry(name, Wire().Text(value));
+  } else if (part == "deflated") {
+    package.Entry(name, ReadFile(value), Compression::kDeflated);
+  } else if (part == "entries") {
+    for (size_t i = 0; i < std::stoul(name); ++i) package.Entry(std::to_string(i), {'x'});
+  } else if (part == "manifest") {
+    package.Manifest(ManifestXml(name));
+  } else if (part == "halyx") {
+    package.Manifest(ManifestXml(name, {{"uses-permission", {permission}}}));
+  } else if (part == "pairs") {
+    for (uint32_t id = 0; id < std::stoul(name); ++id) package.Pair(id, {});
+  } else if (part == "v2") {
+    package.V2(PackageBuilder::Signers(number(name, 1)), ByteVector(number(value, 0)));
+  } else if (part == "v3") {
+    package.V3({BehindLineage(number(name, 0))});
+  } else if (part == "jar") {
+    package.JarSignature(jar);
+  } else {
+    return Set(jar, part, name, value);
   }
-  if (part == "v2") return package.V2(), true;
-  if (part == "v3") return package.V3(), true;
-  return part.substr(0, 3) == "jar" && (package.JarSignature(jar), true);
+  return true;
 }
 
 void WriteFile(Text path, const ByteVector& bytes) {
@@ -72,7 +143,8 @@ bool Change(ByteVector& package, Text file, Text change, size_t at, Text value) 
   } else if (change == "put") {
     Put(package, at, Wire().U32(std::stoul(value)));
   } else if (change == "each-bit") {
-    for (size_t bit = at * 8; bit < package.size() * 8; ++bit) {
+    const size_t step = value.empty() ? 1 : std::stoul(value);
+    for (size_t bit = at * 8; bit < package.size() * 8; bit += step) {
       ByteVector changed = package;
       changed[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
       WriteFile(file + "." + std::to_string(bit), changed);

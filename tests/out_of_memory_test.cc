@@ -26,7 +26,7 @@
 #include "simulator/simulator.h"
 #include "tests/support/opened_package.h"
 
-// Fails each allocation in turn while packages are opened and files are labelled. This file defines
+// Fails each allocation in turn while files are labelled. This file defines
 // malloc, so any thread and any library is meant. Sanitizers have a malloc of their own: with them
 // only the allocations of C++ fail, and the sanitizer looks for leaks.
 
@@ -147,40 +147,33 @@ VISIBLE int get_nprocs() noexcept { return 4; }
 namespace Quill {
 namespace {
 
-// The identity that was accepted, or the labels and certificates that files received.
-using Facts = std::set<std::string>;
-
-struct Scenario {
-  const char* name;
-  std::function<bool(Facts&)> run;  // false when the call refused
-  tarnsim::KernelSetup setup = {};
-};
+using tarnsim::Call;
+using Workflow = std::function<bool()>;  // returns false when it failed
+using Facts = std::set<std::string>;     // the labels and certificates that files received
 
 struct Outcome {
   Facts facts;
-  bool isDone = false;      // neither refused nor ended by an exception
-  const char* thrown = "";  // what it ended by
+  bool isDone = false;  // neither failed nor ended by an exception
   std::string log;
   bool isReached = false;  // the allocation that was to fail
   int blocks = 0;          // lost, but by leaky libraries
 };
 
-Outcome Perform(const Scenario& scenario, int first, bool forGood) {
+// Runs the workflow while the allocation of that number fails; 0: none.
+Outcome Perform(const Workflow& workflow, const tarnsim::KernelSetup& setup, int number) {
   Outcome outcome;
-  tarnsim::Simulation simulation(scenario.setup);
+  tarnsim::Simulation simulation(setup);
   LogCapture log;
-  failing = first;
-  failsForGood = forGood;
+  failing = number;
   allocations = blocks = 0;
   failedInLeakyLibrary = false;
   isArmed = true;
   try {
-    outcome.isDone = scenario.run(outcome.facts);
+    outcome.isDone = workflow();
   } catch (const std::bad_alloc&) {
-    outcome.thrown = "bad_alloc";
   } catch (const std::system_error& error) {
-    const bool isOfThread = error.code() == std::errc::resource_unavailable_try_again;
-    outcome.thrown = isOfThread ? "no thread" : "unexpected";
+    isArmed = false;
+    EXPECT_EQ(std::errc::resource_unavailable_try_again, error.code()) << "only of a thread";
   }
   isArmed = false;
   outcome.isReached = allocations >= failing;
@@ -189,8 +182,7 @@ Outcome Perform(const Scenario& scenario, int first, bool forGood) {
   // An entry point reports a failure by its lines alone.
   if (outcome.log.find("E ") != std::string::npos) outcome.isDone = false;
   for (const tarnsim::Request& request : simulation.TakeJournal()) {
-    const bool isSet =
-        request.call == tarnsim::Call::kSign || request.call == tarnsim::Call::kCertificate;
+    const bool isSet = request.call == Call::kSign || request.call == Call::kCertificate;
     if (!isSet || request.result != 0) continue;
     outcome.facts.insert(request.file + ": " + request.identity + " " + Hex(request.label) +
                          Hex(request.certificate));
@@ -198,78 +190,50 @@ Outcome Perform(const Scenario& scenario, int first, bool forGood) {
   return outcome;
 }
 
-// Runs the scenario until no allocation is left to fail. Returns the facts without a failure.
-// `fallback` is what the JAR signature yields, which is looked at when a file cannot be mapped.
-Facts Sweep(const Scenario& scenario, const Facts& fallback) {
-  SCOPED_TRACE(scenario.name);
-  for (int i = 0; i < 2; ++i) Perform(scenario, 0, false);  // fills caches
-  const Outcome expected = Perform(scenario, 0, false);
-  EXPECT_TRUE(expected.isDone && !expected.facts.empty()) << expected.log;
-
+// Runs the workflow until no allocation is left to fail. Returns the facts without a failure.
+// `fallback` is what the JAR signature yields, which counts when a file cannot be mapped.
+Facts Sweep(const Workflow& workflow, const tarnsim::KernelSetup& setup, const Facts& fallback) {
+  failsForGood = false;
+  for (int i = 0; i < 2; ++i) Perform(workflow, setup, 0);  // fills caches
+  const Facts expected = Perform(workflow, setup, 0).facts;
+  EXPECT_FALSE(expected.empty());
   for (const bool forGood : {false, true}) {
+    failsForGood = forGood;
     bool isReached = true;
-    for (int first = 1; isReached; ++first) {
+    for (int number = 1; isReached; ++number) {
       const ptrdiff_t descriptors = OpenDescriptors();
-      Outcome outcome = Perform(scenario, first, forGood);
+      Outcome outcome = Perform(workflow, setup, number);
       isReached = outcome.isReached;
       // What a library keeps from its first failure is no leak, so a second run decides.
-      if (outcome.blocks > 0) outcome = Perform(scenario, first, forGood);
-      SCOPED_TRACE("allocation " + std::to_string(first) + (forGood ? " and all later: " : ": ") +
-                   outcome.thrown + "\n" + outcome.log);
+      if (outcome.blocks > 0) outcome = Perform(workflow, setup, number);
+      SCOPED_TRACE("allocation " + std::to_string(number) + "\n" + outcome.log);
       EXPECT_GE(0, outcome.blocks);
       EXPECT_EQ(descriptors, OpenDescriptors());
-      EXPECT_STRNE("unexpected", outcome.thrown);
-      if (!fallback.empty() && outcome.facts == fallback) {
+      const Facts& facts = outcome.facts;
+      if (!fallback.empty() && facts == fallback) {
         EXPECT_NE(std::string::npos, outcome.log.find("Can't map file"));
-      } else if (outcome.isDone) {
-        EXPECT_EQ(expected.facts, outcome.facts);
       } else {
-        EXPECT_TRUE(std::includes(expected.facts.begin(), expected.facts.end(),
-                                  outcome.facts.begin(), outcome.facts.end()));
+        EXPECT_TRUE(std::includes(expected.begin(), expected.end(), facts.begin(), facts.end()) &&
+                    (facts == expected || !outcome.isDone));
       }
     }
   }
-  return expected.facts;
+  return expected;
 }
 
-ByteVector Manifest() {
-  return ManifestXml("org.quillon.test",
-                     {{"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}}});
-}
-
-// Returns the document with its texts in UTF-8, each in the place of the longer one.
-ByteVector InUtf8(ByteVector xml) {
-  constexpr size_t kPool = 8, kCount = kPool + 8, kFlags = kPool + 16, kOffsets = kPool + 28;
-  const size_t start = kPool + xml[kPool + 20];
-  for (size_t i = 0; i < xml[kCount]; ++i) {
-    uint8_t* text = &xml[start + xml[kOffsets + 4 * i] + 256U * xml[kOffsets + 4 * i + 1]];
-    const uint8_t length = text[1] = text[0];
-    for (size_t k = 0; k < length; ++k) text[2 + k] = text[2 + 2 * k];
-    text[2 + length] = 0;
-  }
-  xml[kFlags + 1] = 1;
-  return xml;
-}
-
-PackageBuilder Package(const ByteVector& manifest = Manifest()) {
+PackageBuilder Package(bool isUtf8 = false) {
+  const XmlAttribute permission = {"name", "com.vrk.android.SECURE_STORAGE"};
   return PackageBuilder()
-      .Entry("AndroidManifest.xml", manifest, Compression::kDeflated)
+      .Entry("AndroidManifest.xml",
+             ManifestXml("org.quillon.test", {{"uses-permission", {permission}}}, isUtf8),
+             Compression::kDeflated)
       .Entry("classes.dex", {1})
       .Entry("lib/arm64-v8a/a.so", {1})
       .Entry("lib/armeabi/b.so", {2});
 }
 
-bool Accepts(int fd, const char* path, Facts& facts) {
-  Apk apk(fd, path);
-  if (!apk.IsGoodApk()) return false;
-  const Exempt exempt;
-  facts = {std::to_string(static_cast<int>(apk.GetApkSignatureSchemeVersion())) + " " +
-           apk.GetPackageName() + " " + Hex(apk.GetManufacturerKey())};
-  return true;
-}
-
-// Memory that runs out costs the verdict or the label. No package is accepted under another
-// identity, no file gets another label, and a call that labels a part of its files fails.
+// Memory that runs out costs the label only. No file gets another label or another certificate, and
+// a workflow that labels a part of its files fails.
 TEST(OutOfMemory, CostsTheVerdictOrTheLabelOnly) {
   SignerOptions newest;
   newest.key = &TestKey(KeyType::kP256, 1);
@@ -278,44 +242,35 @@ TEST(OutOfMemory, CostsTheVerdictOrTheLabelOnly) {
   const std::string path = folder.Write("base.apk", Package().V3().Build());
   folder.Write("lib/arm64/a.so", {1});
   folder.Write("lib/arm/b.so", {2});
-  const Fd v1 = MemoryFile(Package().JarSignature().Build());
-  const Fd v1AndV2 = MemoryFile(Package().JarSignature().V2().Build());
-  const Fd v2 = MemoryFile(Package().V2({{}, {}}).Build());
-  const Fd v3 = Fd(open(path.c_str(), O_RDONLY));
-  const Fd rotated = MemoryFile(Package().V3({newest}).Build());
-  const Fd utf8 = MemoryFile(Package(InUtf8(Manifest())).V3().Build());
-  const Fd oat = MemoryFile({1}), vdex = MemoryFile({2});
-  const auto opens = [](const Fd& file) {
-    return [&file](Facts& facts) { return Accepts(file.GetFd(), nullptr, facts); };
-  };
-  // A package that is labelled itself: without the signing block its files would be labelled as
-  // those of a JAR.
-  tarnsim::KernelSetup labelled;
-  labelled.labels = {{v3.GetFd(), {0, 0}}};
-
-  const Scenario kScenarios[] = {
-      {"v1", opens(v1)},
-      {"v1 and v2", opens(v1AndV2)},
-      {"v2", opens(v2)},
-      {"rotated", opens(rotated)},
-      {"v3 by path", [&](Facts& facts) { return Accepts(-1, path.c_str(), facts); }},
-      {"UTF-8", [&](Facts&) { return TarnSign(utf8.GetFd(), oat.GetFd()) == TARN_OK; }},
-      {"TarnSign", [&](Facts&) { return TarnSign(v3.GetFd(), oat.GetFd()) == TARN_OK; }, labelled},
-      {"provision",
-       [&](Facts&) {
-         RunOEMFuncForProvisionOat(v3.GetFd(), oat.GetFd(), vdex.GetFd());
-         return true;
-       },
-       labelled},
-      {"TarnSignJni",
-       [&](Facts&) {
-         Apk apk(v3.GetFd());
-         return TarnSignJni(apk, v3.GetFd(), nullptr) == TARN_OK;
-       }},
-  };
+  const Fd v3 = Fd(open(path.c_str(), O_RDONLY)), oat = MemoryFile({1}), vdex = MemoryFile({2});
+  const Fd packages[] = {MemoryFile(Package().JarSignature().Build()),
+                         MemoryFile(Package().JarSignature().V2().Build()),
+                         MemoryFile(Package().V2({{}, {}}).Build()),
+                         MemoryFile(Package().V3({newest}).Build()),
+                         MemoryFile(Package(/*isUtf8=*/true).V3().Build())};
+  // The packages are labelled themselves. So their files would be labelled as those of a JAR, if a
+  // package were taken for one.
+  tarnsim::KernelSetup setup;
+  setup.labels = {{v3.GetFd(), {0, 0}}};
+  std::vector<Workflow> workflows;
+  for (const Fd& package : packages) {
+    setup.labels.push_back({package.GetFd(), {0, 0}});
+    workflows.push_back([&] { return TarnSign(package.GetFd(), oat.GetFd()) == TARN_OK; });
+  }
+  workflows.push_back([&] {
+    RunOEMFuncForProvisionOat(v3.GetFd(), oat.GetFd(), vdex.GetFd());
+    return true;
+  });
+  for (const int fd : {v3.GetFd(), -1}) {
+    workflows.push_back([&, fd] {
+      Apk apk(fd, path.c_str());
+      return TarnSignJni(apk, v3.GetFd(), nullptr) == TARN_OK;
+    });
+  }
   Facts ofV1;
-  for (const Scenario& scenario : kScenarios) {
-    const Facts facts = Sweep(scenario, ofV1);
+  for (const Workflow& workflow : workflows) {
+    SCOPED_TRACE(&workflow - workflows.data());
+    const Facts facts = Sweep(workflow, setup, ofV1);
     if (ofV1.empty()) ofV1 = facts;
   }
 }

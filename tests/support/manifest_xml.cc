@@ -6,7 +6,7 @@
 
 namespace Quill {
 
-ByteVector BinaryXml(const std::vector<XmlElement>& elements) {
+ByteVector BinaryXml(const std::vector<XmlElement>& elements, bool isUtf8) {
   constexpr uint32_t kNone = 0xffffffff;
   // The pool holds each string once; the document names strings by their index.
   std::map<std::string, size_t> pool;
@@ -15,9 +15,13 @@ ByteVector BinaryXml(const std::vector<XmlElement>& elements) {
     const auto [found, isNew] = pool.try_emplace(text, pool.size());
     if (isNew) {
       offsets.U32(strings.Size());
-      strings.U16(static_cast<uint16_t>(text.size()));
-      for (const char c : text) strings.U16(static_cast<uint8_t>(c));
-      strings.U16(0);
+      const auto character = [&](size_t c) {
+        isUtf8 ? strings.U8(static_cast<uint8_t>(c)) : strings.U16(static_cast<uint16_t>(c));
+      };
+      if (isUtf8) character(text.size());  // one length in characters and one in bytes
+      character(text.size());
+      for (const char c : text) character(static_cast<uint8_t>(c));
+      character(0);
     }
     return found->second;
   };
@@ -45,13 +49,14 @@ ByteVector BinaryXml(const std::vector<XmlElement>& elements) {
   const size_t stringsStart = 28 + offsets.Size(), poolSize = stringsStart + strings.Size();
   Wire document = Wire().U16(0x0003).U16(8).U32(8 + poolSize + nodes.Size());
   document.U16(0x0001).U16(28).U32(poolSize).U32(pool.size());
-  document.U32(0).U32(0).U32(stringsStart).U32(0);  // no styles, no flags: UTF-16
+  document.U32(0).U32(isUtf8 ? 0x100 : 0).U32(stringsStart).U32(0);  // no styles
   return document.Bytes(offsets).Bytes(strings).Bytes(nodes);
 }
 
-ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements) {
+ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements,
+                       bool isUtf8) {
   elements.insert(elements.begin(), {"manifest", {{"package", packageName}}});
-  return BinaryXml(elements);
+  return BinaryXml(elements, isUtf8);
 }
 
 }  // namespace Quill

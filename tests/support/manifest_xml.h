@@ -22,10 +22,11 @@ struct XmlElement {
 };
 
 // Returns the compiled form of a document without namespaces. The first element encloses the
-// others, which are empty and stand side by side. Names and texts are ASCII.
-ByteVector BinaryXml(const std::vector<XmlElement>& elements);
+// others, which are empty and stand side by side. Names and texts are ASCII, in UTF-16 or UTF-8.
+ByteVector BinaryXml(const std::vector<XmlElement>& elements, bool isUtf8 = false);
 
 // Returns the compiled manifest of a package, with these elements inside it.
-ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements = {});
+ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements = {},
+                       bool isUtf8 = false);
 
 }  // namespace Quill
