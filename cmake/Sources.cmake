@@ -122,7 +122,6 @@ set(QUILLON_TEST_SOURCES
   tests/schemes_test.cc
   tests/signing_test.cc
   tests/tarn_test.cc
-  tests/tarnsim_test.cc
   tests/util_test.cc
   tests/vtable_test.cc
 )

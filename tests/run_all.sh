@@ -24,26 +24,11 @@ Check_gcc() {  # builds with g++, with warnings as errors, and runs the tests, b
   scripts/test.sh
 }
 
-Check_clang() {  # the same with clang++
-  BuildAndTest clang
-}
-
-Check_asan() {  # the same under the address and undefined-behaviour sanitizers
-  BuildAndTest asan
-}
-
-Check_tsan() {  # the same under the thread sanitizer
-  BuildAndTest tsan
-}
-
-Check_device() {  # the same with the traps that Android.bp enables
-  BuildAndTest device
-}
-
-Check_arm64() {  # the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
-  BuildAndTest arm64
-}
-
+Check_clang() { BuildAndTest clang; }  # the same with clang++
+Check_asan() { BuildAndTest asan; }  # the same under the address and undefined-behaviour sanitizers
+Check_tsan() { BuildAndTest tsan; }  # the same under the thread sanitizer
+Check_device() { BuildAndTest device; }  # the same with the traps that Android.bp enables
+Check_arm64() { BuildAndTest arm64; }  # the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 Check_fuzz() {  # runs every fuzz target for a few seconds, and verifies packages while they change
   Fuzz 5000 100000
   build/fuzz/fuzz/changing_file
@@ -80,10 +65,7 @@ Check_shell() {  # the scripts pass shellcheck
   git grep -lE '^#!/bin/bash' | xargs shellcheck --severity=info
 }
 
-Check_includes() {  # a folder includes only headers of folders before it
-  tests/includes.sh
-}
-
+Check_includes() { tests/includes.sh; }  # a folder includes only headers of folders before it
 Check_documents() {  # the files, tests and names in the documents exist
   local name status=0
   # shellcheck disable=SC2016  # backquotes of Markdown
@@ -108,10 +90,7 @@ Check_licence() {  # every file names its licence
   [ -z "$unnamed" ] || { echo "no SPDX-License-Identifier in: $unnamed"; return 1; }
 }
 
-Check_android_bp() {  # Android.bp parses and lists the sources of this build
-  cmake -P tests/android_bp.cmake
-}
-
+Check_android_bp() { cmake -P tests/android_bp.cmake; }  # Android.bp parses and lists the sources of this build
 Check_library() {  # the library alone builds without the packages that tool, simulator and tests need
   local unneeded=()
   for package in nlohmann_json CLI11 fmt GTest benchmark; do
@@ -122,17 +101,9 @@ Check_library() {  # the library alone builds without the packages that tool, si
   cmake --build build/library
 }
 
-Long_fuzzing() {  # runs every fuzz target for ten minutes
-  Fuzz -1 -1 -max_total_time=600
-}
-
-Long_round_trip() {  # packages signed by apksigner verify, for all key types, schemes and lineages
-  tests/round_trip.sh
-}
-
-Long_bare_root() {  # the README's two commands work in a Debian root that has only the base system and git
-  tests/bare_root.sh
-}
+Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
+Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
+Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a Debian root that has only the base system and git
 
 # Fuzz RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
 # New inputs go to the build folder, not to the corpora.
@@ -157,7 +128,7 @@ Names() {  # Names TIER
 
 Usage() {
   sed -nE '4,6s/^# //p' tests/run_all.sh
-  sed -nE 's/^(Check|Long)_([a-z0-9_]+)\(\) \{  # (.*)/\2|\3/p' tests/run_all.sh |
+  sed -nE 's/^(Check|Long)_([a-z0-9_]+)\(\) \{.*  # (.*)/\2|\3/p' tests/run_all.sh |
     awk -F '|' '{ printf "  %-11s %s\n", $1, $2 }'
 }
 
