@@ -140,11 +140,8 @@ checks=("$@")
 
 functions=()
 for name in "${checks[@]}"; do
-  case " ${short[*]} | ${long[*]} " in
-    *" $name "*"|"*) functions+=("Check_$name") ;;
-    *"|"*" $name "*) functions+=("Long_$name") ;;
-    *) Usage >&2; exit 2 ;;
-  esac
+  function=$(declare -F "Check_$name" || declare -F "Long_$name") || { Usage >&2; exit 2; }
+  functions+=("$function")
 done
 
 failedCount=0
