@@ -145,7 +145,9 @@ struct ChangingPackage : ApkPackage {
   // Returns the key of a package that verifies, and nothing for a refused one.
   ByteVector Key() {
     ByteVector key;
-    if (After(ParseApkPackage()) && VerifyApkPackage()) GetMainPublicKey(key);
+    if (After(ParseApkPackage()) && VerifyApkPackage()) {
+      EXPECT_TRUE(GetMainPublicKey(key));
+    }
     return key;
   }
 
