@@ -37,7 +37,6 @@ TEST(ApkPackage, EachStepFindsItsRecordOrNothing) {
     const void* found = nullptr;
     std::vector<const ApkSignatureBlock*> pairs;
     LogCapture log;
-    if (step == "end record") found = package.FindEocdRecord();
     if (step == "directory") {
       found = package.FindCentralDirectory(reinterpret_cast<const EocdRecord*>(begin));
     } else if (step == "block") {
@@ -45,6 +44,9 @@ TEST(ApkPackage, EachStepFindsItsRecordOrNothing) {
     } else if (step == "pairs") {
       const auto* block = reinterpret_cast<const ApkSigningBlock*>(begin);
       if (package.ParseApkSignatureBlocks(block, pairs)) found = pairs.back();
+    } else {
+      ASSERT_EQ("end record", step);
+      found = package.FindEocdRecord();
     }
     const auto offset = static_cast<const uint8_t*>(found) - begin;
     EXPECT_EQ(row.fields[1], found == nullptr ? "none" : std::to_string(offset)) << row.text;

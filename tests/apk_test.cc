@@ -14,8 +14,8 @@ namespace {
 
 const std::string kStorage = "com.vrk.android.SECURE_STORAGE";
 
-// Returns the element of a text such as "meta-data name=access value=SS_META". The value
-// 7 is a number.
+// Returns the element of a text such as "meta-data name=access value=SS_META". The value 7 is a
+// number.
 XmlElement Element(const std::string& text) {
   const std::vector<std::string> words = Split(text, " ");
   XmlElement element = {words[0], {}};

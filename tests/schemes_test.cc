@@ -64,16 +64,24 @@ SignerOptions SignerWith(const std::string& parts) {
       items.push_back(Bytes(item, kNames));
       numbers.push_back(static_cast<uint32_t>(std::strtoul(item.c_str(), nullptr, 0)));
     }
-    if (name == "key") signer.key = &TestKey(kKeys.at(value));
-    if (name == "signatures") signer.signatureAlgorithms = numbers;
-    if (name == "digests") signer.digestAlgorithms = numbers;
-    if (name == "contentDigest") signer.contentDigest = Bytes(value);
-    if (name == "certificates") signer.certificates = items;
-    if (name == "publicKey") signer.publicKey = Bytes(value, kNames);
-    if (name == "attributes") signer.attributes = items;
-    if (name == "behindAttributes") signer.behindAttributes = Bytes(value);
-    if (name == "sdk") {
+    if (name == "key") {
+      signer.key = &TestKey(kKeys.at(value));
+    } else if (name == "sdk") {
       signer.minSdk = numbers[0], signer.maxSdk = numbers[1], signer.signedMaxSdk = numbers.back();
+    } else if (name == "signatures" || name == "digests") {
+      (name == "digests" ? signer.digestAlgorithms : signer.signatureAlgorithms) = numbers;
+    } else if (name == "certificates") {
+      signer.certificates = items;
+    } else if (name == "attributes") {
+      signer.attributes = items;
+    } else if (name == "publicKey") {
+      signer.publicKey = Bytes(value, kNames);
+    } else if (name == "contentDigest") {
+      signer.contentDigest = Bytes(value);
+    } else if (name == "behindAttributes") {
+      signer.behindAttributes = Bytes(value);
+    } else {
+      ADD_FAILURE() << "no such part: " << part;
     }
   }
   return signer;
