@@ -11,8 +11,6 @@
 
 namespace Quill {
 
-using std::string_literals::operator""s;
-
 TEST(ManifestMf, ReadsSections) {
   const struct {
     std::string text;
@@ -86,7 +84,8 @@ TEST(EntryDigests, AreCheckedForEachFormOfAnEntry) {
     ZipEntry entry{};
     return logOf(apk.FindEntry(name, &entry) == 0 && apk.VerifyFileHash(name, &entry));
   };
-  for (const std::string& name : {"classes.dex"s, "classes2.dex"s, ""s, std::string(65536, 'n')}) {
+  for (const std::string& name : {std::string("classes.dex"), std::string("classes2.dex"),
+                                  std::string(), std::string(65536, 'n')}) {
     EXPECT_EQ("good", logOf(v1.VerifyFileHash(name))) << name;
   }
   EXPECT_EQ("good", logOf(v1.VerifyFileHash("classes.dex", same)));

@@ -58,7 +58,9 @@ bool IsInLeakyLibrary() {
   return std::any_of(frames, frames + backtrace(frames, 64), [](void* frame) {
     Dl_info info;
     const std::string_view file = dladdr(frame, &info) != 0 ? info.dli_fname : "";
-    const auto isIn = [&file](const char* name) { return file.find(name) != file.npos; };
+    const auto isIn = [&file](const char* name) {
+      return file.find(name) != std::string_view::npos;
+    };
     return isIn("/libandroidfw.") || isIn("/libbase.") || isIn("/libcrypto.") ||
            isIn("/libziparchive.");
   });
@@ -195,7 +197,7 @@ Outcome Perform(const Workflow& workflow, const tarnsim::KernelSetup& setup, int
 Facts Sweep(const Workflow& workflow, const tarnsim::KernelSetup& setup, const Facts& fallback) {
   failsForGood = false;
   for (int i = 0; i < 2; ++i) Perform(workflow, setup, 0);  // fills caches
-  const Facts expected = Perform(workflow, setup, 0).facts;
+  Facts expected = Perform(workflow, setup, 0).facts;
   EXPECT_FALSE(expected.empty());
   for (const bool forGood : {false, true}) {
     failsForGood = forGood;
@@ -255,14 +257,14 @@ TEST(OutOfMemory, CostsTheVerdictOrTheLabelOnly) {
   std::vector<Workflow> workflows;
   for (const Fd& package : packages) {
     setup.labels.push_back({package.GetFd(), {0, 0}});
-    workflows.push_back([&] { return TarnSign(package.GetFd(), oat.GetFd()) == TARN_OK; });
+    workflows.emplace_back([&] { return TarnSign(package.GetFd(), oat.GetFd()) == TARN_OK; });
   }
-  workflows.push_back([&] {
+  workflows.emplace_back([&] {
     RunOEMFuncForProvisionOat(v3.GetFd(), oat.GetFd(), vdex.GetFd());
     return true;
   });
   for (const int fd : {v3.GetFd(), -1}) {
-    workflows.push_back([&, fd] {
+    workflows.emplace_back([&, fd] {
       Apk apk(fd, path.c_str());
       return TarnSignJni(apk, v3.GetFd(), nullptr) == TARN_OK;
     });
