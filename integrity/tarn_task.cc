@@ -30,6 +30,14 @@ struct CloseFile {
 };
 using TextFile = std::unique_ptr<FILE, CloseFile>;
 
+// Releasing leaves errno to the caller, as the kernel call left it.
+struct FreePath {
+  void operator()(char* path) const {
+    const Quill::SavedErrno saved;
+    free(path);
+  }
+};
+
 TarnRequest TaskRequest(int pid) {
   TarnRequest request;
   request.target = pid == 0 ? getpid() : pid;
@@ -142,9 +150,10 @@ uint32_t TarnGetResetFile(int pid, TarnResetFile** out) {
   if (pid < 0 || out == nullptr) return TARN_BAD_ARGUMENT;
 
   constexpr uint16_t kPathSize = sizeof(TarnResetFile::path);
-  char path[kPathSize] = {};
+  const std::unique_ptr<char, FreePath> path(static_cast<char*>(calloc(1, kPathSize)));
+  if (!path) return TARN_NO_MEMORY;
   TarnRequest request = TaskRequest(pid);
-  request.pointerC = reinterpret_cast<uintptr_t>(path);
+  request.pointerC = reinterpret_cast<uintptr_t>(path.get());
   request.sizeD = kPathSize;
   const uint32_t result = CallTarnDevice(Quill::kTarnIoctlReadResetFile, request);
   if (result == TarnErrnoCode(ENOENT)) {
@@ -160,7 +169,9 @@ uint32_t TarnGetResetFile(int pid, TarnResetFile** out) {
   record->pathLength = request.sizeD;
   // The kernel wrote past the buffer, or claims to have: the process's memory cannot be trusted.
   if (request.sizeD > kPathSize) abort();
-  if (request.sizeD != 0) memcpy(record->path, path, strnlen(path, request.sizeD - 1u));
+  if (request.sizeD != 0) {
+    memcpy(record->path, path.get(), strnlen(path.get(), request.sizeD - 1u));
+  }
   *out = record;
   return TARN_OK;
 }
