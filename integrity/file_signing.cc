@@ -24,9 +24,11 @@ namespace {
 using Quill::Apk;
 using Quill::SavedErrno;
 
-// Labels the file and logs a failure. `subject` names the file in that log line.
+enum class Origin { kPackage, kJar };
+
+// Labels a file of that origin and logs a failure.
 uint32_t SignAndReport(int fd, const std::vector<uint8_t>& hash, const std::vector<uint8_t>& extra,
-                       const char* subject) {
+                       Origin origin) {
   TarnExLabel* allocated = nullptr;
   if (const uint32_t result =
           TarnExLabelAlloc(TARN_SHA1, hash.data(), static_cast<uint16_t>(hash.size()), extra.data(),
@@ -40,8 +42,13 @@ uint32_t SignAndReport(int fd, const std::vector<uint8_t>& hash, const std::vect
   if (result != TARN_OK) {
     const SavedErrno saved;
     const int error = errno;
-    QUILL_LOGE("TARN can't sign %s (result=%x, errno %d: %s).\n", subject, result, error,
-               strerror(error));
+    if (origin == Origin::kPackage) {
+      QUILL_LOGE("TARN can't sign a file (result=%x, errno %d: %s).\n", result, error,
+                 strerror(error));
+    } else {
+      QUILL_LOGE("TARN can't sign a non-APK file (result=%x, errno %d: %s).\n", result, error,
+                 strerror(error));
+    }
   }
   return result;
 }
@@ -70,7 +77,7 @@ uint32_t SignForPackage(Apk& apk, int fd) {
     return TARN_FAILED;
   }
   const std::vector<uint8_t> keyDigest = keyHash->Digest(apk.GetManufacturerKey());
-  const uint32_t result = SignAndReport(fd, hash, keyDigest, "a file");
+  const uint32_t result = SignAndReport(fd, hash, keyDigest, Origin::kPackage);
   failure.emplace();
   return result;
 }
@@ -93,7 +100,7 @@ uint32_t SignForJar(Apk& apk, int fd) {
     // failure.
     return TARN_OK;
   }
-  const uint32_t result = SignAndReport(fd, hash, /*extra=*/{}, "a non-APK file");
+  const uint32_t result = SignAndReport(fd, hash, /*extra=*/{}, Origin::kJar);
   failure.emplace();
   return result;
 }
