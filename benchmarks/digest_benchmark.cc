@@ -10,7 +10,7 @@
 namespace Quill {
 namespace {
 
-constexpr uint64_t kMebibyte = 1 << 20;
+constexpr uint64_t kChunkSize = 1 << 20;
 
 const EVP_MD* DigestAlgorithm(const benchmark::State& state) {
   return state.range(0) == 512 ? EVP_sha512() : EVP_sha256();
@@ -22,21 +22,21 @@ std::unique_ptr<Hash> NewHash(const benchmark::State& state) {
 
 // The last chunk is shorter, as in most packages.
 std::unique_ptr<MapFile> Content() {
-  return MapFileRO(MemoryFile(ByteVector(64 * kMebibyte - 7, 0x5a)).GetFd());
+  return MapFileRO(MemoryFile(ByteVector(64 * kChunkSize - 7, 0x5a)).GetFd());
 }
 
 std::vector<RawData> Chunks(const MapFile& content, uint64_t first, uint64_t end) {
   std::vector<RawData> chunks;
   for (uint64_t chunk = first; chunk < end; ++chunk) {
-    const uint64_t offset = chunk * kMebibyte;
-    chunks.push_back({content.Data() + offset, std::min(kMebibyte, content.Size() - offset)});
+    const uint64_t offset = chunk * kChunkSize;
+    chunks.push_back({content.Data() + offset, std::min(kChunkSize, content.Size() - offset)});
   }
   return chunks;
 }
 
 void ChunkDigests(benchmark::State& state) {
   const auto content = Content();
-  const uint64_t count = (content->Size() + kMebibyte - 1) / kMebibyte;
+  const uint64_t count = (content->Size() + kChunkSize - 1) / kChunkSize;
   const auto workerCount = static_cast<unsigned int>(state.range(1));
   std::vector<std::vector<RawData>> chunks;
   for (unsigned int i = 0; i < workerCount; ++i) {
@@ -80,7 +80,7 @@ BENCHMARK(TopDigest)
 void ContentDigest(benchmark::State& state) {
   const auto content = Content();
   const std::vector<RawData> chunks =
-      Chunks(*content, 0, (content->Size() + kMebibyte - 1) / kMebibyte);
+      Chunks(*content, 0, (content->Size() + kChunkSize - 1) / kChunkSize);
   RunAgainstLimit(state, DigestAlgorithm(state), *content, ProcessHashes::GetNumThreads(), [&] {
     auto hash = NewHash(state);
     ProcessHashes digest(chunks);

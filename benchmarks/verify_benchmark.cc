@@ -31,7 +31,7 @@ BigSignature SignatureOf(const benchmark::State& state) {
           isSha512 ? 0x0104u : 0x0103u};
 }
 
-const EVP_MD* DigestAlgorithm(const benchmark::State& state) {
+const EVP_MD* ContentDigestAlgorithm(const benchmark::State& state) {
   return state.range(1) == 512 ? EVP_sha512() : EVP_sha256();
 }
 
@@ -39,7 +39,7 @@ void VerifyBigPackage(benchmark::State& state) {
   const LogCapture log;
   const Fd file = BigPackage(static_cast<uint64_t>(state.range(2)) << 20, SignatureOf(state));
   const auto scheme = static_cast<ApkSignatureScheme>(state.range(0));
-  RunAgainstLimit(state, DigestAlgorithm(state), *MapFileRO(file.GetFd()),
+  RunAgainstLimit(state, ContentDigestAlgorithm(state), *MapFileRO(file.GetFd()),
                   ProcessHashes::GetNumThreads(), [&] { Verify(state, file.GetFd(), scheme); });
 }
 // The numbers of iterations are fixed, because a package takes longer to make than to verify.
@@ -71,7 +71,7 @@ class FileOnDisk {
 void VerifyFromDisk(benchmark::State& state) {
   const LogCapture log;
   const FileOnDisk file(SignatureOf(state));
-  RunAgainstLimit(state, DigestAlgorithm(state), *MapFileRO(file.GetFd()),
+  RunAgainstLimit(state, ContentDigestAlgorithm(state), *MapFileRO(file.GetFd()),
                   ProcessHashes::GetNumThreads(),
                   [&] { Verify(state, file.GetFd(), ApkSignatureScheme::kV3); });
 }

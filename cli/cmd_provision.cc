@@ -17,18 +17,18 @@
 namespace Quill::Tool {
 namespace {
 
-struct Options {
+struct ProvisionOptions {
   std::vector<std::string> files;
   bool ignoreHalyx = false;
   std::string simulate;
 };
 
-using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files, const Options& options);
+using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files, const ProvisionOptions& options);
 
 // Declares the positional arguments, given as pairs of name and help text. If the first one is
 // named "APK", it is the package.
 CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, const char*>>& names,
-                   const std::shared_ptr<Options>& options, EntryPoint entryPoint) {
+                   const std::shared_ptr<ProvisionOptions>& options, EntryPoint entryPoint) {
   options->files.resize(names.size());
   for (size_t i = 0; i < names.size(); ++i) {
     parser.add_option(names[i].first, options->files[i], names[i].second)
@@ -55,31 +55,31 @@ CommandRun DeclareProvision(CLI::App& parser) {
   return Declare(
       parser,
       {{"APK", "The package"}, {"OAT", "Its compiled code"}, {"VDEX", "Its verified bytecode"}},
-      std::make_shared<Options>(), [](const auto& files, const Options&) {
+      std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
         RunOEMFuncForProvisionOat(files[0]->GetFd(), files[1]->GetFd(), files[2]->GetFd());
       });
 }
 
 CommandRun DeclareProvisionArt(CLI::App& parser) {
   return Declare(parser, {{"APK", "The package"}, {"ART", "Its image"}},
-                 std::make_shared<Options>(), [](const auto& files, const Options&) {
+                 std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
                    RunOEMFuncForProvisionBootArt(files[0]->GetFd(), files[1]->GetFd());
                  });
 }
 
 CommandRun DeclareStartProvision(CLI::App& parser) {
   return Declare(parser, {{"OAT", "Compiled code"}, {"VDEX", "Verified bytecode"}},
-                 std::make_shared<Options>(), [](const auto& files, const Options&) {
+                 std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
                    RunOEMFuncForStartProvisionOat(files[0]->GetFd(), files[1]->GetFd());
                  });
 }
 
 CommandRun DeclareSignApk(CLI::App& parser) {
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<ProvisionOptions>();
   parser.add_flag("--ignore-halyx", options->ignoreHalyx,
                   "Label the package even if it is outside the Halyx feature");
   return Declare(parser, {{"APK", "The package"}}, options,
-                 [](const auto& files, const Options& given) {
+                 [](const auto& files, const ProvisionOptions& given) {
                    RunOEMFuncForApkSigner(files[0]->GetFd(), given.files[0].c_str(),
                                           given.ignoreHalyx ? 1 : 0);
                  });

@@ -20,7 +20,7 @@
 namespace Quill::Tool {
 namespace {
 
-struct Options {
+struct VerifyOptions {
   std::vector<std::string> files;
   bool json = false;
   bool verbose = false;
@@ -30,7 +30,7 @@ struct Options {
 };
 
 // Prints the report of one file. Returns false when standard output fails.
-bool Print(const PackageReport& report, const Options& options) {
+bool Print(const PackageReport& report, const VerifyOptions& options) {
   if (options.verbose) {
     for (const LogLine& line : report.log) {
       PrintErrorLine(fmt::format("{}: {} {}", FileText(report.file), line.priority, line.text));
@@ -43,7 +43,7 @@ bool Print(const PackageReport& report, const Options& options) {
   return PrintLine(options.json ? ToJson(report) : ToText(report));
 }
 
-ExitStatus Verify(const Options& options) {
+ExitStatus Verify(const VerifyOptions& options) {
   constexpr std::chrono::milliseconds kTick(100);
   if (!options.sdk.empty()) setenv("QUILLON_SDK", options.sdk.c_str(), /*overwrite=*/1);
   if (!IsSdkLevelUsable()) return kUsage;
@@ -69,7 +69,7 @@ ExitStatus Verify(const Options& options) {
 
 CommandRun DeclareVerify(CLI::App& parser) {
   constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
-  const auto options = std::make_shared<Options>();
+  const auto options = std::make_shared<VerifyOptions>();
   parser.add_option("FILE", options->files, "Packages to verify")->type_name("")->required();
   parser.add_flag("--json", options->json, "Print one JSON object per file");
   parser

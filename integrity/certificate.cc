@@ -46,7 +46,7 @@ void Store(int fd, const std::string& identity, const std::vector<uint8_t>& cert
   }
 }
 
-void SignForJar(int zipFd, int fd) {
+void CertifyForJar(int zipFd, int fd) {
   if (fgetxattr(zipFd, "user.hx", nullptr, 0) < 1) return;
   const std::string jarPath = GetFilenameByFd(zipFd);
   if (jarPath.empty()) {
@@ -58,7 +58,7 @@ void SignForJar(int zipFd, int fd) {
   Store(fd, jarPath, JarCertificate(jarPath));
 }
 
-void SignForPackage(Apk& apk, int fd) {
+void CertifyForPackage(Apk& apk, int fd) {
   if (!apk.IsHalyxPermissionRequired()) return;
   if (!apk.IsGoodApk()) {
     QUILL_LOGE("Apk archive is not valid for fd=%d, path=%s\n", apk.GetFd(),
@@ -73,9 +73,9 @@ void SignForPackage(Apk& apk, int fd) {
 
 void HxSign(Apk& apk, int zipFd, int fd) {
   if (!apk.IsApk() && apk.IsGoodZip()) {
-    SignForJar(zipFd, fd);
+    CertifyForJar(zipFd, fd);
   } else {
-    SignForPackage(apk, fd);
+    CertifyForPackage(apk, fd);
   }
 }
 

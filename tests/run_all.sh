@@ -24,10 +24,9 @@ Check_gcc() {  # builds with g++, with warnings as errors, and runs the tests, b
   scripts/test.sh
 }
 
-Check_clang() { BuildAndTest clang; }  # the same with clang++
+Check_clang() { BuildAndTest clang; }  # the same with clang++ and the traps that Android.bp enables
 Check_asan() { BuildAndTest asan; }  # the same under the address and undefined-behaviour sanitizers
 Check_tsan() { BuildAndTest tsan; }  # the same under the thread sanitizer
-Check_device() { BuildAndTest device; }  # the same with the traps that Android.bp enables
 Check_arm64() { BuildAndTest arm64; }  # the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 Check_fuzz() {  # runs every fuzz target for a few seconds, and verifies packages while they change
   Fuzz 5000 100000
@@ -50,9 +49,15 @@ Check_format() {  # clang-format changes nothing
 
 Check_tidy() {  # clang-tidy finds nothing
   cmake --preset clang -D QUILLON_BUILD_BENCHMARKS=ON
-  sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json |
-    sort -u | xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --quiet \
-    2> >(grep -v 'warnings generated' >&2)
+  # The preset joins the files of a product, so that their headers are checked once. These checks judge the joint file.
+  Tidy -bugprone-suspicious-include,-google-global-names-in-headers,-clang-analyzer-* < <(
+    sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json | sort -u)
+}
+
+Check_analyzer() {  # clang's static analyzer finds nothing in the products
+  cmake --preset clang -D CMAKE_UNITY_BUILD=OFF  # it does not look into included files
+  Tidy '-*,clang-analyzer-*,-clang-analyzer-optin.performance.Padding' < <(
+    git ls-files '*.cc' ':!tests' ':!fuzz' ':!benchmarks')
 }
 
 Check_libcxx() {  # the library compiles with the device's C++ library, and without run-time type information
@@ -120,6 +125,11 @@ Fuzz() {
     "$fuzzer" "-runs=$runs" -seed=1 -timeout=25 -verbosity=0 "${@:3}" \
       -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
   done
+}
+
+Tidy() {  # Tidy CHECKS: over the files of the list on standard input
+  xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --checks="$1" --quiet \
+    2> >(grep -v 'warnings generated' >&2)
 }
 
 Names() {  # Names TIER

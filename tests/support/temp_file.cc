@@ -15,7 +15,7 @@
 namespace Quill {
 namespace {
 
-void Require(bool done) {
+void CheckErrno(bool done) {
   if (!done) throw std::system_error(errno, std::generic_category());
 }
 
@@ -23,8 +23,8 @@ void Require(bool done) {
 
 Fd MemoryFile(const ByteVector& bytes) {
   const int fd = memfd_create("quillon-test", MFD_CLOEXEC);
-  Require(fd >= 0);
-  Require(write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
+  CheckErrno(fd >= 0);
+  CheckErrno(write(fd, bytes.data(), bytes.size()) == static_cast<ssize_t>(bytes.size()));
   return Fd(fd);
 }
 
@@ -33,10 +33,10 @@ std::shared_ptr<MapFile> GuardedMapping(const ByteVector& bytes) {
   const auto page = static_cast<size_t>(sysconf(_SC_PAGESIZE));
   const size_t mapped = (size + page - 1) / page * page;
   void* region = mmap(nullptr, page + mapped + page, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-  Require(region != MAP_FAILED);
+  CheckErrno(region != MAP_FAILED);
   auto* front = static_cast<uint8_t*>(region);
   uint8_t* data = front + page;
-  Require(mprotect(data, mapped, PROT_READ | PROT_WRITE) == 0);
+  CheckErrno(mprotect(data, mapped, PROT_READ | PROT_WRITE) == 0);
   std::memcpy(data, bytes.data(), size);
   ASAN_POISON_MEMORY_REGION(data + size, mapped - size);
   return {new MapFile(data, size), [=](MapFile* mapping) {
@@ -48,7 +48,7 @@ std::shared_ptr<MapFile> GuardedMapping(const ByteVector& bytes) {
 }
 
 TempFolder::TempFolder() : path_(std::filesystem::temp_directory_path() / "quillon-test-XXXXXX") {
-  Require(mkdtemp(path_.data()) != nullptr);
+  CheckErrno(mkdtemp(path_.data()) != nullptr);
 }
 
 TempFolder::~TempFolder() {
@@ -61,7 +61,7 @@ std::string TempFolder::Write(const std::string& name, const ByteVector& bytes) 
   std::filesystem::create_directories(path.parent_path());
   std::ofstream file(path, std::ios::binary);
   file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<ptrdiff_t>(bytes.size()));
-  Require(file.good());
+  CheckErrno(file.good());
   return path;
 }
 
