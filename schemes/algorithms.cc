@@ -4,6 +4,8 @@
 
 #include <openssl/nid.h>
 
+#include <iterator>
+
 #include "util/log.h"
 #include "util/nothrow.h"
 
@@ -11,30 +13,51 @@ namespace Quill {
 namespace {
 
 template <typename Kind>
-std::unique_ptr<Verifier> Make() {
+std::unique_ptr<Verifier> MakeVerifier() {
   return MakeUniqueNoThrow<Kind>();
 }
 
-constexpr std::array<SignatureAlgorithm, 7> kAlgorithms = {{
-    {0x0202, NID_sha512, Make<ECDSAVerifier>},
-    {0x0102, NID_sha512, Make<RSAPSSVerifier>},
-    {0x0104, NID_sha512, Make<RSAVerifier>},
-    {0x0201, NID_sha256, Make<ECDSAVerifier>},
-    {0x0101, NID_sha256, Make<RSAPSSVerifier>},
-    {0x0103, NID_sha256, Make<RSAVerifier>},
-    {0x0301, NID_sha256, Make<DSAVerifier>},
-}};
+struct SignatureAlgorithm {
+  uint32_t id;                              // as signers name it
+  int digestNid;                            // for Hash::CreateHashFromAlgoId
+  std::unique_ptr<Verifier> (*verifier)();  // makes one without a key; null when out of memory
+};
+
+// All supported algorithms, the most preferred first.
+constexpr SignatureAlgorithm kAlgorithms[] = {
+    {0x0202, NID_sha512, MakeVerifier<ECDSAVerifier>},
+    {0x0102, NID_sha512, MakeVerifier<RSAPSSVerifier>},
+    {0x0104, NID_sha512, MakeVerifier<RSAVerifier>},
+    {0x0201, NID_sha256, MakeVerifier<ECDSAVerifier>},
+    {0x0101, NID_sha256, MakeVerifier<RSAPSSVerifier>},
+    {0x0103, NID_sha256, MakeVerifier<RSAVerifier>},
+    {0x0301, NID_sha256, MakeVerifier<DSAVerifier>},
+};
+
+constexpr bool AreIdsUnique() {
+  for (size_t i = 0; i < std::size(kAlgorithms); ++i) {
+    for (size_t j = 0; j < i; ++j) {
+      if (kAlgorithms[i].id == kAlgorithms[j].id) return false;
+    }
+  }
+  return true;
+}
+static_assert(AreIdsUnique());
 
 // Returns the algorithm, or null.
 const SignatureAlgorithm* FindAlgorithm(uint32_t id) {
-  const auto* found = std::find_if(kAlgorithms.begin(), kAlgorithms.end(),
-                                   [id](const auto& algorithm) { return algorithm.id == id; });
-  return found == kAlgorithms.end() ? nullptr : found;
+  const size_t place = PreferenceOf(id);
+  return place == kUnsupported ? nullptr : &kAlgorithms[place];
 }
 
 }  // namespace
 
-const std::array<SignatureAlgorithm, 7>& SignatureAlgorithms() { return kAlgorithms; }
+size_t PreferenceOf(uint32_t algorithmId) {
+  for (size_t i = 0; i < std::size(kAlgorithms); ++i) {
+    if (kAlgorithms[i].id == algorithmId) return i;
+  }
+  return kUnsupported;
+}
 
 std::unique_ptr<Hash> CreateHash(uint32_t algorithmId) {
   const SignatureAlgorithm* algorithm = FindAlgorithm(algorithmId);

@@ -3,7 +3,7 @@
 #pragma once
 
 #include <algorithm>
-#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <vector>
@@ -15,14 +15,10 @@
 
 namespace Quill {
 
-struct SignatureAlgorithm {
-  uint32_t id;                              // as signers name it
-  int digestNid;                            // for Hash::CreateHashFromAlgoId
-  std::unique_ptr<Verifier> (*verifier)();  // makes one without a key; null when out of memory
-};
-
-// Returns all supported algorithms, the most preferred first.
-[[nodiscard]] const std::array<SignatureAlgorithm, 7>& SignatureAlgorithms();
+// Returns the algorithm's place in the order of preference, 0 for the most preferred one, and
+// kUnsupported for an unknown ID.
+inline constexpr size_t kUnsupported = SIZE_MAX;
+[[nodiscard]] size_t PreferenceOf(uint32_t algorithmId);
 
 // Return a new digest object for an algorithm ID, and a new verifier without a key. Null for an
 // unknown ID, with one error line, or when memory runs out, without one.
@@ -33,13 +29,12 @@ struct SignatureAlgorithm {
 template <typename Record>
 [[nodiscard]] typename std::vector<Record>::const_iterator FindBestSupported(
     const std::vector<Record>& entries) {
-  for (const SignatureAlgorithm& algorithm : SignatureAlgorithms()) {
-    const auto found = std::find_if(
-        entries.begin(), entries.end(),
-        [&algorithm](const Record& entry) { return entry.algorithmId == algorithm.id; });
-    if (found != entries.end()) return found;
-  }
-  return entries.end();
+  const auto best =
+      std::min_element(entries.begin(), entries.end(), [](const Record& left, const Record& right) {
+        return PreferenceOf(left.algorithmId) < PreferenceOf(right.algorithmId);
+      });
+  const bool found = best != entries.end() && PreferenceOf(best->algorithmId) != kUnsupported;
+  return found ? best : entries.end();
 }
 
 }  // namespace Quill
