@@ -36,9 +36,12 @@ static_assert(offsetof(TarnRequest, wordB) == 24);
 static_assert(offsetof(TarnRequest, pointerC) == 28);
 static_assert(offsetof(TarnRequest, sizeD) == 36);
 
+constexpr unsigned kTarnIoctlType = 0x66;
+
 // Builds a request code. Unsigned, unlike _IOWR, because the platform overloads ioctl on the type.
 constexpr unsigned TarnIoctl(unsigned number) {
-  return static_cast<unsigned>(_IOC(_IOC_READ | _IOC_WRITE, 0x66, number, sizeof(TarnRequest)));
+  return static_cast<unsigned>(
+      _IOC(_IOC_READ | _IOC_WRITE, kTarnIoctlType, number, sizeof(TarnRequest)));
 }
 constexpr unsigned kTarnIoctlReadIntegrity = TarnIoctl(1);  // A: the value
 constexpr unsigned kTarnIoctlReadLabel = TarnIoctl(2);      // A: address of a buffer; B: its size
@@ -64,6 +67,8 @@ constexpr int kTarnFcntlVerify = 1125;
 constexpr int kTarnFcntlVerifySync = 1126;
 constexpr int kTarnFcntlEdit = 1128;
 constexpr int kTarnFcntlClose = 1129;
+constexpr int kTarnFcntlFirst = kTarnFcntlSign;
+constexpr int kTarnFcntlLast = kTarnFcntlClose;
 
 // Size in bytes of the buffer for a task's label: a TarnLabel with at most 256 bytes of data.
 constexpr uint16_t kTarnTaskLabelSize = 258;

@@ -9,7 +9,8 @@
 
 namespace tarnsim {
 
-// The requests that the kernel, or libhx.so, can receive.
+// The requests that the kernel, or libhx.so, can receive. A new one needs a row in call.cc, and a
+// case in TarnKernel::CarryOut; the compiler reports where they are missing.
 enum class Call {
   kOpen,  // of the device node
   kReadIntegrity,
@@ -24,6 +25,13 @@ enum class Call {
   kUnknown,  // a request that the device does not have
 };
 
+// What a call is about, which is what a request's `target` means.
+enum class Subject {
+  kNone,
+  kFile,  // an open descriptor
+  kTask,  // a pid
+};
+
 // Returns the call's name in journals and settings, such as "verify-sync".
 [[nodiscard]] QUILLON_EXPORT const char* NameOf(Call call);
 
@@ -35,7 +43,10 @@ enum class Call {
 [[nodiscard]] bool CallByIoctl(uint32_t code, Call& call);
 [[nodiscard]] bool CallByFcntl(int command, Call& call);
 
-// Returns true for the commands on a file, which both interfaces have.
-[[nodiscard]] bool IsFileCommand(Call call);
+// Returns true when a request of the device has the type and the number of this code, whatever size
+// the code states.
+[[nodiscard]] bool HasIoctlNumber(uint32_t code);
+
+[[nodiscard]] Subject SubjectOf(Call call);
 
 }  // namespace tarnsim

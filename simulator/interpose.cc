@@ -163,7 +163,7 @@ int TarnsimIoctl(int fd, unsigned long code, ...) {
   va_end(arguments);
   // Check the type first: it is cheaper than looking up the descriptor's file.
   const auto code32 = static_cast<uint32_t>(code);
-  if (_IOC_TYPE(code32) != 0x66) return next(fd, code, argument);
+  if (_IOC_TYPE(code32) != Quill::kTarnIoctlType) return next(fd, code, argument);
 
   ErrnoOfCall call;
   const KernelTurn turn;
@@ -179,7 +179,7 @@ int TarnsimFcntl(int fd, int command, ...) {
   va_start(arguments, command);
   void* const argument = va_arg(arguments, void*);
   va_end(arguments);
-  if (command < Quill::kTarnFcntlSign || command > Quill::kTarnFcntlClose) {
+  if (command < Quill::kTarnFcntlFirst || command > Quill::kTarnFcntlLast) {
     return next(fd, command, argument);
   }
 

@@ -42,9 +42,10 @@ const char* NameOf(TarnInterface interface) {
       return "device";
     case TarnInterface::kLegacy:
       return "legacy";
-    default:
-      return "none";
+    case TarnInterface::kNone:
+      break;
   }
+  return "none";
 }
 
 }  // namespace
@@ -55,16 +56,13 @@ std::string ToJson(const Request& request) {
     const bool isIoctl = request.interface == TarnInterface::kDevice;
     line["command"] = Number(isIoctl ? "0x%x" : "%u", request.command);
   }
-  switch (request.call) {
-    case Call::kOpen:
-    case Call::kUnknown:
+  switch (SubjectOf(request.call)) {
+    case Subject::kNone:
       break;
-    case Call::kReadIntegrity:
-    case Call::kReadLabel:
-    case Call::kReadResetFile:
+    case Subject::kTask:
       line["pid"] = request.target;
       break;
-    default:
+    case Subject::kFile:
       line["fd"] = request.target;
       line["file"] = request.file;
       // Text in JSON is UTF-8, but a path need not be.

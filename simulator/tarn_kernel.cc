@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <iterator>
 #include <utility>
 
 #include "simulator/label.h"
@@ -25,6 +26,11 @@ bool CopyLabel(Machine& machine, uint64_t address, Bytes& label) {
   TarnExLabel extended;
   if (!copy(sizeof(extended)) || !ReadFront(label, extended)) return false;
   return copy(sizeof(extended) + extended.extraLength);
+}
+
+bool IsWellFormed(const Quill::TarnRequest& record) {
+  return record.version == 1 && std::all_of(std::begin(record.reserved), std::end(record.reserved),
+                                            [](uint8_t byte) { return byte == 0; });
 }
 
 // Formats an integrity value as the legacy value file shows it.
@@ -75,9 +81,8 @@ Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
   request.interface = setup_.interface;
   request.command = code;
   if (!CallByIoctl(code, request.call)) {
-    const unsigned number = _IOC_NR(code);
-    const bool isOurs = _IOC_TYPE(code) == 0x66 && number >= 1 && number <= 8;
-    return DecideAndRecord(request, [isOurs] { return isOurs ? EINVAL : ENOTTY; });
+    const int refusal = HasIoctlNumber(code) ? EINVAL : ENOTTY;
+    return DecideAndRecord(request, [refusal] { return refusal; });
   }
 
   Quill::TarnRequest record;
@@ -91,17 +96,8 @@ Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
   const auto* bytes = reinterpret_cast<const uint8_t*>(&record);
   request.record.assign(bytes, bytes + sizeof(record));
   request.target = record.target;
-  const auto check = [&record] {
-    const auto& reserved = record.reserved;
-    const bool isZero = std::all_of(std::begin(reserved), std::end(reserved),
-                                    [](uint8_t byte) { return byte == 0; });
-    return record.version == 1 && isZero ? 0 : EINVAL;
-  };
-  if (IsFileCommand(request.call)) return RunFileCommand(request, record.wordA, check);
-  return DecideAndRecord(request, [&] {
-    const int refusal = check();
-    return refusal != 0 ? refusal : CarryOutTaskCommand(request, address, record);
-  });
+  if (SubjectOf(request.call) == Subject::kFile) return RunFileCommand(request, record);
+  return RunTaskCommand(request, record, address);
 }
 
 Answer TarnKernel::Fcntl(int fd, int command, uint64_t argument) {
@@ -113,7 +109,9 @@ Answer TarnKernel::Fcntl(int fd, int command, uint64_t argument) {
   if (!CallByFcntl(command, request.call)) {
     return DecideAndRecord(request, [] { return EINVAL; });
   }
-  return RunFileCommand(request, argument, [] { return 0; });
+  Quill::TarnRequest record;
+  record.wordA = argument;
+  return RunFileCommand(request, record);
 }
 
 int TarnKernel::OpenText(Call call, int pid, std::string& text) {
@@ -174,36 +172,85 @@ Answer TarnKernel::DecideAndRecord(Request& request, const Rule& rule) {
   return answer;
 }
 
-Answer TarnKernel::RunFileCommand(Request& request, uint64_t labelAddress, const Rule& check) {
+Answer TarnKernel::RunFileCommand(Request& request, Quill::TarnRequest& record) {
   request.file = machine_.PathOf(request.target);
   const bool hasLabel =
-      request.call != Call::kSign || CopyLabel(machine_, labelAddress, request.label);
+      request.call != Call::kSign || CopyLabel(machine_, record.wordA, request.label);
   if (!hasLabel) request.label.clear();
   return DecideAndRecord(request, [&] {
-    if (const int refusal = check(); refusal != 0) return refusal;
+    if (!IsWellFormed(record)) return EINVAL;
     if (!hasLabel) return EFAULT;
-    return request.file.empty() ? EBADF : CarryOutFileCommand(request);
+    return request.file.empty() ? EBADF : CarryOut(request, record);
   });
 }
 
-int TarnKernel::CarryOutFileCommand(const Request& request) {
+Answer TarnKernel::RunTaskCommand(Request& request, Quill::TarnRequest& record, uint64_t address) {
+  return DecideAndRecord(request, [&] {
+    if (!IsWellFormed(record)) return EINVAL;
+    if (!machine_.HasTask(record.target)) return ESRCH;
+    if (const int error = CarryOut(request, record); error != 0) return error;
+    return machine_.CopyOut(address, &record, sizeof(record)) ? 0 : EFAULT;
+  });
+}
+
+int TarnKernel::CarryOut(Request& request, Quill::TarnRequest& record) {
   switch (request.call) {
-    case Call::kSign: {
-      if (!IsWellFormed(request.label)) return EINVAL;
-      const int refusal = MayWrite(request);
-      return refusal != 0 ? refusal : machine_.StoreLabel(request.target, request.label);
-    }
-    case Call::kEdit: {
-      if (const int refusal = MayWrite(request); refusal != 0) return refusal;
-      const int error = machine_.RemoveLabel(request.target);
-      return error == ENODATA ? 0 : error;
-    }
-    case Call::kVerify:
+    case Call::kReadIntegrity:
+      request.integrity = ReadIntegrity();
+      record.wordA = *request.integrity;
+      return 0;
+    case Call::kReadLabel:
+      return ReadLabel(request, record);
+    case Call::kReadResetFile:
+      return ReadResetFile(record);
+    case Call::kSign:
+      return Sign(request);
+    case Call::kEdit:
+      return Edit(request);
+    case Call::kClose:
+      return 0;  // changes nothing here
     case Call::kVerifySync:
+    case Call::kVerify:
       return Verify(request);
-    default:
-      return 0;  // closing changes nothing here
+    case Call::kOpen:
+    case Call::kCertificate:
+    case Call::kUnknown:
+      break;  // neither a request of the device nor an fcntl command
   }
+  return EINVAL;
+}
+
+int TarnKernel::ReadLabel(Request& request, const Quill::TarnRequest& record) {
+  if (record.wordB != Quill::kTarnTaskLabelSize) return EINVAL;
+  if (!setup_.taskLabel) return ENOENT;
+  request.label = *setup_.taskLabel;
+  if (request.label.size() > Quill::kTarnTaskLabelSize) return ERANGE;
+  return machine_.CopyOut(record.wordA, request.label.data(), request.label.size()) ? 0 : EFAULT;
+}
+
+int TarnKernel::ReadResetFile(Quill::TarnRequest& record) {
+  if (record.sizeD != sizeof(TarnResetFile::path)) return EINVAL;
+  if (!setup_.resetFile) return ENOENT;
+  const ResetFile& reset = *setup_.resetFile;
+  const size_t size = reset.path.size() + 1;
+  if (size > record.sizeD) return ENAMETOOLONG;
+  if (!machine_.CopyOut(record.pointerC, reset.path.c_str(), size)) return EFAULT;
+  record.wordA = reset.wordA;
+  record.wordB = reset.wordB;
+  record.sizeD = reset.pathLength.value_or(static_cast<uint16_t>(size));
+  return 0;
+}
+
+int TarnKernel::Sign(const Request& request) {
+  if (!IsWellFormed(request.label)) return EINVAL;
+  const int refusal = MayWrite(request);
+  return refusal != 0 ? refusal : machine_.StoreLabel(request.target, request.label);
+}
+
+int TarnKernel::Edit(const Request& request) {
+  if (const int refusal = MayWrite(request); refusal != 0) return refusal;
+  const int error = machine_.RemoveLabel(request.target);
+  return error == ENODATA ? 0 : error;
 }
 
 int TarnKernel::MayWrite(const Request& request) const {
@@ -223,38 +270,6 @@ int TarnKernel::Verify(const Request& request) {
     return error;
   }
   return std::equal(digest.begin(), digest.end(), front.hash) ? 0 : EBADMSG;
-}
-
-int TarnKernel::CarryOutTaskCommand(Request& request, uint64_t address,
-                                    Quill::TarnRequest& record) {
-  if (!machine_.HasTask(record.target)) return ESRCH;
-  switch (request.call) {
-    case Call::kReadIntegrity:
-      request.integrity = ReadIntegrity();
-      record.wordA = *request.integrity;
-      break;
-    case Call::kReadLabel:
-      if (record.wordB != Quill::kTarnTaskLabelSize) return EINVAL;
-      if (!setup_.taskLabel) return ENOENT;
-      request.label = *setup_.taskLabel;
-      if (request.label.size() > Quill::kTarnTaskLabelSize) return ERANGE;
-      if (!machine_.CopyOut(record.wordA, request.label.data(), request.label.size())) {
-        return EFAULT;
-      }
-      break;
-    default: {
-      if (record.sizeD != sizeof(TarnResetFile::path)) return EINVAL;
-      if (!setup_.resetFile) return ENOENT;
-      const ResetFile& reset = *setup_.resetFile;
-      const size_t size = reset.path.size() + 1;
-      if (size > record.sizeD) return ENAMETOOLONG;
-      if (!machine_.CopyOut(record.pointerC, reset.path.c_str(), size)) return EFAULT;
-      record.wordA = reset.wordA;
-      record.wordB = reset.wordB;
-      record.sizeD = reset.pathLength.value_or(static_cast<uint16_t>(size));
-    }
-  }
-  return machine_.CopyOut(address, &record, sizeof(record)) ? 0 : EFAULT;
 }
 
 uint32_t TarnKernel::ReadIntegrity() {

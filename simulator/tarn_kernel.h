@@ -87,11 +87,20 @@ class TarnKernel {
 
   Answer Decide(Request& request, const Rule& rule);
   Answer DecideAndRecord(Request& request, const Rule& rule);
-  Answer RunFileCommand(Request& request, uint64_t labelAddress, const Rule& check);
-  int CarryOutFileCommand(const Request& request);
-  int CarryOutTaskCommand(Request& request, uint64_t address, Quill::TarnRequest& record);
-  int MayWrite(const Request& request) const;
+  // Check the request, carry it out and record it. The reply about a task, `record`, is copied to
+  // `address`; a reply about a file has no content.
+  Answer RunFileCommand(Request& request, Quill::TarnRequest& record);
+  Answer RunTaskCommand(Request& request, Quill::TarnRequest& record, uint64_t address);
+
+  // The rules, one for each request. Return 0, with the reply in `record`, or an errno.
+  int CarryOut(Request& request, Quill::TarnRequest& record);
+  int ReadLabel(Request& request, const Quill::TarnRequest& record);
+  int ReadResetFile(Quill::TarnRequest& record);
+  int Sign(const Request& request);
+  int Edit(const Request& request);
   int Verify(const Request& request);
+
+  int MayWrite(const Request& request) const;
   uint32_t ReadIntegrity();
 
   KernelSetup setup_;
