@@ -13,12 +13,14 @@ namespace Quill::Tool {
 // Exit status of the program. If several apply, the smallest one other than kDone is returned.
 enum [[nodiscard]] ExitStatus : int{
     kDone = 0,        // all verified or done
-    kFailed = 1,      // something was refused or failed
-    kUsage = 2,       // invalid command line
+    kFailed = 1,      // something was refused or failed, or the output could not be written
+    kUsage = 2,       // invalid command line, or QUILLON_SDK is no SDK level
     kUnreadable = 3,  // a file could not be opened, is not a ZIP archive, changed while it was
                       // read, or needs more memory than there is
     kUnverified = 4,  // a file was not verified: it never was a package, or is outside the Halyx
                       // feature
+    kOutputLost = 5,  // of the second run in simulated_run.h only: it could not write its output,
+                      // and has said so
 };
 
 // Runs a subcommand whose options have been parsed.

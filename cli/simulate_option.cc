@@ -3,6 +3,7 @@
 #include "cli/simulate_option.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdio>
 #include <nlohmann/json.hpp>
 
 #include "cli/journal_file.h"
@@ -25,12 +26,16 @@ ExitStatus RunMaybeSimulated(const std::string& interface, const std::string& pa
                              const std::function<ExitStatus()>& command) {
   if (interface.empty()) return command();
   if (IsSecondRun()) {
-    if (SimulatorAnswers()) return command();
+    if (SimulatorAnswers()) {
+      const ExitStatus status = command();
+      return std::ferror(stdout) != 0 ? kOutputLost : status;
+    }
     PrintDiagnostic("not run: libtarnsim.so does not answer, so nothing would be simulated");
     return kFailed;
   }
   const JournalFile journal;
   const ExitStatus status = RunAgain(interface, journal);
+  if (status == kOutputLost) return kFailed;
   LogRecorder::Install();
   return ShowRequests(journal.Read(), package) ? status : kFailed;
 }

@@ -79,7 +79,7 @@ bool EndedWell(int status) {
                                 strsignal(WTERMSIG(status))));
     return false;
   }
-  if (WEXITSTATUS(status) <= kUnverified) return true;
+  if (WEXITSTATUS(status) <= kOutputLost) return true;
   PrintDiagnostic(fmt::format("the simulated run ended with status {}", WEXITSTATUS(status)));
   return false;
 }
