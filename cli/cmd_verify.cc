@@ -89,11 +89,13 @@ CommandRun DeclareVerify(CLI::App& parser) {
   parser.footer(
       "Exit status:\n"
       "  0  every package was verified\n"
-      "  1  a package was refused\n"
-      "  2  wrong usage\n"
-      "  3  a file could not be read or mapped, is not a ZIP archive, or changed while it was "
-      "read\n"
-      "  4  a file was not verified: it never was a package, or is outside the Halyx feature\n"
+      "  1  a package was refused; this includes a damaged one whose manifest is missing or\n"
+      "     unreadable. Or the output could not be written\n"
+      "  2  wrong usage, or the variable QUILLON_SDK is not a number\n"
+      "  3  no verdict: a file could not be read or mapped, is not a ZIP archive, changed while\n"
+      "     it was read, or needed more memory than there was\n"
+      "  4  a file was not verified: it is an archive but not a package, or is outside the\n"
+      "     Halyx feature\n"
       "If several of 1 to 4 apply, the smallest is returned.");
   return [options] { return Verify(*options); };
 }
