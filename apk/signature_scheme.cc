@@ -63,8 +63,7 @@ bool Apk::HasRollbackProtection(const ManifestMf& signatureFile) {
     const std::string_view scheme = FindBlockScheme(claim->second);
     if (scheme.empty()) continue;
     QUILL_LOGI(
-        "This APK was supposed to be signed with APK Signature Scheme v%s, but no such signature "
-        "was found.\n",
+        "This APK was supposed to be signed with APK Signature Scheme v%s, but no such signature was found.\n",
         std::string(scheme).c_str());
     return true;
   }

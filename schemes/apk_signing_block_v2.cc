@@ -65,8 +65,7 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
     // Deliberate: compared with 2, although the message names 3.
     if (scheme == 2) {
       QUILL_LOGE(
-          "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was "
-          "found. Signature stripped?");
+          "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was found. Signature stripped?");
       return false;
     }
   }

@@ -133,8 +133,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
     if (signer.minSdk != signedData.minSdk || signer.maxSdk != signedData.maxSdk) {
       // Deliberate: log readers know this text with its slips.
       QUILL_LOGE(
-          "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed "
-          "data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",
+          "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",
           signer.minSdk, signedData.minSdk, signer.maxSdk, signedData.maxSdk);
       return false;
     }

@@ -142,8 +142,7 @@ bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
   if (CertificateOf(chain.back()) != signingCertificate) {
     // Deliberate: the blanks in the message are what log readers know.
     QUILL_LOGE(
-        "Terminal certificate in Proof-of-rotation record does not match             APK signing "
-        "certificate");
+        "Terminal certificate in Proof-of-rotation record does not match             APK signing certificate");
     return false;
   }
   std::vector<uint8_t> previousKey;

@@ -41,8 +41,7 @@ bool SkipPair(ByteCursor& pairs) {
   uint64_t length;
   if (!pairs.TakeU64(length)) {
     QUILL_LOGE(
-        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
-        "remaining_space: %td\n",
+        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: remaining_space: %td\n",
         remaining);
     return false;
   }
@@ -54,8 +53,7 @@ bool SkipPair(ByteCursor& pairs) {
   ByteCursor body;
   if (!pairs.Take(length, body)) {
     QUILL_LOGE(
-        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: "
-        "remaining_space: %td block->len: %lld\n",
+        "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: remaining_space: %td block->len: %lld\n",
         remaining, static_cast<long long>(length));
     return false;
   }
@@ -138,8 +136,7 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
   if (!rest.TakeU64(size) || size < kFooterSize || !rest.Take(size - kFooterSize, cursor)) {
     // Deliberate: this is the only message here at info priority. The slips in the others stay.
     QUILL_LOGI(
-        "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing "
-        "Block\n");
+        "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n");
     return false;
   }
 
