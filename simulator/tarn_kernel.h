@@ -44,19 +44,8 @@ struct Answer {
   int error;
 };
 
-// The integrity subsystem: its rules and its state, without system calls of its own. Errors:
-//
-//   EFAULT   the record, the label or a buffer is not the caller's memory
-//   EINVAL   wrong record size, version, reserved bytes or buffer size; malformed label
-//   ENOTTY   not a request of this device
-//   EBADF    the target is not an open descriptor
-//   ESRCH    no such task
-//   ENOENT   the task has no label, or nothing reset its integrity; on the legacy interface: no
-//            such file
-//   EROFS    signing or editing on a read-only file system
-//   EPERM    signing or editing by a task whose integrity is 0 or 0xFFFFFFFF
-//   ENODATA  verifying a file without a label
-//   EBADMSG  verifying a file that is not the one that was labelled
+// The integrity subsystem: its rules and its state, without system calls of its own.
+// docs/simulator.md lists its errors under "Refusals".
 class TarnKernel {
  public:
   using Journal = std::function<void(const Request&)>;
