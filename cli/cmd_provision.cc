@@ -23,7 +23,8 @@ struct ProvisionOptions {
   std::string simulate;
 };
 
-using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files, const ProvisionOptions& options);
+using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files,
+                            const ProvisionOptions& options);
 
 // Declares the positional arguments, given as pairs of name and help text. If the first one is
 // named "APK", it is the package.
@@ -62,14 +63,16 @@ CommandRun DeclareProvision(CLI::App& parser) {
 
 CommandRun DeclareProvisionArt(CLI::App& parser) {
   return Declare(parser, {{"APK", "The package"}, {"ART", "Its image"}},
-                 std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
+                 std::make_shared<ProvisionOptions>(),
+                 [](const auto& files, const ProvisionOptions&) {
                    RunOEMFuncForProvisionBootArt(files[0]->GetFd(), files[1]->GetFd());
                  });
 }
 
 CommandRun DeclareStartProvision(CLI::App& parser) {
   return Declare(parser, {{"OAT", "Compiled code"}, {"VDEX", "Verified bytecode"}},
-                 std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
+                 std::make_shared<ProvisionOptions>(),
+                 [](const auto& files, const ProvisionOptions&) {
                    RunOEMFuncForStartProvisionOat(files[0]->GetFd(), files[1]->GetFd());
                  });
 }

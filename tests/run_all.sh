@@ -81,7 +81,7 @@ Check_documents() {  # the files, tests and names in the documents exist
       [a-z]*.cc | [a-z]*.h | [a-z]*.sh) git ls-files --error-unmatch "*/$name" >/dev/null 2>&1 ;;
       corpus.*) [ -d "fuzz/corpus/${name#*.}" ] ;;
       transcript.*) [ -e "tests/transcripts/${name#*.}.txt" ] ;;
-      [A-Z]*[a-z].[A-Z]*) git grep -qE "^TEST(_[FP])?\(${name%.*}, ${name#*.}\)" -- 'tests/*.cc' ;;
+      [A-Z]*[a-z0-9].[A-Z]*) git grep -qE "^TEST(_[FP])?\(${name%.*}, ${name#*.}\)" -- 'tests/*.cc' ;;
       [A-Z]*[a-z]*) [[ $name == *[!A-Za-z0-9_]* ]] || git grep -qF "$name" -- ':!*.md' ;;
     esac || { echo "no such thing: $name, in" "$(git grep -lF "\`$name" -- '*.md')"; status=1; }
   done
