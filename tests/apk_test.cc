@@ -46,52 +46,6 @@ ByteVector ManifestOf(size_t count, uint16_t size, uint16_t recordCount, uint32_
 
 }  // namespace
 
-TEST(Apk, StopsTheOpeningSequenceWhereItFails) {
-  const auto manifest = [](const ByteVector& xml) { return PackageBuilder().Manifest(xml).V3(); };
-  const ByteVector inside =
-      ManifestXml("org.quillon.test", {{"uses-permission", {{"name", kStorage}}}});
-  const std::string verified = "I Use APK V3 signature. APK: " + kMemoryPath + "\n" +
-                               "I Found the best signature algorithm ID: 0x201~\n";
-  const std::string outside = "I HALYX permissions are absent.\n";
-  const struct {
-    const char* rule;
-    PackageBuilder package;
-    bool waive, isApk;
-    int scheme;
-    std::string log;
-  } kCases[] = {
-      {"a plain ZIP", PackageBuilder().Entry("a", {1}).V3(), true, false, 0,
-       "I Can't extract Android Manifest: Entry not found\n"},
-      {"a JAR manifest that does not parse",
-       PackageBuilder().Manifest().Entry("META-INF/MANIFEST.MF", Wire().Text("Name")), true, true,
-       0,
-       "E Parse manifest: Error: P_KEY: unexpected end of file after key 'Name'\n"
-       "E Can't load manifest: size=4\n"},
-      {"a manifest that is no binary XML", manifest(Wire().Text("<manifest")), true, true, 0,
-       "E ParseAndroidManifest failed to init xml parser, error=0x80000001\n"
-       "E Can't process Android Manifest.\n"},
-      {"outside", manifest(ManifestXml("org.quillon.test")), false, true, 0, outside},
-      {"inside", manifest(inside), false, true, 3, verified},
-      {"waived by name", manifest(ManifestXml("com.google.android.webview")), false, true, 3,
-       verified},
-      {"a longer name", manifest(ManifestXml("com.google.android.webview.x")), false, true, 0,
-       outside},
-      {"nothing that verifies", PackageBuilder().Manifest(), true, true, 1,
-       "I Fallback to APK V1 signature. APK: " + kMemoryPath + "\n" +
-           "E Can't extract manifest: Entry not found\n"},
-  };
-  for (const auto& c : kCases) {
-    SCOPED_TRACE(c.rule);
-    const OpenedPackage opened(c.package.Build(), c.waive);
-    EXPECT_TRUE(opened.isGoodZip);
-    EXPECT_EQ(c.isApk, opened.isApk);
-    EXPECT_EQ(c.log == verified, opened.isGoodApk);
-    EXPECT_EQ(c.log != verified, opened.key.empty());
-    EXPECT_EQ(c.scheme, opened.scheme);
-    EXPECT_EQ(c.log, opened.log);
-  }
-}
-
 TEST(Apk, ReadsPackageNameAndHalyxFactsFromTheManifest) {
   for (const Row& row : ReadTable("manifests.txt")) {
     std::vector<XmlElement> elements;
@@ -140,23 +94,6 @@ TEST(Apk, OpensByDescriptorOrPathAndClosesWhatItOpened) {
   EXPECT_THROW(Apk(path.c_str()), std::invalid_argument);
   unsetenv("QUILLON_SDK");
   EXPECT_EQ(descriptors, OpenDescriptors());
-}
-
-TEST(Apk, FallsBackToTheJarSignatureOnlyWithoutASigningBlock) {
-  auto package = PackageBuilder().Entry("classes.dex", ByteVector(99)).Manifest().JarSignature();
-  EXPECT_EQ(1, OpenedPackage(package.Build()).scheme);
-  ByteVector damaged = package.V2().Build();
-  damaged[60] ^= 1;  // in the first entry's data
-  const OpenedPackage refused(damaged);
-  EXPECT_FALSE(refused.isGoodApk);
-  EXPECT_EQ(2, refused.scheme);
-
-  // A descriptor that cannot be mapped answers like a package without a block.
-  LogCapture log;
-  ApkSignatureScheme scheme = ApkSignatureScheme::kNone;
-  ByteVector key;
-  EXPECT_EQ(2, Apk::VerifyApkSignature(-1, "x.apk", scheme, key));
-  EXPECT_EQ("E Can't map file: x.apk\n", log.Take());
 }
 
 }  // namespace Quill
