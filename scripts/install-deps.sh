@@ -10,7 +10,7 @@
 set -euo pipefail
 
 packages=(
-  cmake ninja-build g++ pkg-config
+  cmake ninja-build g++ pkg-config attr
   android-libandroidfw-dev android-libbase-dev android-libboringssl-dev android-liblog-dev
   android-libutils-dev android-libziparchive-dev
   libcli11-dev libfmt-dev nlohmann-json3-dev

@@ -2,12 +2,15 @@
 
 #include <fcntl.h>
 #include <stdio.h>
+#include <stdlib.h>
 
 #include <quillon/entry_points.h>
 #include <quillon/tarn.h>
 #include <quillon/base64.h>
 
-// usage: tarn_client FILE    signs it with a label that does not fit, verifies, edits, verifies
+// usage: tarn_client [ALGORITHM] FILE
+// Signs the file with a label that does not fit, verifies, edits, verifies. The number of an algorithm
+// replaces that in the label.
 int main(int argc, char** argv) {
   const int fd = open(argv[argc - 1], O_RDWR);
   uint8_t hash[20] = {0};
@@ -17,6 +20,7 @@ int main(int argc, char** argv) {
   char text[29];
   if (base64encode(label->hash, sizeof(hash), text, base64encode_len(sizeof(hash))) != 0) return 1;
   printf("%s\n", text);
+  if (argc > 2) label->algorithm = (uint8_t)atoi(argv[1]);
   printf("sign %x\n", (unsigned)TarnSignFd(fd, label));
   TarnExLabelFree(label);
   printf("verify %x\n", (unsigned)TarnVerifyFd(fd));
