@@ -77,9 +77,9 @@ std::vector<ByteVector> MakePackages() {
   const auto start = [] {
     return PackageBuilder()
         .Manifest(
-            ManifestXml("org.quillon.test",
-                        {{"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}},
-                         {"meta-data", {{"name", "access"}, {"value", "SS_META"}, {"level", 1U}}}}))
+            BinaryXml({{"manifest", {{"package", "org.quillon.test"}}},
+                       {"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}},
+                       {"meta-data", {{"name", "access"}, {"value", "SS_META"}, {"level", 1U}}}}))
         .Entry("classes.dex", {'d', 'e', 'x'}, Compression::kDeflated);
   };
   std::vector<ByteVector> packages = {start().Build()};

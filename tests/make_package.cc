@@ -94,7 +94,6 @@ bool Set(JarOptions& jar, Text option, Text name, Text value) {
 // Returns whether there is such a part.
 bool Add(PackageBuilder& package, Text part, Text name, Text value) {
   static JarOptions jar;
-  const XmlAttribute permission = {"name", std::string("com.vrk.android.SECURE_STORAGE")};
   const auto number = [](Text text, size_t otherwise) {
     return text.empty() ? otherwise : std::stoul(text);
   };
@@ -105,10 +104,8 @@ bool Add(PackageBuilder& package, Text part, Text name, Text value) {
     package.Entry(name, ReadFile(value), Compression::kDeflated);
   } else if (part == "entries") {
     for (size_t i = 0; i < std::stoul(name); ++i) package.Entry(std::to_string(i), {'x'});
-  } else if (part == "manifest") {
-    package.Manifest(ManifestXml(name));
-  } else if (part == "halyx") {
-    package.Manifest(ManifestXml(name, {{"uses-permission", {permission}}}));
+  } else if (part == "manifest" || part == "halyx") {
+    package.Manifest(ManifestXml(name, part == "halyx"));
   } else if (part == "pairs") {
     for (uint32_t id = 0; id < std::stoul(name); ++id) package.Pair(id, {});
   } else if (part == "v2") {

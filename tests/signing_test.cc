@@ -5,10 +5,8 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
-#include <filesystem>
 #include <string>
 
-#include <quillon/apk.h>
 #include <quillon/certificate.h>
 #include <quillon/entry_points.h>
 #include <quillon/signing.h>
@@ -38,20 +36,14 @@ using tarnsim::Call;
 using tarnsim::KernelSetup;
 using tarnsim::Simulation;
 
-ByteVector Package() {
-  const XmlAttribute name = {"name", std::string("com.vrk.android.SECURE_STORAGE")};
-  const ByteVector manifest = ManifestXml("org.quillon.test", {{"uses-permission", {name}}});
-  return PackageBuilder().Manifest(manifest).V3().Build();
-}
-
-const ByteVector kJar = PackageBuilder().Entry("a", {1}).Build();
-
 // In every test, the caller's descriptors stay open and no other does.
 class Workflows : public testing::Test {
  protected:
   ~Workflows() override { EXPECT_EQ(descriptors_, OpenDescriptors()); }
 
-  const Fd package_ = MemoryFile(Package()), jar_ = MemoryFile(kJar);
+  const Fd package_ = MemoryFile(
+      PackageBuilder().Manifest(ManifestXml("org.quillon.test", /*isHalyx=*/true)).V3().Build());
+  const Fd jar_ = MemoryFile(PackageBuilder().Entry("a", {1}).Build());
   const Fd outside_ = MemoryFile(PackageBuilder().Manifest().V3().Build());
   const Fd file_ = MemoryFile({'f', 'i', 'l', 'e'}), empty_ = MemoryFile({});
   LogCapture log_;
@@ -106,22 +98,6 @@ TEST_F(Workflows, OnlyTheFirstBitOfTheSignersFlagWaives) {
     RunOEMFuncForApkSigner(outside_.GetFd(), nullptr, flag);
     EXPECT_EQ(call, simulation.TakeJournal().back().call);
   }
-}
-
-TEST_F(Workflows, APathWithoutAFolderIsTakenFromTheWorkingFolder) {
-  const TempFolder folder;
-  const std::string library = folder.Write("lib/arm/a.so", {1});
-  PackageBuilder package = PackageBuilder().Manifest(ManifestXml("com.google.android.webview"));
-  const Fd file = MemoryFile(package.Entry("lib/armeabi/a.so", {1}).V3().Build());
-  const auto workingFolder = std::filesystem::current_path();
-  std::filesystem::current_path(folder.Path());
-  for (const char* path : {"base.apk", ""}) {
-    Simulation simulation;
-    Apk apk(file.GetFd(), path);
-    EXPECT_EQ(0u, TarnSignJni(apk, file.GetFd(), nullptr));
-    EXPECT_EQ(library, simulation.TakeJournal().back().file) << path;
-  }
-  std::filesystem::current_path(workingFolder);
 }
 
 }  // namespace

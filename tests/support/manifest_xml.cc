@@ -53,9 +53,10 @@ ByteVector BinaryXml(const std::vector<XmlElement>& elements, bool isUtf8) {
   return document.Bytes(offsets).Bytes(strings).Bytes(nodes);
 }
 
-ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements,
-                       bool isUtf8) {
-  elements.insert(elements.begin(), {"manifest", {{"package", packageName}}});
+ByteVector ManifestXml(const std::string& packageName, bool isHalyx, bool isUtf8) {
+  std::vector<XmlElement> elements = {{"manifest", {{"package", packageName}}}};
+  const XmlAttribute permission = {"name", "com.vrk.android.SECURE_STORAGE"};
+  if (isHalyx) elements.push_back({"uses-permission", {permission}});
   return BinaryXml(elements, isUtf8);
 }
 

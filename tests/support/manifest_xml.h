@@ -25,8 +25,7 @@ struct XmlElement {
 // others, which are empty and stand side by side. Names and texts are ASCII, in UTF-16 or UTF-8.
 ByteVector BinaryXml(const std::vector<XmlElement>& elements, bool isUtf8 = false);
 
-// Returns the compiled manifest of a package, with these elements inside it.
-ByteVector ManifestXml(const std::string& packageName, std::vector<XmlElement> elements = {},
-                       bool isUtf8 = false);
+// Returns the compiled manifest of a package, with or without a permission of the Halyx feature.
+ByteVector ManifestXml(const std::string& packageName, bool isHalyx = false, bool isUtf8 = false);
 
 }  // namespace Quill
