@@ -82,7 +82,7 @@ void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature) {
   signer.signatureAlgorithms = {signature.algorithmId};
   signer.contentDigest = DigestOfContent(*archive, directoryOffset, signature.algorithmId);
   const bool isV3 = signature.scheme == 3;
-  const ByteVector value = isV3 ? V3Value({signer}, {}) : V2Value({signer}, {});
+  const ByteVector value = PairValue(isV3, {signer}, {});
   const ByteVector block =
       SigningBlock(Wire().U64(4 + value.size()).U32(isV3 ? 0xf05368c0 : 0x7109871a).Bytes(value));
 

@@ -21,7 +21,7 @@ int main(int argc, char** argv) {
     const Quill::Fd file(open(argv[2], O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0666));
     if (file.GetFd() < 0) throw std::system_error(errno, std::generic_category(), argv[2]);
     Quill::WriteBigPackage(file.GetFd(), std::strtoull(argv[1], nullptr, 10) << 20,
-                           {3, &Quill::TestKey(Quill::KeyType::kRsa2048), 0x0103});
+                           {3, &Quill::TestKey("rsa2048-0"), 0x0103});
     return 0;
   } catch (const std::exception& error) {
     std::cerr << "make_big_package: " << error.what() << '\n';

@@ -27,8 +27,7 @@ void Verify(benchmark::State& state, int fd, ApkSignatureScheme scheme) {
 
 BigSignature SignatureOf(const benchmark::State& state) {
   const bool isSha512 = state.range(1) == 512;
-  return {static_cast<int>(state.range(0)), &TestKey(KeyType::kRsa2048),
-          isSha512 ? 0x0104u : 0x0103u};
+  return {static_cast<int>(state.range(0)), &TestKey("rsa2048-0"), isSha512 ? 0x0104u : 0x0103u};
 }
 
 const EVP_MD* ContentDigestAlgorithm(const benchmark::State& state) {

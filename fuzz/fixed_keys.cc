@@ -11,8 +11,8 @@ namespace Quill {
 const std::vector<SigningKey>& FixedKeys() {
   static const std::vector<SigningKey> keys = [] {
     std::vector<SigningKey> loaded;
-    for (const int number : {0, 1, 2}) loaded.push_back(LoadKey(KeyType::kP256, number));
-    loaded.push_back(LoadKey(KeyType::kRsa1128));  // suits the largest digest
+    for (const char* name : {"p256-0", "p256-1", "p256-2"}) loaded.push_back(LoadKey(name));
+    loaded.push_back(LoadKey("rsa1128-0"));  // suits the largest digest
     return loaded;
   }();
   return keys;

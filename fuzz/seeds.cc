@@ -83,8 +83,7 @@ std::vector<ByteVector> MakePackages() {
         .Entry("classes.dex", {'d', 'e', 'x'}, Compression::kDeflated);
   };
   std::vector<ByteVector> packages = {start().Build()};
-  for (const KeyType type :
-       {KeyType::kRsa2048, KeyType::kP256, KeyType::kP384, KeyType::kP521, KeyType::kDsa1024}) {
+  for (const char* type : {"rsa2048-0", "p256-0", "p384-0", "p521-0", "dsa1024-0"}) {
     SignerOptions signer;
     signer.key = &TestKey(type);
     packages.push_back(start().V2({signer}).Build());

@@ -206,9 +206,9 @@ const Regions& SignedRegions() {
 ByteVector FreshValue(SchemeVersion version, Random& random, const Regions& regions) {
   SignerOptions options;
   options.key = &random.OneOf(FixedKeys());
-  if (version == SchemeVersion::kV2) return V2Value({options}, regions);
+  if (version == SchemeVersion::kV2) return PairValue(/*isV3=*/false, {options}, regions);
   if (random.OneIn(2)) options.attributes = {LineageEndingIn(*options.key, random)};
-  return V3Value({options}, regions);
+  return PairValue(/*isV3=*/true, {options}, regions);
 }
 
 size_t MutateSigners(SchemeVersion version, uint8_t* data, size_t size, size_t maxSize,

@@ -159,7 +159,7 @@ struct ChangingPackage : ApkPackage {
 // Every number takes another value between any two steps, for the next step alone or for good.
 TEST(ApkPackage, AFileThatChangesBetweenStepsIsRefusedOrVerifiedAsItWas) {
   SignerOptions rotated;
-  rotated.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256, 1), rotated.key}))};
+  rotated.attributes = {LineageAttribute(Lineage({&TestKey("p256-1"), rotated.key}))};
   for (auto builder : {PackageBuilder().V2(), PackageBuilder().V3({rotated})}) {
     const ByteVector file = builder.Manifest().Build();
     const ByteVector goodKey = OpenedPackage(file).key;

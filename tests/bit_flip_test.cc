@@ -12,7 +12,7 @@ namespace Quill {
 // a JAR signature the fallback to it is a refusal too.
 TEST(BitFlip, IsRefusedWhereverASignatureCoversTheBit) {
   SignerOptions signer, otherPlatforms;
-  signer.key = &TestKey(KeyType::kRsa2048);
+  signer.key = &TestKey("rsa2048-0");
   signer.signatureAlgorithms = {0x0103, 0x0104};
   signer.minSdk = 30;
   otherPlatforms.signatureAlgorithms.emplace();
@@ -20,7 +20,7 @@ TEST(BitFlip, IsRefusedWhereverASignatureCoversTheBit) {
   otherPlatforms.publicKey = {4};
   otherPlatforms.maxSdk = 29;
   SignerOptions rotated = signer;
-  rotated.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256), signer.key}))};
+  rotated.attributes = {LineageAttribute(Lineage({&TestKey("p256-0"), signer.key}))};
   const ByteVector behind = {6, 7};
   const auto package = PackageBuilder().Manifest().Pair(0x12345678, {4, 5, 6, 7}).Comment({1, 2});
   const std::tuple<int, ByteVector, size_t> kCases[] = {

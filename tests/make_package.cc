@@ -25,10 +25,10 @@
 //   v2[=NUMBER[=ZEROS]]     a v2 signature of as many signers, and zeros behind them
 //   v3[=NUMBER]             a v3 signature behind a lineage of as many levels
 //   jar                     a JAR signature, by these options in front of it:
-//     key=rsa|dsa|ec, certificates=NUMBERS of RSA keys, signed-by=DIGEST of the signature file,
-//     digest=NAME of the entries' digests, claim=SCHEMES that were used too, claims=NUMBER of
-//     schemes without a name, sf=TEXT=OTHER replaces text in the signature file, block=OFFSET
-//     inverts a bit of the signature block (a negative offset counts from its end)
+//     key=NAME in tests/keys, certificate=NAME of the key of one more, signed-by=DIGEST of the
+//     signature file, digest=NAME of the entries' digests, claim=SCHEMES that were used too,
+//     claims=NUMBER of schemes without a name, sf=TEXT=OTHER replaces text in the signature file,
+//     block=OFFSET inverts a bit of the signature block (a negative offset counts from its end)
 // Changes to the signed package, where "directory+" stands for the offset of the central directory:
 //   flip=[directory+]OFFSET inverts the lowest bit of a byte
 //   put=[directory+]OFFSET=NUMBER
@@ -36,7 +36,6 @@
 //   each-bit=[directory+]OFFSET[=STEP]
 //                           writes FILE.N with bit N of the file inverted, for each STEPth bit from
 //                           there on
-//   hole=SIZE               inserts zeros in front of the signing block; the last change
 
 namespace {
 
@@ -45,7 +44,7 @@ using Text = const std::string&;
 
 // Returns a signer behind as many keys, which differ only in their certificates.
 SignerOptions BehindLineage(size_t levelCount) {
-  const SigningKey& key = TestKey(KeyType::kP256);
+  const SigningKey& key = TestKey("p256-0");
   std::list<SigningKey> levels;
   std::vector<const SigningKey*> order;
   while (order.size() < levelCount) {
@@ -65,13 +64,9 @@ SignerOptions BehindLineage(size_t levelCount) {
 // Returns whether there is such an option of JAR signatures.
 bool Set(JarOptions& jar, Text option, Text name, Text value) {
   if (option == "key") {
-    jar.key = &TestKey(name == "dsa"  ? KeyType::kDsa1024
-                       : name == "ec" ? KeyType::kP256
-                                      : KeyType::kRsa2048);
-  } else if (option == "certificates") {
-    for (const char digit : name) {
-      jar.certificates.push_back(&TestKey(KeyType::kRsa2048, digit - '0'));
-    }
+    jar.key = &TestKey(name);
+  } else if (option == "certificate") {
+    jar.certificates.push_back(&TestKey(name));
   } else if (option == "signed-by") {
     jar.signatureDigest = EVP_get_digestbyname(name.c_str());
   } else if (option == "digest") {
@@ -146,11 +141,10 @@ bool Change(ByteVector& package, Text file, Text change, size_t at, Text value) 
       changed[bit / 8] ^= static_cast<uint8_t>(1 << bit % 8);
       WriteFile(file + "." + std::to_string(bit), changed);
     }
-  } else if (change != "hole") {
+  } else {
     return false;
   }
   WriteFile(file, package);
-  if (change == "hole") WriteWithHole(file, package, static_cast<uint32_t>(at));
   return true;
 }
 

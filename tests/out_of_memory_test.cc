@@ -190,8 +190,8 @@ PackageBuilder Package(bool isUtf8 = false) {
 // a workflow that labels a part of its files fails.
 TEST(OutOfMemory, CostsTheVerdictOrTheLabelOnly) {
   SignerOptions newest;
-  newest.key = &TestKey(KeyType::kP256, 1);
-  newest.attributes = {LineageAttribute(Lineage({&TestKey(KeyType::kP256), newest.key}))};
+  newest.key = &TestKey("p256-1");
+  newest.attributes = {LineageAttribute(Lineage({&TestKey("p256-0"), newest.key}))};
   const TempFolder folder;
   const std::string path = folder.Write("base.apk", Package().V3().Build());
   folder.Write("lib/arm64/a.so", {1});

@@ -16,11 +16,6 @@ namespace {
 
 using Base = ApkSignatureBlockBase;
 
-const std::map<std::string, KeyType> kKeys = {{"RSA", KeyType::kRsa2048},
-                                              {"DSA", KeyType::kDsa1024},
-                                              {"P256", KeyType::kP256},
-                                              {"P384", KeyType::kP384},
-                                              {"P521", KeyType::kP521}};
 const Regions kContent = {{'c', 'o', 'n', 't', 'e', 'n', 't'}};
 
 SchemeOutcome OutcomeOf(const std::string& scheme, Stage last, const ByteVector& value) {
@@ -52,7 +47,7 @@ TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
 
 // Returns the signer with the parts that a text such as "sdk=24,30; publicKey=" sets.
 SignerOptions SignerWith(const std::string& parts) {
-  static const SigningKey &own = TestKey(KeyType::kP256), &other = TestKey(KeyType::kP256, 1);
+  static const SigningKey &own = TestKey("p256-0"), &other = TestKey("p256-1");
   static const std::map<std::string, ByteVector> kNames = {
       {"own.certificate", own.certificate},
       {"other.certificate", other.certificate},
@@ -69,7 +64,7 @@ SignerOptions SignerWith(const std::string& parts) {
       numbers.push_back(static_cast<uint32_t>(std::strtoul(item.c_str(), nullptr, 0)));
     }
     if (name == "key") {
-      signer.key = &TestKey(kKeys.at(value));
+      signer.key = &TestKey(value);
     } else if (name == "sdk") {
       signer.minSdk = numbers[0], signer.maxSdk = numbers[1], signer.signedMaxSdk = numbers.back();
     } else if (name == "signatures" || name == "digests") {
@@ -101,7 +96,7 @@ TEST(Signer, IsVerifiedWithAllItsParts) {
     setenv("QUILLON_SDK", sdk == "unset" ? "" : sdk.c_str(), /*overwrite=*/1);
     const std::string& scheme = row.fields[0];
     const auto outcome =
-        OutcomeOf(scheme, Stage::kVerify, (scheme == "v2" ? V2Value : V3Value)(signers, kContent));
+        OutcomeOf(scheme, Stage::kVerify, PairValue(scheme == "v3", signers, kContent));
     unsetenv("QUILLON_SDK");
     EXPECT_EQ(row.fields[1], outcome.isVerified ? "good" + Sizes(outcome.publicKeys) : "refused")
         << row.text;
@@ -110,13 +105,14 @@ TEST(Signer, IsVerifiedWithAllItsParts) {
 }
 
 TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
-  std::map<std::string, ByteVector> names = {{"UNKNOWN", CertificateOfUnknownKeyKind()},
-                                             {"NONE", {1}}};
-  for (const auto& [name, type] : kKeys) names[name] = TestKey(type).certificate;
+  std::map<std::string, ByteVector> names = {{"unknown", CertificateOfUnknownKeyKind()},
+                                             {"none", {1}}};
+  const std::string kKeys[] = {"rsa2048-0", "p256-0", "p384-0"};
+  for (const std::string& key : kKeys) names[key] = TestKey(key).certificate;
   for (const auto& [name, certificate] : std::map(names)) {
-    for (const auto& [signer, type] : kKeys) {
-      names[signer + ">" + name] =
-          Sign(TestKey(type), TestKey(type).algorithmId, Wire().LengthPrefixed(certificate).U32(7));
+    const ByteVector signedPart = Wire().LengthPrefixed(certificate).U32(7);
+    for (const std::string& key : kKeys) {
+      names[key + ">" + name] = Sign(TestKey(key), TestKey(key).algorithmId, signedPart);
     }
   }
   for (const Row& row : ReadTable("rotation_attributes.txt")) {
@@ -131,7 +127,7 @@ TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
     std::vector<ByteVector> keys;
     const bool isGood =
         ApkSigningBlockV3::ParseAdditionalAttributes(signedData) &&
-        ApkSigningBlockV3::VerifyProofRotation(signedData.proofOfRotation, names["P384"], keys);
+        ApkSigningBlockV3::VerifyProofRotation(signedData.proofOfRotation, names["p384-0"], keys);
     EXPECT_EQ(row.fields[0], (isGood ? "good" : "refused") + Sizes(keys)) << row.text;
     EXPECT_EQ(row.log, log.Take()) << row.text;
   }

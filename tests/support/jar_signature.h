@@ -24,7 +24,7 @@ struct ZipFile {
 // How a package's entries are signed. An edit changes one file before the next is made from it, so
 // everything else stays valid.
 struct JarOptions {
-  const SigningKey* key = &TestKey(KeyType::kRsa2048);
+  const SigningKey* key = &TestKey("rsa2048-0");
   std::string digestName = "SHA-256";            // "SHA1" or "SHA-256"
   const EVP_MD* signatureDigest = EVP_sha256();  // of the .SF file, in the signature block
   std::vector<const SigningKey*> certificates;   // default: the key's

@@ -6,8 +6,6 @@
 
 #include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <stdexcept>
 
 namespace Quill {
@@ -38,22 +36,6 @@ ByteVector Zip(const std::vector<ZipFile>& entries) {
 ByteVector SigningBlock(const ByteVector& pairs) {
   const uint64_t size = pairs.size() + 24;
   return Wire().U64(size).Bytes(pairs).U64(size).Text("APK Sig Block 42");
-}
-
-void WriteWithHole(const std::string& path, ByteVector package, uint32_t size) {
-  uint32_t directory;
-  std::memcpy(&directory, &package[package.size() - 6], sizeof directory);
-  uint64_t blockSize;
-  std::memcpy(&blockSize, &package[directory - 24], sizeof blockSize);
-  Put(package, package.size() - 6, Wire().U32(uint64_t{directory} + size));
-  const size_t blockStart = directory - 8 - blockSize;
-  const auto write = [&path](const uint8_t* begin, const uint8_t* end, auto mode) {
-    std::ofstream(path, std::ios::binary | mode)
-        .write(reinterpret_cast<const char*>(begin), end - begin);
-  };
-  write(package.data(), &package[blockStart], std::ios::trunc);
-  std::filesystem::resize_file(path, blockStart + size);
-  write(&package[blockStart], package.data() + package.size(), std::ios::app);
 }
 
 PackageBuilder& PackageBuilder::Entry(const std::string& name, const ByteVector& contents,

@@ -17,10 +17,6 @@ namespace Quill {
 // Returns a signing block around the bytes of its pairs.
 ByteVector SigningBlock(const ByteVector& pairs);
 
-// Writes the package to a file with `size` zeros in front of its signing block, where a signature
-// covers them. They are a hole in the file.
-void WriteWithHole(const std::string& path, ByteVector package, uint32_t size);
-
 // Builds a package: entries and pairs in the order of the calls, every signature valid for what is
 // built. A package without pairs has no signing block.
 class PackageBuilder {
@@ -37,10 +33,10 @@ class PackageBuilder {
 
   // Adds the pair of a scheme; `behind` follows its signers.
   PackageBuilder& V2(const Signers& signers = {{}}, const ByteVector& behind = {}) {
-    return AddSigners(0x7109871a, V2Value, signers, behind);
+    return AddSigners(0x7109871a, /*isV3=*/false, signers, behind);
   }
   PackageBuilder& V3(const Signers& signers = {{}}, const ByteVector& behind = {}) {
-    return AddSigners(0xf05368c0, V3Value, signers, behind);
+    return AddSigners(0xf05368c0, /*isV3=*/true, signers, behind);
   }
   PackageBuilder& Pair(uint32_t id, const ByteVector& value) {
     pairs_.emplace_back(id, [=](const Regions&) { return value; });
@@ -56,10 +52,10 @@ class PackageBuilder {
 
  private:
   using MakeValue = std::function<ByteVector(const Regions&)>;
-  PackageBuilder& AddSigners(uint32_t id, ByteVector (*value)(const Signers&, const Regions&),
-                             const Signers& signers, const ByteVector& behind) {
+  PackageBuilder& AddSigners(uint32_t id, bool isV3, const Signers& signers,
+                             const ByteVector& behind) {
     pairs_.emplace_back(id, [=](const Regions& regions) {
-      return Wire().Bytes(value(signers, regions)).Bytes(behind);
+      return Wire().Bytes(PairValue(isV3, signers, regions)).Bytes(behind);
     });
     return *this;
   }

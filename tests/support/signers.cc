@@ -39,12 +39,6 @@ ByteVector Signer(bool isV3, const SignerOptions& options, const Regions& region
       .LengthPrefixed(options.publicKey.value_or(key.publicKey));
 }
 
-ByteVector Value(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions) {
-  Wire items;
-  for (const SignerOptions& options : signers) items.LengthPrefixed(Signer(isV3, options, regions));
-  return Wire().LengthPrefixed(items);
-}
-
 }  // namespace
 
 ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions) {
@@ -63,12 +57,10 @@ ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions) {
   return DigestOf(md, Wire().U8(0x5a).U32(count).Bytes(digests));
 }
 
-ByteVector V2Value(const std::vector<SignerOptions>& signers, const Regions& regions) {
-  return Value(/*isV3=*/false, signers, regions);
-}
-
-ByteVector V3Value(const std::vector<SignerOptions>& signers, const Regions& regions) {
-  return Value(/*isV3=*/true, signers, regions);
+ByteVector PairValue(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions) {
+  Wire items;
+  for (const SignerOptions& options : signers) items.LengthPrefixed(Signer(isV3, options, regions));
+  return Wire().LengthPrefixed(items);
 }
 
 ByteVector Sequence(const std::vector<ByteVector>& items) {

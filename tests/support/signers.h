@@ -28,7 +28,7 @@ ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions);
 
 // The parts of a signer. A part that is left out is made to fit the others.
 struct SignerOptions {
-  const SigningKey* key = &TestKey(KeyType::kP256);
+  const SigningKey* key = &TestKey("p256-0");
   std::optional<std::vector<uint32_t>> signatureAlgorithms;  // default: what suits the key
   std::optional<std::vector<uint32_t>> digestAlgorithms;     // default: the signatures'
   std::optional<ByteVector> contentDigest;                   // default: the regions'
@@ -42,9 +42,8 @@ struct SignerOptions {
   std::optional<uint32_t> signedMaxSdk;  // default: maxSdk
 };
 
-// Return the value of a v2 or v3 pair: signers over the regions.
-ByteVector V2Value(const std::vector<SignerOptions>& signers, const Regions& regions);
-ByteVector V3Value(const std::vector<SignerOptions>& signers, const Regions& regions);
+// Returns the value of a v2 or v3 pair: signers over the regions.
+ByteVector PairValue(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions);
 
 // Returns the items one after the other, each behind its length.
 ByteVector Sequence(const std::vector<ByteVector>& items);

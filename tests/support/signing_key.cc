@@ -13,7 +13,6 @@
 
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <utility>
 
 namespace Quill {
@@ -34,32 +33,30 @@ ByteVector Encode(int (*encode)(Object*, uint8_t**), Object* object) {
 
 }  // namespace
 
-SigningKey LoadKey(KeyType type, int number) {
-  static const std::map<KeyType, std::pair<std::string, uint32_t>> kTypes = {
-      {KeyType::kRsa1128, {"rsa1128", 0x0103}}, {KeyType::kRsa2048, {"rsa2048", 0x0103}},
-      {KeyType::kP256, {"p256", 0x0201}},       {KeyType::kP384, {"p384", 0x0202}},
-      {KeyType::kP521, {"p521", 0x0202}},       {KeyType::kDsa1024, {"dsa1024", 0x0301}},
-  };
-  const auto& [name, algorithmId] = kTypes.at(type);
-  const std::string path = QUILLON_KEYS_DIR "/" + name + "-" + std::to_string(number) + ".pem";
+SigningKey LoadKey(const std::string& name) {
+  const std::string path = QUILLON_KEYS_DIR "/" + name + ".pem";
   const bssl::UniquePtr<BIO> file(BIO_new_file(path.c_str(), "r"));
   Require(file != nullptr);
   bssl::UniquePtr<EVP_PKEY> key(PEM_read_bio_PrivateKey(file.get(), nullptr, nullptr, nullptr));
   const bssl::UniquePtr<X509> certificate(PEM_read_bio_X509(file.get(), nullptr, nullptr, nullptr));
   Require(key != nullptr && certificate != nullptr);
   ByteVector publicKey = Encode<const EVP_PKEY>(i2d_PUBKEY, key.get());
+  const int kind = EVP_PKEY_id(key.get());
+  const uint32_t algorithmId = kind == EVP_PKEY_RSA              ? 0x0103
+                               : kind == EVP_PKEY_DSA            ? 0x0301
+                               : EVP_PKEY_bits(key.get()) <= 256 ? 0x0201
+                                                                 : 0x0202;
   return {std::move(key), publicKey, Encode(i2d_X509, certificate.get()), algorithmId};
 }
 
-const SigningKey& TestKey(KeyType type, int number) {
-  static std::map<std::pair<KeyType, int>, SigningKey> keys;
-  const auto found = keys.find({type, number});
-  if (found != keys.end()) return found->second;
-  return keys.emplace(std::pair(type, number), LoadKey(type, number)).first->second;
+const SigningKey& TestKey(const std::string& name) {
+  static std::map<std::string, SigningKey> keys;
+  const auto found = keys.find(name);
+  return found != keys.end() ? found->second : keys.emplace(name, LoadKey(name)).first->second;
 }
 
 ByteVector CertificateOfUnknownKeyKind() {
-  ByteVector certificate = TestKey(KeyType::kP256).certificate;
+  ByteVector certificate = TestKey("p256-0").certificate;
   const ByteVector kEcKeyOid = {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
   const auto oid =
       std::search(certificate.begin(), certificate.end(), kEcKeyOid.begin(), kEcKeyOid.end());

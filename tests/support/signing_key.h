@@ -5,12 +5,11 @@
 #include <openssl/base.h>
 
 #include <cstdint>
+#include <string>
 
 #include "tests/support/wire.h"
 
 namespace Quill {
-
-enum class KeyType { kRsa1128, kRsa2048, kP256, kP384, kP521, kDsa1024 };
 
 // A key pair with a certificate.
 struct SigningKey {
@@ -20,12 +19,12 @@ struct SigningKey {
   uint32_t algorithmId;    // a v2 and v3 signature algorithm that suits the key
 };
 
-// Reads tests/keys/<type>-<number>.pem: a private key and a certificate of its public key. The keys
-// are the same in every run, which the fuzz corpora rely on.
-SigningKey LoadKey(KeyType type, int number = 0);
+// Reads tests/keys/<name>.pem: a private key and a certificate of its public key. The keys are the
+// same in every run, which the fuzz corpora rely on.
+SigningKey LoadKey(const std::string& name);
 
 // Returns the same, read on first use and kept.
-const SigningKey& TestKey(KeyType type, int number = 0);
+const SigningKey& TestKey(const std::string& name);
 
 // Returns a well-formed certificate with a public key of a kind that no library knows.
 ByteVector CertificateOfUnknownKeyKind();
