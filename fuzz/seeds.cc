@@ -20,6 +20,7 @@
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_file.h"
 #include "util/byte_cursor.h"
+#include "util/text.h"
 
 using namespace Quill;  // NOLINT(google-build-using-namespace)
 
@@ -30,7 +31,8 @@ namespace {
 void Save(const fs::path& folder, const std::string& target, const ByteVector& bytes) {
   if (bytes.empty()) return;
   fs::create_directories(folder / target);
-  std::ofstream file(folder / target / Hex(ComputeSHA1Digest(bytes)), std::ios::binary);
+  const ByteVector digest = ComputeSHA1Digest(bytes);
+  std::ofstream file(folder / target / ToHex(digest.data(), digest.size()), std::ios::binary);
   file.write(reinterpret_cast<const char*>(bytes.data()), static_cast<ptrdiff_t>(bytes.size()));
 }
 

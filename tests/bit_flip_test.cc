@@ -30,7 +30,7 @@ TEST(BitFlip, IsRefusedWhereverASignatureCoversTheBit) {
   };
   for (auto [scheme, file, openBytes] : kCases) {
     const OpenedPackage good(file);
-    ASSERT_TRUE(good.isGoodApk && good.scheme == scheme) << good;
+    ASSERT_TRUE(good.isGoodApk && good.scheme == scheme) << good.log;
     size_t openBits = 0;
     for (size_t bit = 0; bit < 8 * file.size(); ++bit) {
       const auto mask = static_cast<uint8_t>(1 << bit % 8);
@@ -38,7 +38,7 @@ TEST(BitFlip, IsRefusedWhereverASignatureCoversTheBit) {
       const OpenedPackage changed(file);
       file[bit / 8] ^= mask;
       openBits += changed == good;
-      EXPECT_TRUE(changed == good || !changed.isGoodApk) << bit << "\n" << changed;
+      EXPECT_TRUE(changed == good || !changed.isGoodApk) << bit << "\n" << changed.log;
     }
     EXPECT_EQ(8 * openBytes, openBits);
   }

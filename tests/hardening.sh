@@ -17,10 +17,7 @@ Expect() {  # Expect PROPERTY PATTERN TEXT: reports the file if no line of the t
 
 fortified=1
 for file in "$@"; do
-  if [ "$file" = --unfortified ]; then
-    fortified=
-    continue
-  fi
+  [ "$file" != --unfortified ] || { fortified=; continue; }
   segments=$(Read --program-headers "$file")
   dynamic=$(Read --dynamic "$file")
   imports=$(Read --dyn-syms "$file")
@@ -29,8 +26,6 @@ for file in "$@"; do
   Expect "symbols are bound before anything runs" 'BIND_NOW|\(FLAGS_1\).* NOW' "$dynamic"
   Expect "the stack is not executable" '^ *GNU_STACK .* RW +0x' "$segments"
   Expect "stack frames have a guard value" ' UND __stack_chk_fail' "$imports"
-  if [ "$fortified" ]; then
-    Expect "copies are bounds-checked" ' UND __[a-z]+_chk(@|$)' "$imports"
-  fi
+  [ -z "$fortified" ] || Expect "copies are bounds-checked" ' UND __[a-z]+_chk(@|$)' "$imports"
 done
 exit $failed

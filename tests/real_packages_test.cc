@@ -10,13 +10,17 @@
 
 #include "tests/support/opened_package.h"
 #include "tests/support/table.h"
+#include "util/text.h"
 
 namespace Quill {
 namespace {
 
 using nlohmann::json;
 
-std::string Sha256(const ByteVector& bytes) { return Hex(DigestOf(EVP_sha256(), bytes)); }
+std::string Sha256(const ByteVector& bytes) {
+  const ByteVector digest = DigestOf(EVP_sha256(), bytes);
+  return ToHex(digest.data(), digest.size());
+}
 
 }  // namespace
 
@@ -24,7 +28,7 @@ TEST(Samples, HaveTheirSchemeNameAndKey) {
   for (const Row& row : ReadTable("samples.txt")) {
     const OpenedPackage opened(ReadFile(QUILLON_SAMPLES_DIR "/" + row.fields[0]),
                                /*ignoreHalyxFilter=*/false);
-    EXPECT_TRUE(opened.isGoodApk && opened.isHalyx) << opened;
+    EXPECT_TRUE(opened.isGoodApk && opened.isHalyx) << opened.log;
     EXPECT_EQ(row.fields[1], std::to_string(opened.scheme)) << row.text;
     EXPECT_EQ(row.fields[2], opened.packageName);
     EXPECT_EQ(row.fields[3], Sha256(opened.key)) << row.text;

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <ostream>
 #include <string>
 #include <tuple>
 
@@ -38,11 +37,6 @@ struct OpenedPackage {
     return std::tie(isGoodZip, isApk, isGoodApk, isHalyx, scheme, packageName, key, log);
   }
   bool operator==(const OpenedPackage& other) const { return Facts() == other.Facts(); }
-  friend std::ostream& operator<<(std::ostream& out, const OpenedPackage& package) {
-    return out << (package.isGoodApk ? "good" : "not good") << ", v" << package.scheme << ", "
-               << Hex(package.key) << "\n"
-               << package.log;
-  }
 
   bool isGoodZip, isApk, isGoodApk, isHalyx;
   int scheme;  // 0: none was verified

@@ -58,11 +58,11 @@ inline ByteVector Bytes(const std::string& text,
   std::istringstream words(text);
   for (std::string word; words >> std::quoted(word);) {
     const size_t colon = word.find(':');
-    if (word == "[") starts.push_back(bytes.size());
     if (word == "]") {
       Put(bytes, starts.back(), Wire().U32(bytes.size() - starts.back() - 4));
       starts.pop_back();
     } else if (word == "[") {
+      starts.push_back(bytes.size());
       bytes.resize(bytes.size() + 4);
     } else if (colon != std::string::npos) {
       ByteVector number = Wire().U64(std::stoull(word, nullptr, 0));

@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <string>
 #include <string_view>
 #include <vector>
 
@@ -44,14 +43,6 @@ class Wire {
 // Overwrites the bytes at `offset`.
 inline void Put(ByteVector& bytes, size_t offset, const ByteVector& field) {
   std::copy(field.begin(), field.end(), bytes.begin() + static_cast<ptrdiff_t>(offset));
-}
-
-inline std::string Hex(const ByteVector& bytes) {
-  std::string text;
-  for (uint8_t byte : bytes) {
-    for (int digit : {byte >> 4, byte & 15}) text += "0123456789abcdef"[digit];
-  }
-  return text;
 }
 
 }  // namespace Quill
