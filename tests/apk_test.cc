@@ -12,8 +12,6 @@
 namespace Quill {
 namespace {
 
-const std::string kStorage = "com.vrk.android.SECURE_STORAGE";
-
 // Returns the element of a text such as "meta-data name=access value=SS_META". The value 7 is a
 // number.
 XmlElement Element(const std::string& text) {
@@ -32,7 +30,8 @@ XmlElement Element(const std::string& text) {
 // the count of its records, and the name of the first. A storage permission is the last element.
 ByteVector ManifestOf(size_t count, uint16_t size, uint16_t recordCount, uint32_t name) {
   std::vector<XmlElement> elements(count, {"permission", {{"name", ""}}});
-  elements.push_back({"permission", {{"", std::string(200000, 'x')}, {"name", kStorage}}});
+  elements.push_back(
+      {"permission", {{"", std::string(200000, 'x')}, {"name", "com.vrk.android.SECURE_STORAGE"}}});
   ByteVector xml = BinaryXml(elements);
   const ByteVector startTag = Wire().U16(0x0102).U16(16);
   for (auto at = xml.begin(); count-- != 0; ++at) {

@@ -67,15 +67,4 @@ TEST(EntryDigests, AreCheckedForEachFormOfAnEntry) {
   EXPECT_TRUE(v1.VerifyFileHash(std::string(65536, 'n')));
 }
 
-TEST(EntryDigests, SkipExactlySevenNames) {
-  const LogCapture log;
-  Apk apk(-1);
-  std::string skipped;
-  for (const char* name : {"CERT.RSA", "ANDROIDD.RSA", "SECUREST.RSA", "CERT.SF", "ANDROIDD.SF",
-                           "SECUREST.SF", "MANIFEST.MF", "cert.sf", "CERT.DSA", "OTHER.SF"}) {
-    skipped += apk.CanSkipValidation(std::string("META-INF/") + name) ? 's' : '-';
-  }
-  EXPECT_EQ("sssssss---", skipped);
-}
-
 }  // namespace Quill

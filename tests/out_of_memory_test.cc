@@ -33,15 +33,7 @@ std::atomic<bool> isArmed{false};
 std::atomic<int> allocations{0};  // while armed
 int failing = 0;                  // the allocation that fails, counted from 1
 bool failsForGood = false;        // all later ones fail, too
-thread_local int exemptions = 0;
-
-// Allocations of this thread succeed while one lives.
-struct Exempt {
-  Exempt() { ++exemptions; }
-  Exempt(const Exempt&) = delete;
-  Exempt& operator=(const Exempt&) = delete;
-  ~Exempt() { --exemptions; }
-};
+thread_local int exemptions = 0;  // while there are some, allocations of this thread succeed
 
 bool FailsNow() {
   if (!isArmed || exemptions != 0) return false;
@@ -89,11 +81,13 @@ NOT_INLINE void operator delete(void* block, size_t) noexcept { std::free(block)
 #endif
 
 // The simulated kernel and certificate library do not use the caller's memory: they are exempt.
-#define EXEMPT(name, parameters, arguments) \
-  int __real_##name parameters;             \
-  int __wrap_##name parameters {            \
-    const Exempt exempt;                    \
-    return __real_##name arguments;         \
+#define EXEMPT(name, parameters, arguments)     \
+  int __real_##name parameters;                 \
+  int __wrap_##name parameters {                \
+    ++exemptions;                               \
+    const int result = __real_##name arguments; \
+    --exemptions;                               \
+    return result;                              \
   }
 
 extern "C" {

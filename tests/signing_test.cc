@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <string>
 
+#include <quillon/apk.h>
 #include <quillon/certificate.h>
 #include <quillon/entry_points.h>
 #include <quillon/signing.h>
@@ -41,8 +43,11 @@ class Workflows : public testing::Test {
  protected:
   ~Workflows() override { EXPECT_EQ(descriptors_, OpenDescriptors()); }
 
-  const Fd package_ = MemoryFile(
-      PackageBuilder().Manifest(ManifestXml("org.quillon.test", /*isHalyx=*/true)).V3().Build());
+  const Fd package_ = MemoryFile(PackageBuilder()
+                                     .Manifest(ManifestXml("org.quillon.test", /*isHalyx=*/true))
+                                     .Entry("lib/armeabi/a.so", {1})
+                                     .V3()
+                                     .Build());
   const Fd jar_ = MemoryFile(PackageBuilder().Entry("a", {1}).Build());
   const Fd outside_ = MemoryFile(PackageBuilder().Manifest().V3().Build());
   const Fd file_ = MemoryFile({'f', 'i', 'l', 'e'}), empty_ = MemoryFile({});
@@ -98,6 +103,20 @@ TEST_F(Workflows, OnlyTheFirstBitOfTheSignersFlagWaives) {
     RunOEMFuncForApkSigner(outside_.GetFd(), nullptr, flag);
     EXPECT_EQ(call, simulation.TakeJournal().back().call);
   }
+}
+
+TEST_F(Workflows, APathWithoutAFolderIsTakenFromTheWorkingFolder) {
+  const TempFolder folder;
+  const std::string library = folder.Write("lib/arm/a.so", {1});
+  const auto workingFolder = std::filesystem::current_path();
+  std::filesystem::current_path(folder.Path());
+  for (const char* path : {"base.apk", ""}) {
+    Simulation simulation;
+    Apk apk(package_.GetFd(), path);
+    EXPECT_EQ(0u, TarnSignJni(apk, package_.GetFd(), nullptr));
+    EXPECT_EQ(library, simulation.TakeJournal().back().file) << path;
+  }
+  std::filesystem::current_path(workingFolder);
 }
 
 }  // namespace

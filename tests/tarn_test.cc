@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <openssl/digest.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -14,7 +13,6 @@
 
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
-#include "tests/support/signing_key.h"
 #include "tests/support/temp_file.h"
 #include "tests/support/wire.h"
 
@@ -38,8 +36,8 @@ KernelSetup On(TarnInterface interface) {
 class Tarn : public testing::Test {
  protected:
   Tarn() {
-    const ByteVector hash = DigestOf(EVP_sha1(), {'f', 'i', 'l', 'e'});
-    EXPECT_EQ(TARN_OK, TarnExLabelAlloc(2, hash.data(), 20, nullptr, 0, &label_));
+    const uint8_t hash[20] = {};
+    EXPECT_EQ(TARN_OK, TarnExLabelAlloc(2, hash, 20, nullptr, 0, &label_));
   }
   ~Tarn() override {
     TarnExLabelFree(label_);

@@ -55,15 +55,6 @@ const SigningKey& TestKey(const std::string& name) {
   return found != keys.end() ? found->second : keys.emplace(name, LoadKey(name)).first->second;
 }
 
-ByteVector CertificateOfUnknownKeyKind() {
-  ByteVector certificate = TestKey("p256-0").certificate;
-  const ByteVector kEcKeyOid = {0x2a, 0x86, 0x48, 0xce, 0x3d, 0x02, 0x01};
-  const auto oid =
-      std::search(certificate.begin(), certificate.end(), kEcKeyOid.begin(), kEcKeyOid.end());
-  oid[6] = 0x7f;
-  return certificate;
-}
-
 ByteVector DigestOf(const EVP_MD* md, const ByteVector& data) {
   ByteVector digest(EVP_MD_size(md));
   Require(EVP_Digest(data.data(), data.size(), digest.data(), nullptr, md, nullptr));

@@ -26,9 +26,6 @@ SigningKey LoadKey(const std::string& name);
 // Returns the same, read on first use and kept.
 const SigningKey& TestKey(const std::string& name);
 
-// Returns a well-formed certificate with a public key of a kind that no library knows.
-ByteVector CertificateOfUnknownKeyKind();
-
 ByteVector DigestOf(const EVP_MD* md, const ByteVector& data);
 
 // Returns the digest of a v2 and v3 signature algorithm; SHA-256 for IDs that it does not know.
