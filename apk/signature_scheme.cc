@@ -9,6 +9,7 @@
 #include <quillon/file_name.h>
 
 #include "signing_block/apk_package.h"
+#include "util/file_pages.h"
 #include "util/log.h"
 
 namespace Quill {
@@ -39,7 +40,7 @@ int32_t Apk::VerifyApkSignature(int32_t fd, const std::string& path, ApkSignatur
     // Deliberate: JAR verification reads through its own descriptor and may still succeed.
     return kNoSigningBlock;
   }
-  ApkPackage package(mapping);
+  ApkPackage package(mapping, FilePages(*mapping));
   if (!package.ParseApkPackage()) return kNoSigningBlock;
 
   scheme = static_cast<ApkSignatureScheme>(package.GetVersionScheme());

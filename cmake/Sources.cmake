@@ -9,6 +9,7 @@ set(QUILLON_SOURCES
   util/digest.cc
   util/file.cc
   util/file_name.cc
+  util/file_pages.cc
   util/strings.cc
   util/system.cc
   util/text.cc
@@ -17,6 +18,7 @@ set(QUILLON_SOURCES
   crypto/verifier.cc
   crypto/x509_certificate.cc
   signing_block/apk_package.cc
+  signing_block/page_window.cc
   signing_block/process_hashes.cc
   schemes/algorithms.cc
   schemes/apk_signature_block_base.cc

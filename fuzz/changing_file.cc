@@ -17,6 +17,7 @@
 #include "tests/support/package_builder.h"
 #include "tests/support/package_numbers.h"
 #include "tests/support/temp_file.h"
+#include "util/file_pages.h"
 
 // Verifies packages while another thread changes the numbers in their signing blocks. Each time,
 // the package must be refused or verified with its own key.
@@ -87,7 +88,8 @@ ByteVector VerifiedKey(int fd, bool throughApk) {
     Apk apk(fd, /*ignoreHalyxFilter=*/true);
     if (apk.IsGoodApk()) key = apk.GetManufacturerKey();
   } else {
-    ApkPackage package(MapFileRO(fd));
+    const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
+    ApkPackage package(mapping, FilePages(*mapping));
     if (package.ParseApkPackage() && package.VerifyApkPackage()) {
       static_cast<void>(package.GetMainPublicKey(key));
     }

@@ -83,7 +83,7 @@ std::unique_ptr<Verifier> ApkSignatureBlockBase::CreateVerifierFromAlgoId(uint32
 
 bool ApkSignatureBlockBase::CalcTopDigestOfAPK(std::unique_ptr<Hash>& hash,
                                                std::vector<uint8_t>& topDigest) {
-  return CalcTopDigest(chunks_, hash, topDigest);
+  return CalcTopDigest(chunks_, hash, topDigest, pages_);
 }
 
 ByteCursor ApkSignatureBlockBase::PairValue() const {
@@ -109,7 +109,7 @@ bool ApkSignatureBlockBase::VerifySignedFields(
 bool ApkSignatureBlockBase::VerifyContent(const std::vector<Signature>& signatures,
                                           const std::vector<Digest>& digests,
                                           std::unique_ptr<Hash>& hash) const {
-  return Quill::VerifyContent(signatures, digests, chunks_, hash);
+  return Quill::VerifyContent(signatures, digests, chunks_, hash, pages_);
 }
 
 bool ApkSignatureBlockBase::StorePublicKey(const Verifier& verifier) {

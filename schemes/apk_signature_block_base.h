@@ -15,6 +15,7 @@
 #include "signing_block/raw_data.h"
 #include "signing_block/zip_format.h"
 #include "util/byte_cursor.h"
+#include "util/file_pages.h"
 
 namespace Quill {
 
@@ -46,6 +47,8 @@ class ApkSignatureBlockBase {
   ApkSignatureBlockBase(const ApkSignatureBlockBase&) = delete;
   ApkSignatureBlockBase& operator=(const ApkSignatureBlockBase&) = delete;
   virtual ~ApkSignatureBlockBase() = default;
+  // Names the pages that Verify may give back once they are digested. Without it there are none.
+  void SetPages(const FilePages& pages) { pages_ = pages; }
   // Replaces `out` with the keys that Verify found. Returns false when there are none.
   [[nodiscard]] virtual bool GetPublicKeys(std::vector<std::vector<uint8_t>>& out);
   // Parses all signers. False logs one error line for each level that failed and leaves no signers.
@@ -114,6 +117,7 @@ class ApkSignatureBlockBase {
   std::vector<RawData> chunks_;
   std::vector<std::vector<uint8_t>> publicKeys_;
   std::optional<uint64_t> length_;
+  FilePages pages_;
 };
 
 }  // namespace Quill

@@ -74,8 +74,8 @@ bool CompareOrder(const std::vector<Signature>& signatures, const std::vector<Di
 }
 
 bool CalcTopDigest(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
-                   std::vector<uint8_t>& topDigest) {
-  ProcessHashes engine(chunks);
+                   std::vector<uint8_t>& topDigest, const FilePages& pages) {
+  ProcessHashes engine(chunks, pages);
   if (!engine.Run(hash)) {
     QUILL_LOGE("Can't run calculate hashes in parallel");
     return false;
@@ -85,7 +85,8 @@ bool CalcTopDigest(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& ha
 }
 
 bool VerifyContent(const std::vector<Signature>& signatures, const std::vector<Digest>& digests,
-                   const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash) {
+                   const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
+                   const FilePages& pages) {
   if (!CompareOrder(signatures, digests)) {
     QUILL_LOGE("Can't compare order signatures and digests");
     return false;
@@ -97,7 +98,7 @@ bool VerifyContent(const std::vector<Signature>& signatures, const std::vector<D
   }
   // Deliberate: every signer has the package digested again; no result is kept for the next.
   std::vector<uint8_t> topDigest;
-  if (!CalcTopDigest(chunks, hash, topDigest)) {
+  if (!CalcTopDigest(chunks, hash, topDigest, pages)) {
     QUILL_LOGE("Can't calculate top digest of APK");
     return false;
   }

@@ -10,6 +10,7 @@
 #include "crypto/verifier.h"
 #include "schemes/signer_items.h"
 #include "signing_block/raw_data.h"
+#include "util/file_pages.h"
 
 // The steps of a signer's verification that v2 and v3 share, in the order of their use. Unless a
 // comment says otherwise, a step that fails logs one error line.
@@ -37,15 +38,17 @@ struct VerifiedSignature {
 [[nodiscard]] bool CompareOrder(const std::vector<Signature>& signatures,
                                 const std::vector<Digest>& digests);
 
-// Computes the content digest of a package from its digested regions. `hash` is only lent.
+// Computes the content digest of a package from its digested regions. `hash` is only lent. Those of
+// `pages` that have been digested are given back to the kernel.
 [[nodiscard]] bool CalcTopDigest(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
-                                 std::vector<uint8_t>& topDigest);
+                                 std::vector<uint8_t>& topDigest, const FilePages& pages = {});
 
 // Verifies that the digest with the most preferred algorithm is the package's content digest.
-// `hash` is the digest object of the verified signature. False logs one error line, after that of
-// CalcTopDigest.
+// `hash` is the digest object of the verified signature; `pages` are those for CalcTopDigest. False
+// logs one error line, after that of CalcTopDigest.
 [[nodiscard]] bool VerifyContent(const std::vector<Signature>& signatures,
                                  const std::vector<Digest>& digests,
-                                 const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash);
+                                 const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
+                                 const FilePages& pages = {});
 
 }  // namespace Quill

@@ -233,6 +233,7 @@ bool ApkPackage::VerifyApkPackage() {
     QUILL_LOGE("Can't create APK signature block");
     return false;
   }
+  block->SetPages(pages_);
   if (!block->Parse()) {
     QUILL_LOGE("Can't parse APK signature block");
     return false;

@@ -13,6 +13,7 @@
 #include "signing_block/raw_data.h"
 #include "signing_block/zip_format.h"
 #include "util/byte_cursor.h"
+#include "util/file_pages.h"
 
 namespace Quill {
 
@@ -29,8 +30,10 @@ class ApkSignatureBlockBase;
 // returned true. Virtual functions stand in binary order.
 class ApkPackage {
  public:
-  // Shares ownership of the mapping, which covers the whole package file.
-  explicit ApkPackage(std::shared_ptr<MapFile> mapping) : mapping_(std::move(mapping)) {}
+  // Shares ownership of the mapping, which covers the whole package file. VerifyApkPackage gives
+  // back those of `pages` that it has digested, so that few of them stay in memory.
+  explicit ApkPackage(std::shared_ptr<MapFile> mapping, const FilePages& pages = {})
+      : mapping_(std::move(mapping)), pages_(pages) {}
   ApkPackage(const ApkPackage&) = delete;
   ApkPackage& operator=(const ApkPackage&) = delete;
 
@@ -94,6 +97,7 @@ class ApkPackage {
   const ApkSignatureBlock* chosenPair_ = nullptr;
   uint32_t versionScheme_ = 0;
   uint64_t blockEnd_ = 0;  // offset of the central directory; 0 until it is found
+  FilePages pages_;
 };
 
 }  // namespace Quill

@@ -8,8 +8,11 @@
 
 #include "crypto/hash.h"
 #include "signing_block/raw_data.h"
+#include "util/file_pages.h"
 
 namespace Quill {
+
+class PageWindow;
 
 // Computes the content digest of a package. Several threads digest the chunks, each with a prefix.
 // The top digest covers all chunk digests in chunk order, with a prefix of its own. Integers are
@@ -23,8 +26,10 @@ class ProcessHashes {
  public:
   using Digests = std::vector<std::vector<uint8_t>>;
 
-  // `chunks` is borrowed and must outlive the object.
-  explicit ProcessHashes(const std::vector<RawData>& chunks) : chunks_(chunks) {}
+  // `chunks` is borrowed and must outlive the object. Run gives back those of `pages` that the
+  // workers have passed; the chunks may lie anywhere.
+  explicit ProcessHashes(const std::vector<RawData>& chunks, const FilePages& pages = {})
+      : chunks_(chunks), pages_(pages) {}
 
   virtual ~ProcessHashes() = default;
 
@@ -32,8 +37,8 @@ class ProcessHashes {
   // top digest is computed with `hash` itself. Returns false when there are no chunks or a clone
   // cannot be allocated. Throws std::system_error when a thread cannot be started, and
   // std::bad_alloc when memory runs out here or on one of the threads. All threads have ended when
-  // this returns or throws. Meanwhile the calling thread reads the chunks' pages, so that the
-  // workers find them in memory.
+  // this returns or throws. Meanwhile the calling thread keeps a window of each worker's chunks in
+  // memory: it takes the page faults ahead, and gives back what the worker has passed.
   [[nodiscard]] virtual bool Run(std::unique_ptr<Hash>& hash);
 
   // Returns the result of the last Run; empty before one and after one that failed.
@@ -44,9 +49,10 @@ class ProcessHashes {
 
   [[nodiscard]] static std::vector<uint8_t> CalcChunkHash(const uint8_t* data, unsigned int length,
                                                           std::unique_ptr<Hash>& hash);
-  // Runs on a worker thread: appends the digest of every chunk, in order, to `out`.
+  // Runs on a worker thread: appends the digest of every chunk, in order, to `out`. Reports
+  // each to `window` if there is one.
   static void DoCalcChunkHashes(const std::vector<RawData>& chunks, std::unique_ptr<Hash>& hash,
-                                Digests& out);
+                                Digests& out, PageWindow* window = nullptr);
   // Computes the digest over all chunk digests: worker by worker, those of each in order.
   [[nodiscard]] static std::vector<uint8_t> CalcTopHash(
       const std::vector<Digests>& digestsPerWorker, std::unique_ptr<Hash>& hash);
@@ -58,6 +64,7 @@ class ProcessHashes {
  private:
   std::vector<uint8_t> topDigest_;
   const std::vector<RawData>& chunks_;
+  FilePages pages_;
 };
 
 }  // namespace Quill
