@@ -2,6 +2,7 @@
 
 #include "integrity/file_signing.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "crypto/hash.h"
 #include "integrity/label_owner.h"
 #include "util/errno_keeper.h"
+#include "util/file_pages.h"
 #include "util/log.h"
 #include "util/nothrow.h"
 
@@ -128,6 +130,16 @@ bool CalcHashFile(int fd, int /*unused*/, std::vector<uint8_t>& out) {
     QUILL_LOGE("Can't map file: %d\n", fd);
     return false;
   }
-  out = hash->Digest(file->Data(), file->Size());
+  // Pages that have been digested are given back, so that few of them stay in memory.
+  constexpr uint64_t kPiece = 1 << 20;
+  const Quill::FilePages pages(*file);
+  const uint8_t* const end = file->Data() + file->Size();
+  for (const uint8_t* piece = file->Data(); piece != end;) {
+    const uint8_t* const next = piece + std::min(kPiece, static_cast<uint64_t>(end - piece));
+    hash->Update(piece, static_cast<size_t>(next - piece));
+    pages.GiveBack(piece, next);
+    piece = next;
+  }
+  out = hash->Final();
   return true;
 }

@@ -14,6 +14,7 @@
 #include <quillon/signing.h>
 #include <quillon/tarn.h>
 
+#include "crypto/hash.h"
 #include "integrity/file_signing.h"
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
@@ -78,6 +79,15 @@ TEST_F(Workflows, ErrnoIsThatOfTheCallThatFailed) {
   std::vector<uint8_t> hash;
   EXPECT_FALSE(CalcHashFile(empty_.GetFd(), 0, hash));
   EXPECT_EQ(EINVAL, errno);
+}
+
+TEST(CalcHashFile, DigestsTheWholeFile) {
+  for (const size_t size : {1, 4097, (1 << 20) - 1, 1 << 20, (3 << 20) + 1}) {
+    ByteVector bytes(size), hash;
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i >> 12 ^ i);
+    EXPECT_TRUE(CalcHashFile(MemoryFile(bytes).GetFd(), 0, hash));
+    EXPECT_EQ(HashSHA1().Digest(bytes), hash) << size;
+  }
 }
 
 TEST_F(Workflows, BootArtRefusesNegativeDescriptors) {
