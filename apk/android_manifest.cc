@@ -13,6 +13,7 @@
 
 #include <quillon/apk.h>
 
+#include "findings/finding.h"
 #include "util/log.h"
 #include "util/nothrow.h"
 
@@ -165,6 +166,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
                                  IsHalyxMetaData(getStrAttr(tree, "value", budget));
     }
   }
+  if (budget.IsSpent()) Record(Finding::kManifestOverBudget);
   packageName_.assign(packageName.string(), packageName.length());
   return true;
 }

@@ -16,7 +16,7 @@ enum [[nodiscard]] ExitStatus : int{
     kFailed = 1,      // something was refused or failed, or the output could not be written
     kUsage = 2,       // invalid command line, or QUILLON_SDK is no SDK level
     kUnreadable = 3,  // a file could not be opened, is not a ZIP archive, changed while it was
-                      // read, or needs more memory than there is
+                      // read, or cost more than it was allowed
     kUnverified = 4,  // a file was not verified: it never was a package, or is outside the Halyx
                       // feature
     kOutputLost = 5,  // of the second run in simulated_run.h only: it could not write its output,

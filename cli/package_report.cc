@@ -7,20 +7,16 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <exception>
-#include <mutex>
-#include <new>
 #include <nlohmann/json.hpp>
-#include <shared_mutex>
 #include <string_view>
 
 #include <quillon/digest.h>
 #include <quillon/file.h>
 
-#include "cli/lost_pages.h"
 #include "cli/output.h"
 #include "cli/package_evidence.h"
 #include "cli/regular_file.h"
+#include "findings/recorder.h"
 #include "util/escape.h"
 #include "util/text.h"
 
@@ -66,24 +62,34 @@ void Describe(Apk& apk, int fd, const LogRecorder& log, PackageReport& report) {
 }
 
 void Examine(int fd, PackageReport& report) {
-  LogRecorder log;
-  try {
-    Apk apk(fd, report.ignoreHalyxFilter);
-    Describe(apk, fd, log, report);
-  } catch (const std::bad_alloc&) {
-    report.verdict = {kUnreadable, "could not be verified, out of memory"};
-  } catch (const std::exception& error) {
-    report.verdict = {kUnreadable, fmt::format("could not be verified ({})", error.what())};
+  const LogRecorder log;
+  const FindingRecorder findings;
+  Apk apk(fd, report.ignoreHalyxFilter);
+  Describe(apk, fd, log, report);
+  if (report.verdict.status == kUnverified && findings.Has(Finding::kManifestOverBudget)) {
+    report.verdict = {kUnreadable, "manifest.over-budget: its manifest costs too much to read"};
   }
   report.log = log.Lines();
 }
 
-// False when a page was lost meanwhile, of this file or of one that another thread reads; the
-// report is then worth nothing.
-bool ExamineWhole(int fd, PackageReport& report) {
-  const uint64_t lostBefore = LostPageCount();
-  Examine(fd, report);
-  return LostPageCount() == lostBefore;
+std::string WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
+  switch (result.end) {
+    case ChildEnd::kTimeLimit:
+      return fmt::format("time-limit: takes more than {} s of processor time", limits.seconds);
+    case ChildEnd::kMemoryLimit:
+      return fmt::format("memory-limit: needs more than {} MiB of memory, or more than there is",
+                         limits.mebibytes);
+    case ChildEnd::kFileLost:
+      return "changed: it became shorter while it was read, or a part of it cannot be read";
+    case ChildEnd::kNotStarted:
+      return "no-process: the system has no process left to read it";
+    case ChildEnd::kReported:
+    case ChildEnd::kCrashed:
+      break;
+  }
+  if (result.signal == 0) return "crashed: the process that read it ended too early";
+  return fmt::format("crashed: the process that read it died of signal {} ({})", result.signal,
+                     strsignal(result.signal));
 }
 
 std::string KeySha256(const PackageReport& report) {
@@ -106,27 +112,20 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   const Fd& fd = *opened.fd;
   const struct stat& info = opened.info;
 
-  // Pages that are lost while several files are read may be any file's. Who then finds their own
-  // unchanged looks again, with no other file being read.
-  static std::shared_mutex reading;
   const PackageReport blank = report;
-  bool isWhole;
-  {
-    const std::shared_lock beside(reading);
-    isWhole = ExamineWhole(fd.GetFd(), report);
-  }
-  if (!isWhole && IsAsBefore(fd.GetFd(), info)) {
-    const std::unique_lock alone(reading);
-    report = blank;
-    isWhole = ExamineWhole(fd.GetFd(), report);
-  }
+  Examine(fd.GetFd(), report);
   if (!IsAsBefore(fd.GetFd(), info)) {
     report = blank;
-    report.verdict = {kUnreadable, "changed while it was read"};
-  } else if (!isWhole) {
-    report = blank;
-    report.verdict = {kUnreadable, "a part of it could not be read"};
+    report.verdict = {kUnreadable, "changed: it changed while it was read"};
   }
+  return report;
+}
+
+PackageReport ReportOfEnd(const std::string& file, const ChildResult& result,
+                          const ChildLimits& limits) {
+  PackageReport report;
+  report.file = file;
+  report.verdict = {kUnreadable, WhyNoReport(result, limits)};
   return report;
 }
 

@@ -8,6 +8,7 @@
 
 #include <quillon/apk.h>
 
+#include "cli/child.h"
 #include "cli/log_recorder.h"
 #include "cli/verdict.h"
 
@@ -31,13 +32,17 @@ struct PackageReport {
 };
 
 // False of a file that could not be read or mapped, that is no ZIP archive, that changed meanwhile,
-// or on which the library gave up with an exception.
+// or whose child ended without a report.
 inline bool HasVerdict(const PackageReport& report) { return report.verdict.status != kUnreadable; }
 
 // Verifies the package at that path. Only regular files are read; a pipe is not waited for. A file
-// that changes meanwhile has no verdict but that; one that shrinks ends the process unless
-// SurviveLostPages has been called.
+// that changes meanwhile has no verdict but that. One that shrinks ends the process, so this is for
+// a child.
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
+
+// Returns the report of a file whose child ended without one.
+PackageReport ReportOfEnd(const std::string& file, const ChildResult& result,
+                          const ChildLimits& limits);
 
 // One line for people, without a line break, not escaped for a terminal.
 std::string ToText(const PackageReport& report);

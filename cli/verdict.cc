@@ -67,7 +67,7 @@ std::string_view FirstComplaint(const std::vector<LogLine>& log) {
 Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log) {
   if (std::any_of(log.begin(), log.end(),
                   [](const LogLine& line) { return StartsWith(line.text, kNotMapped); })) {
-    return {kUnreadable, "could not be mapped"};
+    return {kUnreadable, "memory-limit: it could not be mapped"};
   }
   if (isGoodApk) return {};
   const std::string_view lastLine = log.empty() ? std::string_view() : log.back().text;

@@ -47,9 +47,20 @@ set(QUILLON_SOURCES
   integrity/tarn_task.cc
 )
 
+# What libquillon.so does with its findings, and what the tool and the tests do instead.
+set(QUILLON_LOG_ONLY_SOURCES
+  findings/log_only.cc
+)
+set(QUILLON_RECORDER_SOURCES
+  findings/recorder.cc
+)
+
 # Substitutes for what the platform supplies and a workstation lacks.
 set(QUILLON_HOST_SOURCES
   host/system_properties.cc
+)
+set(QUILLON_MALLOC_SOURCES
+  host/malloc.cc
 )
 set(QUILLON_HX_SOURCES
   host/libhx.cc
@@ -73,17 +84,17 @@ set(TARNSIM_SOURCES
 )
 
 set(QUILLON_CLI_SOURCES
+  cli/child.cc
+  cli/child_queue.cc
   cli/cmd_label.cc
   cli/cmd_provision.cc
   cli/cmd_task.cc
   cli/cmd_verify.cc
   util/escape.cc
-  util/text.cc
   cli/file_label.cc
   cli/journal_file.cc
   cli/log_recorder.cc
   cli/logged_run.cc
-  cli/lost_pages.cc
   cli/main.cc
   cli/open_files.cc
   cli/operands.cc
@@ -92,7 +103,6 @@ set(QUILLON_CLI_SOURCES
   cli/package_report.cc
   cli/progress.cc
   cli/regular_file.cc
-  cli/report_queue.cc
   cli/sdk_level.cc
   cli/simulate_option.cc
   cli/simulated_requests.cc

@@ -6,6 +6,7 @@
 
 #include <quillon/apk.h>
 
+#include "findings/recorder.h"
 #include "tests/support/opened_package.h"
 #include "tests/support/table.h"
 
@@ -65,9 +66,11 @@ TEST(Apk, ReadsAManifestWholeUpToASecondsWork) {
       {ManifestOf(2000, 0, 65535, 0), false},
   };
   for (const auto& [xml, isRead] : kCases) {
+    const FindingRecorder findings;
     const OpenedPackage opened(PackageBuilder().Manifest(xml).V2().Build());
     EXPECT_TRUE(opened.isGoodApk);
     EXPECT_EQ(isRead, opened.isHalyx) << xml.size();
+    EXPECT_EQ(isRead, !findings.Has(Finding::kManifestOverBudget));
   }
 }
 
