@@ -21,12 +21,12 @@
 #include <system_error>
 #include <vector>
 
-#include <quillon/base64.h>
 #include <quillon/tarn.h>
 
 #include "cli/journal_file.h"
 #include "cli/output.h"
 #include "cli/regular_file.h"
+#include "integrity/libhx.h"
 
 namespace Quill::Tool {
 namespace {
@@ -34,10 +34,10 @@ namespace {
 // This variable marks the second run of the program.
 constexpr char kSecondRun[] = "QUILLON_SIMULATED_RUN";
 
-// Returns the path of libtarnsim.so, which is installed in the folder of libquillon.so.
+// Returns the path of libtarnsim.so, which is installed in the folder of libhx.so.
 std::string SimulatorPath() {
   Dl_info library;
-  if (dladdr(reinterpret_cast<void*>(base64encode_len), &library) == 0) return "libtarnsim.so";
+  if (dladdr(reinterpret_cast<void*>(HxNewCertificate), &library) == 0) return "libtarnsim.so";
   return std::filesystem::path(library.dli_fname).parent_path() / "libtarnsim.so";
 }
 
