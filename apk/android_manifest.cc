@@ -13,7 +13,7 @@
 
 #include <quillon/apk.h>
 
-#include "findings/finding.h"
+#include "findings/refusal.h"
 #include "util/log.h"
 #include "util/nothrow.h"
 
@@ -166,7 +166,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
                                  IsHalyxMetaData(getStrAttr(tree, "value", budget));
     }
   }
-  if (budget.IsSpent()) Record(Finding::kManifestOverBudget);
+  if (budget.IsSpent()) Refuse(Reason::kManifestOverBudget);
   packageName_.assign(packageName.string(), packageName.length());
   return true;
 }

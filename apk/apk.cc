@@ -11,6 +11,7 @@
 #include <quillon/apk.h>
 #include <quillon/file_name.h>
 
+#include "findings/refusal.h"
 #include "jar/entry_digest.h"
 #include "util/log.h"
 
@@ -43,6 +44,7 @@ void Apk::Init(int32_t fd, const char* path) {
   const int32_t androidManifestResult = ExtractByName("AndroidManifest.xml", androidManifest);
   if (androidManifestResult != 0) {
     QUILL_LOGI("Can't extract Android Manifest: %s\n", ErrorCodeString(androidManifestResult));
+    Refuse(Reason::kManifestUnreadable, ErrorCodeString(androidManifestResult));
     return;
   }
   isApk_ = true;
@@ -52,14 +54,17 @@ void Apk::Init(int32_t fd, const char* path) {
   if (manifestResult != 0) manifestBytes.clear();
   if (!manifest_.load({manifestBytes.begin(), manifestBytes.end()})) {
     QUILL_LOGE("Can't load manifest: size=%zu\n", manifestBytes.size());
+    Refuse(Reason::kJarManifestMalformed);
     return;
   }
   if (!ParseAndroidManifest(std::move(androidManifest))) {
     QUILL_LOGE("Can't process Android Manifest.\n");
+    Refuse(Reason::kManifestMalformed);
     return;
   }
   if (!ForcedIgnoreHalyxFilter() && !halyxPermissionRequired_) {
     QUILL_LOGI("HALYX permissions are absent.\n");
+    Refuse(Reason::kOutsideHalyx);
     return;
   }
   if (!VerifySignature(manifestResult, manifestBytes)) return;
@@ -94,7 +99,7 @@ bool Apk::OpenArchive(const char* path) {
                GetUnifyFilenameByPath(path_).c_str(), result, ErrorCodeString(result));
     if (archive_ != nullptr) CloseArchive(archive_);
     archive_ = nullptr;
-    return false;
+    return Refuse(Reason::kNoArchive, ErrorCodeString(result));
   }
   return true;
 }
@@ -114,7 +119,7 @@ bool Apk::VerifySignature(int32_t manifestResult, const std::vector<uint8_t>& ma
   signatureScheme_ = ApkSignatureScheme::kJar;
   if (manifestResult != 0) {
     QUILL_LOGE("Can't extract manifest: %s\n", ErrorCodeString(manifestResult));
-    return false;
+    return Refuse(Reason::kJarNoManifest, ErrorCodeString(manifestResult));
   }
   if (!InitCertSf()) return false;
   if (!ValidateManifest(manifestBytes)) {

@@ -10,6 +10,7 @@
 #include <quillon/base64.h>
 #include <quillon/system.h>
 
+#include "findings/refusal.h"
 #include "jar/entry_digest.h"
 #include "jar/signature_file.h"
 #include "util/log.h"
@@ -29,12 +30,17 @@ bool Apk::InitCertSf() {
   ZipEntry entry;
   std::string name;
   void* cookie = nullptr;
-  if (StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
+  if (StartIteration(&cookie, "META-INF/", ".SF") != 0) {
+    return Refuse(Reason::kJarNoSignatureFile);
+  }
   const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
   std::vector<uint8_t> signatureFile;
-  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) return false;
-
-  if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) return false;
+  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) {
+    return Refuse(Reason::kJarNoSignatureFile);
+  }
+  if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) {
+    return Refuse(Reason::kJarSignatureFileMalformed, name);
+  }
   if (!ReadOnlyFS(fd_) && HasRollbackProtection(certSf_)) return false;
 
   const std::string stem = name.substr(0, name.rfind('.') + 1);
@@ -44,7 +50,7 @@ bool Apk::InitCertSf() {
     const std::string dsaName = stem + "DSA";
     if (ExtractByName(dsaName, block.bytes) != 0 || block.bytes.empty()) {
       QUILL_LOGE("Can't extract DSA certificate: %s\n", dsaName.c_str());
-      return false;
+      return Refuse(Reason::kJarNoBlock, stem);
     }
   }
   return VerifySignatureFile(block, signatureFile, name, manufacturerKey_);
@@ -53,12 +59,12 @@ bool Apk::InitCertSf() {
 bool Apk::ValidateManifest(const std::vector<uint8_t>& manifestBytes) {
   if (!certSf_) {
     QUILL_LOGE("Can't validate manifest. Bad SF file.\n");
-    return false;
+    return Refuse(Reason::kJarSignatureFileMalformed);
   }
   const ManifestDigest digest = FindManifestDigest(certSf_);
   if (!digest.value.empty() && VerifyData(digest.name, digest.value, manifestBytes)) return true;
   QUILL_LOGE("Can't validate manifest.\n");
-  return false;
+  return Refuse(Reason::kJarManifestMismatch, digest.name);
 }
 
 bool Apk::VerifyFileHash(const std::string& name) {
@@ -67,7 +73,7 @@ bool Apk::VerifyFileHash(const std::string& name) {
   if (result == kEntryNotFound || result == kInvalidEntryName) return true;
   if (result != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract entry file in APK: %s\n", name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryUnreadable, name);
   }
   return VerifyFileHashImpl(name, &entry);
 }
@@ -86,29 +92,29 @@ bool Apk::VerifyFileHashImpl(const std::string& name, Source source) {
   if (listed == entryDigests_.end() && signatureScheme_ == ApkSignatureScheme::kJar) {
     if (CanSkipValidation(name)) return true;
     QUILL_LOGE("verifyFileHashImpl: Can't find file in %s: %s\n", kMANIFEST_MF, name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryUnlisted, name);
   }
   std::vector<uint8_t> data;
   if (GetContents(source, data) != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract entry file in APK: %s\n", name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryUnreadable, name);
   }
   if (listed != entryDigests_.end()) {
     const auto& [digestName, digestValue] = listed->second;
     if (VerifyData(digestName, Base64Decode(digestValue), data)) return true;
     QUILL_LOGI("verifyFileHashImpl: Not verified file from manifest: %s\n", name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryMismatch, name);
   }
   // The v2 or v3 signature covers the archive's entries. So the data only have to equal the entry
   // of that name.
   std::vector<uint8_t> named;
   if (ExtractByName(name, named) != 0) {
     QUILL_LOGE("verifyFileHashImpl: Can't extract base file in APK: %s\n", name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryUnreadable, name);
   }
   if (data != named) {
     QUILL_LOGI("verifyFileHashImpl: Not verified file in case empty manifest: %s\n", name.c_str());
-    return false;
+    return Refuse(Reason::kJarEntryDiffers, name);
   }
   return true;
 }

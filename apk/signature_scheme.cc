@@ -8,6 +8,7 @@
 #include <quillon/file.h>
 #include <quillon/file_name.h>
 
+#include "findings/refusal.h"
 #include "signing_block/apk_package.h"
 #include "util/file_pages.h"
 #include "util/log.h"
@@ -37,6 +38,7 @@ int32_t Apk::VerifyApkSignature(int32_t fd, const std::string& path, ApkSignatur
   const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
   if (!mapping) {
     QUILL_LOGE("Can't map file: %s\n", name.c_str());
+    Refuse(Reason::kNotMapped);
     // Deliberate: JAR verification reads through its own descriptor and may still succeed.
     return kNoSigningBlock;
   }
@@ -66,6 +68,7 @@ bool Apk::HasRollbackProtection(const ManifestMf& signatureFile) {
     QUILL_LOGI(
         "This APK was supposed to be signed with APK Signature Scheme v%s, but no such signature was found.\n",
         std::string(scheme).c_str());
+    Refuse(Reason::kJarClaimsScheme, scheme);
     return true;
   }
   return false;

@@ -42,7 +42,7 @@ struct FileOutput {
 };
 
 FileOutput OutputOf(const PackageReport& report, const VerifyOptions& options) {
-  FileOutput output = {report.verdict.status, ToText(report), "", {}};
+  FileOutput output = {ExitOf(report.verdict.status), ToText(report), "", {}};
   if (options.json) output.json = ToJson(report);
   if (!options.verbose) return output;
   for (const LogLine& line : report.log) {

@@ -10,9 +10,11 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "signing_block/zip_format.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -60,7 +62,54 @@ bool JarManifestListsAndroidManifest(Apk& apk) {
          manifest.find("\nName: AndroidManifest.xml") != std::string::npos;
 }
 
+// Says what a file that is no archive is instead, by its first bytes.
+void LookAtStart(int fd, Circumstances& file) {
+  constexpr struct {
+    std::string_view start;
+    const char* name;
+  } kKinds[] = {
+      {"\x1f\x8b", "a gzip file"},
+      {"<!DOCTYPE", "an HTML or XML page"},
+      {"<html", "an HTML page"},
+      {"<?xml", "an XML file"},
+      {"version http", "a pointer of a large-file store"},
+      {"\x7f"
+       "ELF",
+       "an ELF program or library"},
+  };
+  char bytes[16];
+  const ssize_t size = pread(fd, bytes, sizeof bytes, 0);
+  const std::string_view start(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
+  for (const auto& [kind, name] : kKinds) {
+    if (StartsWith(start, kind)) file.lookAlike = name;
+  }
+  file.startsAsZip = StartsWith(start, "PK\3\4");
+}
+
+bool HasSignatureFile(Apk& apk) {
+  void* cookie = nullptr;
+  if (apk.StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
+  ZipEntry entry;
+  std::string name;
+  const bool isFound = apk.Next(cookie, &entry, name) == 0;
+  apk.EndIteration(cookie);
+  return isFound;
+}
+
 }  // namespace
+
+Circumstances CircumstancesOf(Apk& apk, int fd) {
+  Circumstances file;
+  file.scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
+  if (!apk.IsGoodZip()) {
+    LookAtStart(fd, file);
+    return file;
+  }
+  file.wasPackage = !apk.IsApk() && WasPackage(apk, fd);
+  file.hasBlockTrace = HasTraceOfSigningBlock(fd);
+  file.hasSignatureFile = HasSignatureFile(apk);
+  return file;
+}
 
 bool IsDamagedPackage(int fd) {
   constexpr int32_t kEntryNotFound = -7;  // of libziparchive, whose public header names no codes

@@ -4,7 +4,13 @@
 
 #include <quillon/apk.h>
 
+#include "cli/verdict.h"
+
 namespace Quill::Tool {
+
+// Returns what a verdict on a package that did not verify needs to know. `apk` was opened from `fd`
+// and IsGoodApk has been called.
+[[nodiscard]] Circumstances CircumstancesOf(Apk& apk, int fd);
 
 // Returns true if the archive behind `fd`, which the library takes for a plain JAR, is a damaged
 // package: it has an AndroidManifest.xml that cannot be extracted, or WasPackage.

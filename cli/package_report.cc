@@ -23,6 +23,8 @@
 namespace Quill::Tool {
 namespace {
 
+using Json = nlohmann::ordered_json;
+
 // True when the file still has the size and the time of last change that it had then.
 bool IsAsBefore(int fd, const struct stat& before) {
   struct stat now;
@@ -31,65 +33,69 @@ bool IsAsBefore(int fd, const struct stat& before) {
          now.st_ctim.tv_nsec == before.st_ctim.tv_nsec;
 }
 
-bool StartsWithZipEntry(int fd) {
-  char start[4];
-  return pread(fd, start, sizeof start, 0) == sizeof start &&
-         std::memcmp(start, "PK\3\4", sizeof start) == 0;
-}
-
 // Fills in what the library found, and a verdict on it.
-void Describe(Apk& apk, int fd, const LogRecorder& log, PackageReport& report) {
+void Describe(Apk& apk, int fd, const RefusalRecorder& recorder, PackageReport& report) {
   const bool isGoodApk = apk.IsGoodApk();
-  report.verdict = Judge(isGoodApk, log.Lines());
   report.isGoodZip = apk.IsGoodZip();
   report.isApk = apk.IsApk();
   report.packageName = apk.GetPackageName();
   report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
   report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
-  if (!report.isGoodZip) {
-    if (StartsWithZipEntry(fd)) {
-      report.verdict.reason = "truncated or damaged, " + report.verdict.reason;
-    }
-    return;
+  // A package that could not be mapped may have verified by its JAR signature alone.
+  if (!isGoodApk || recorder.Has(Reason::kNotMapped)) {
+    report.verdict = Judge(CircumstancesOf(apk, fd), recorder.Refusals());
+    if (!HasVerdict(report)) return;
   }
-  if (report.verdict.status == kUnreadable) return;
   report.manufacturerKey = apk.GetManufacturerKey();
   report.scheme = apk.GetApkSignatureSchemeVersion();
   report.isGoodApk = isGoodApk;
-  if (!report.isApk && report.verdict.status == kUnverified && WasPackage(apk, fd)) {
-    report.verdict = {kFailed, "damaged, its AndroidManifest.xml is missing"};
-  }
 }
 
 void Examine(int fd, PackageReport& report) {
   const LogRecorder log;
-  const FindingRecorder findings;
+  const RefusalRecorder recorder;
   Apk apk(fd, report.ignoreHalyxFilter);
-  Describe(apk, fd, log, report);
-  if (report.verdict.status == kUnverified && findings.Has(Finding::kManifestOverBudget)) {
-    report.verdict = {kUnreadable, "manifest.over-budget: its manifest costs too much to read"};
-  }
+  Describe(apk, fd, recorder, report);
   report.log = log.Lines();
 }
 
-std::string WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
+FileReason WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
   switch (result.end) {
     case ChildEnd::kTimeLimit:
-      return fmt::format("time-limit: takes more than {} s of processor time", limits.seconds);
+      return {"time-limit", fmt::format("takes more than {} s of processor time", limits.seconds),
+              "raise --time-limit if you trust it", ""};
     case ChildEnd::kMemoryLimit:
-      return fmt::format("memory-limit: needs more than {} MiB of memory, or more than there is",
-                         limits.mebibytes);
+      return {
+          "memory-limit",
+          fmt::format("needs more than {} MiB of memory, or more than there is", limits.mebibytes),
+          "raise --memory-limit if you trust it", ""};
     case ChildEnd::kFileLost:
-      return "changed: it became shorter while it was read, or a part of it cannot be read";
+      return {"changed", "it became shorter while it was read, or a part of it cannot be read",
+              "verify it when nobody writes to it", ""};
     case ChildEnd::kNotStarted:
-      return "no-process: the system has no process left to read it";
+      return {"no-process", "the system has no process left to read it", "", ""};
     case ChildEnd::kReported:
     case ChildEnd::kCrashed:
       break;
   }
-  if (result.signal == 0) return "crashed: the process that read it ended too early";
-  return fmt::format("crashed: the process that read it died of signal {} ({})", result.signal,
-                     strsignal(result.signal));
+  if (result.signal == 0) return {"crashed", "the process that read it ended too early", "", ""};
+  return {"crashed",
+          fmt::format("the process that read it died of signal {} ({})", result.signal,
+                      strsignal(result.signal)),
+          "", ""};
+}
+
+// Absent parts are left out.
+Json ToJson(const FileReason& reason) {
+  Json object = {{"code", reason.code},
+                 {"message", EscapeInvalidUtf8(reason.message)},
+                 {"hint", reason.hint.empty() ? Json() : Json(reason.hint)}};
+  if (!reason.name.empty()) object["name"] = EscapeInvalidUtf8(reason.name);
+  for (const auto& [name, bytes] :
+       {std::pair("expected", &reason.expected), {"found", &reason.found}}) {
+    if (!bytes->empty()) object[name] = ToHex(bytes->data(), bytes->size());
+  }
+  return object;
 }
 
 std::string KeySha256(const PackageReport& report) {
@@ -106,7 +112,9 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   const RegularFile opened = OpenRegularFile(file);
   const bool isEmpty = opened.fd && opened.info.st_size == 0;
   if (!opened.fd || isEmpty) {
-    report.verdict = {kUnreadable, isEmpty ? "empty file" : opened.obstacle};
+    report.verdict = {Status::kUnreadable,
+                      {isEmpty ? "archive.empty" : "unreadable",
+                       isEmpty ? "empty file" : opened.obstacle, "", ""}};
     return report;
   }
   const Fd& fd = *opened.fd;
@@ -116,7 +124,9 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   Examine(fd.GetFd(), report);
   if (!IsAsBefore(fd.GetFd(), info)) {
     report = blank;
-    report.verdict = {kUnreadable, "changed: it changed while it was read"};
+    report.verdict = {
+        Status::kUndecided,
+        {"changed", "it changed while it was read", "verify it when nobody writes to it", ""}};
   }
   return report;
 }
@@ -125,16 +135,21 @@ PackageReport ReportOfEnd(const std::string& file, const ChildResult& result,
                           const ChildLimits& limits) {
   PackageReport report;
   report.file = file;
-  report.verdict = {kUnreadable, WhyNoReport(result, limits)};
+  report.verdict = {Status::kUndecided, WhyNoReport(result, limits)};
   return report;
 }
 
 std::string ToText(const PackageReport& report) {
-  const ExitStatus status = report.verdict.status;
+  const Status status = report.verdict.status;
+  const FileReason& reason = report.verdict.reason;
   std::string text = FileText(report.file);
-  if (!HasVerdict(report)) return text + ": " + report.verdict.reason;
+  const std::string why =
+      reason.code + ": " + reason.message + (reason.hint.empty() ? "" : ". Next: " + reason.hint);
+  if (!HasVerdict(report)) return text + ": " + why;
 
-  text += status == kDone ? ": verified" : status == kFailed ? ": refused" : ": not verified";
+  text += status == Status::kVerified  ? ": verified"
+          : status == Status::kRefused ? ": refused"
+                                       : ": not verified";
   if (report.scheme != ApkSignatureScheme::kNone) {
     text += fmt::format(", v{}", static_cast<int>(report.scheme));
   }
@@ -142,20 +157,25 @@ std::string ToText(const PackageReport& report) {
     text +=
         ", " + (report.packageName.empty() ? "package name unknown" : NameText(report.packageName));
   }
-  if (status != kDone) return text + ", " + report.verdict.reason;
+  if (status != Status::kVerified) return text + ", " + why;
   return text + fmt::format(", key sha256:{} ({} bytes)", KeySha256(report),
                             report.manufacturerKey.size());
 }
 
 std::string ToJson(const PackageReport& report) {
-  using Json = nlohmann::ordered_json;
   Json log = Json::array();
   for (const LogLine& line : report.log) {
     log.push_back({std::string(1, line.priority), EscapeInvalidUtf8(line.text)});
   }
+  const Verdict& verdict = report.verdict;
+  Json others = Json::array();
+  for (const FileReason& reason : verdict.others) others.push_back(ToJson(reason));
   Json object = {
-      {"schemaVersion", 1},
+      {"schemaVersion", 2},
       {"file", EscapeInvalidUtf8(report.file)},
+      {"status", NameOf(verdict.status)},
+      {"reason", verdict.status == Status::kVerified ? Json() : ToJson(verdict.reason)},
+      {"also", others},
       {"isGoodZip", report.isGoodZip},
       {"isApk", report.isApk},
       {"isGoodApk", report.isGoodApk},
@@ -168,7 +188,7 @@ std::string ToJson(const PackageReport& report) {
       {"log", log},
   };
   if (!report.manufacturerKey.empty()) object["manufacturerKeySha256"] = KeySha256(report);
-  if (!HasVerdict(report)) object["error"] = EscapeInvalidUtf8(report.verdict.reason);
+  if (!HasVerdict(report)) object["error"] = EscapeInvalidUtf8(verdict.reason.message);
   return object.dump(/*indent=*/-1, /*indent_char=*/' ', /*ensure_ascii=*/true);
 }
 

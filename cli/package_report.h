@@ -33,7 +33,9 @@ struct PackageReport {
 
 // False of a file that could not be read or mapped, that is no ZIP archive, that changed meanwhile,
 // or whose child ended without a report.
-inline bool HasVerdict(const PackageReport& report) { return report.verdict.status != kUnreadable; }
+inline bool HasVerdict(const PackageReport& report) {
+  return ExitOf(report.verdict.status) != kUnreadable;
+}
 
 // Verifies the package at that path. Only regular files are read; a pipe is not waited for. A file
 // that changes meanwhile has no verdict but that. One that shrinks ends the process, so this is for

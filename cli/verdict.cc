@@ -5,80 +5,254 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <string_view>
 
 #include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
 
-constexpr std::string_view kNoArchive = "OpenArchiveFd(";
-constexpr std::string_view kSigningBlockStart = "Use APK ";
-constexpr std::string_view kJarStart = "Fallback to APK V1 signature. APK: ";
-constexpr std::string_view kNotMapped = "Can't map file: ";
-constexpr std::string_view kChosenAlgorithm = "Found the best signature algorithm ID: ";
+// The part of verification that a refusal belongs to. The code of a scheme's reason starts with the
+// scheme, such as "v3.".
+enum class Way { kArchive, kBlock, kScheme, kJar };
 
-// How verification ended: the outermost step that failed logs the last line.
-struct Ending {
-  std::string_view lastLine;  // its start
-  ExitStatus status;
-  const char* words;
+struct ReasonText {
+  Reason reason;
+  Way way;
+  const char* code;
+  const char* message;  // {0} is the number, {1} the name
+  const char* hint;
 };
-constexpr Ending kEndings[] = {
-    {kNoArchive, kUnreadable, "no usable ZIP archive"},
-    {"Can't extract Android Manifest: Entry not found", kUnverified,
-     "a plain ZIP or JAR, no package"},
-    {"Can't extract Android Manifest: ", kFailed, "AndroidManifest.xml is damaged"},
-    {"HALYX permissions are absent.", kUnverified, "outside the Halyx feature"},
-    {"Can't load manifest: ", kFailed, "META-INF/MANIFEST.MF is malformed"},
-    {"Can't process Android Manifest.", kFailed, "AndroidManifest.xml is malformed"},
-    {"Can't verify signature APK ", kFailed, "APK signing block did not verify"},
-    {"Can't obtain public key APK ", kFailed, "APK signing block has no key"},
-    {kJarStart, kFailed, "neither a usable APK signing block nor a signature file"},
-    {"Can't extract manifest: ", kFailed, "neither a usable APK signing block nor a manifest"},
-    {"Parse manifest: ", kFailed, "signature file is malformed"},
-    {"This APK was supposed to be signed ", kFailed,
-     "signature file names an APK signing block that is missing"},
-    {"file not verified: ", kFailed, "signature file does not match its signature block"},
-    {"Can't validate manifest.", kFailed, "manifest does not match the signature file"},
-    {"Integrity not confirmed: classes.dex", kFailed, "classes.dex does not match the manifest"},
-};
-// Only the PKCS #7 block of a v1 signature has many different last lines.
-constexpr Ending kOtherEnding = {"", kFailed, "signature block did not verify"};
 
-// Returns the first line that the failed scheme logged after its start, which is the most exact
-// one; empty when there is none.
-std::string_view FirstComplaint(const std::vector<LogLine>& log) {
-  std::string_view complaint;
-  for (const LogLine& line : log) {
-    if (StartsWith(line.text, kSigningBlockStart) || StartsWith(line.text, kJarStart)) {
-      complaint = {};
-    } else if (complaint.empty() && !StartsWith(line.text, kChosenAlgorithm)) {
-      complaint = line.text;
-    }
+constexpr char kSignAgain[] = "get it again from its source, or sign it again";
+constexpr char kAskSigner[] = "whoever signed it must sign it again";
+constexpr ReasonText kTexts[] = {
+    {Reason::kManifestUnreadable, Way::kArchive, "archive.manifest-damaged",
+     "AndroidManifest.xml cannot be extracted ({1})", "get it again from its source"},
+    {Reason::kManifestMalformed, Way::kArchive, "manifest.malformed",
+     "AndroidManifest.xml is no compiled manifest", "build it with aapt2"},
+    {Reason::kJarManifestMalformed, Way::kArchive, "manifest.jar-malformed",
+     "META-INF/MANIFEST.MF is malformed", kSignAgain},
+    {Reason::kOutsideHalyx, Way::kArchive, "outside-halyx", "it is outside the Halyx feature", ""},
+
+    {Reason::kBlockSize, Way::kBlock, "block.size",
+     "a size of the signing block does not fit the file", kSignAgain},
+    {Reason::kBlockEndRecord, Way::kBlock, "block.end-record",
+     "end record, central directory and end of file do not agree, so the signing block does not "
+     "count",
+     "it was changed after signing: get it again from its source, or sign it again"},
+    {Reason::kBlockPairs, Way::kBlock, "block.pairs",
+     "the ID-value pairs of the signing block do not fit it", kSignAgain},
+    {Reason::kBlockNoScheme, Way::kBlock, "block.no-scheme",
+     "the signing block has no v2 and no v3 signature", "sign it with v2 or v3"},
+
+    {Reason::kMalformed, Way::kScheme, "malformed", "the field {1} does not fit", kSignAgain},
+    {Reason::kNoSigner, Way::kScheme, "no-signer", "the signature has no signer", kSignAgain},
+    {Reason::kAlgorithmUnsupported, Way::kScheme, "algorithm-unsupported",
+     "no signature has a supported algorithm (the first is {0:#x})", kAskSigner},
+    {Reason::kKeyUnusable, Way::kScheme, "key-unusable",
+     "the signer's public key is not of the kind that the algorithm needs", kAskSigner},
+    {Reason::kSignatureMismatch, Way::kScheme, "signature-mismatch",
+     "the signature (algorithm {0:#x}) does not match the signed data",
+     "get it again from its source: the signing block was changed"},
+    {Reason::kCertificateMissing, Way::kScheme, "certificate-missing",
+     "the signer has no certificate or no public key", kAskSigner},
+    {Reason::kCertificateMalformed, Way::kScheme, "certificate-malformed",
+     "the signer's certificate cannot be read", kAskSigner},
+    {Reason::kCertificateKeyDiffers, Way::kScheme, "certificate-key-differs",
+     "the signer's certificate holds another key than the signer", kAskSigner},
+    {Reason::kStripped, Way::kScheme, "stripped",
+     "the signature says that a stronger one was there, and none is",
+     "get it again from its source: somebody may have removed a signature"},
+    {Reason::kAlgorithmsDiffer, Way::kScheme, "algorithms-differ",
+     "signatures and digests list different algorithms", kAskSigner},
+    {Reason::kDigestMismatch, Way::kScheme, "digest-mismatch", "the content is not what was signed",
+     "it was changed after signing: get it again from its source, or sign it again"},
+    {Reason::kSdkRangesDiffer, Way::kScheme, "sdk-ranges-differ",
+     "a signer's SDK range is not the one that it signed", kAskSigner},
+    {Reason::kNoSignerForSdk, Way::kScheme, "no-signer-for-sdk",
+     "no signer is for SDK level {0}, only for {1}", "verify with --sdk of such a level"},
+    {Reason::kSeveralSigners, Way::kScheme, "several-signers",
+     "{0} signers are for this SDK level, and one may be", kAskSigner},
+    {Reason::kLineageMalformed, Way::kScheme, "lineage-malformed", "the lineage does not parse",
+     kAskSigner},
+    {Reason::kLineageEnd, Way::kScheme, "lineage-end",
+     "the lineage of {0} levels ends with another certificate than the signer's", kAskSigner},
+    {Reason::kLineageCertificate, Way::kScheme, "lineage-certificate",
+     "the certificate of level {0} of the lineage cannot be read", kAskSigner},
+    {Reason::kLineageAlgorithm, Way::kScheme, "lineage-algorithm",
+     "the algorithm for level {0} of the lineage is not supported", kAskSigner},
+    {Reason::kLineageKey, Way::kScheme, "lineage-key",
+     "the key before level {0} of the lineage is not of the kind that the algorithm needs",
+     kAskSigner},
+    {Reason::kLineageSignature, Way::kScheme, "lineage-signature",
+     "level {0} of the lineage is not signed by the key before it", kAskSigner},
+    {Reason::kLineageDuplicate, Way::kScheme, "lineage-duplicate",
+     "level {0} of the lineage repeats a certificate", kAskSigner},
+
+    {Reason::kJarNoManifest, Way::kJar, "v1.no-manifest",
+     "META-INF/MANIFEST.MF cannot be read ({1})", kSignAgain},
+    {Reason::kJarNoSignatureFile, Way::kJar, "v1.no-signature-file",
+     "META-INF/ has no signature file (.SF)", kSignAgain},
+    {Reason::kJarSignatureFileMalformed, Way::kJar, "v1.signature-file-malformed",
+     "the signature file is malformed", kSignAgain},
+    {Reason::kJarClaimsScheme, Way::kJar, "v1.stripped",
+     "the signature file says that there is a v{1} signature, and there is none",
+     "align it first, then sign it: aligning removes a v2 or v3 signature"},
+    {Reason::kJarNoBlock, Way::kJar, "v1.no-block",
+     "{1}RSA and {1}DSA are missing (EC keys are not supported)",
+     "sign with an RSA key, or with v2 or v3"},
+    {Reason::kJarBlockMalformed, Way::kJar, "v1.block-malformed",
+     "the signature block is malformed, or has signed attributes, which are not supported",
+     "sign it with apksigner"},
+    {Reason::kJarDigestAlgorithm, Way::kJar, "v1.digest-unsupported",
+     "the signature block's digest algorithm is not supported", "sign it with SHA-256"},
+    {Reason::kJarKeyUnusable, Way::kJar, "v1.key-unusable",
+     "the signature block has no certificate with a key of its kind", kAskSigner},
+    {Reason::kJarSignatureMismatch, Way::kJar, "v1.signature-mismatch",
+     "{1} is not what the signature block signed", kSignAgain},
+    {Reason::kJarManifestMismatch, Way::kJar, "v1.manifest-mismatch",
+     "META-INF/MANIFEST.MF is not what the signature file names", kSignAgain},
+    {Reason::kJarEntryUnreadable, Way::kJar, "v1.entry-unreadable", "{1} cannot be extracted",
+     "get it again from its source"},
+    {Reason::kJarEntryUnlisted, Way::kJar, "v1.entry-unlisted", "the manifest does not list {1}",
+     kSignAgain},
+    {Reason::kJarEntryMismatch, Way::kJar, "v1.entry-mismatch", "{1} is not what was signed",
+     "it was changed after signing: get it again from its source, or sign it again"},
+    {Reason::kJarEntryDiffers, Way::kJar, "v1.entry-differs",
+     "the data are not those of the entry {1}", ""},
+    {Reason::kJarDigestUnsupported, Way::kJar, "v1.entry-digest-unsupported",
+     "the digest {1} is not supported", "sign it with SHA-256"},
+};
+
+const ReasonText* TextOf(Reason reason) {
+  const auto found = std::find_if(std::begin(kTexts), std::end(kTexts),
+                                  [&](const ReasonText& text) { return text.reason == reason; });
+  return found == std::end(kTexts) ? nullptr : found;
+}
+
+// The first refusal of that way, if there is one.
+const Refusal* First(const std::vector<Refusal>& refusals, Way way) {
+  for (const Refusal& refusal : refusals) {
+    const ReasonText* text = TextOf(refusal.reason);
+    if (text != nullptr && text->way == way) return &refusal;
   }
-  // From the line about the archive keep only the cause.
-  if (StartsWith(complaint, kNoArchive)) complaint.remove_prefix(complaint.rfind(": ") + 2);
-  return complaint;
+  return nullptr;
+}
+
+FileReason Describe(const Refusal& refusal, int scheme) {
+  const ReasonText& text = *TextOf(refusal.reason);
+  const std::string prefix = text.way == Way::kScheme ? fmt::format("v{}.", scheme) : "";
+  return {prefix + text.code, fmt::format(fmt::runtime(text.message), refusal.number, refusal.name),
+          text.hint,          refusal.name,
+          refusal.expected,   refusal.found};
+}
+
+const Refusal* Find(const std::vector<Refusal>& refusals, Reason reason) {
+  const auto found = std::find_if(refusals.begin(), refusals.end(),
+                                  [&](const Refusal& refusal) { return refusal.reason == reason; });
+  return found == refusals.end() ? nullptr : &*found;
+}
+
+Verdict JudgeNoArchive(const Circumstances& file, const Refusal& refusal) {
+  if (!file.lookAlike.empty()) {
+    return {Status::kUnreadable,
+            {"archive.not-a-zip", "no ZIP archive, but " + file.lookAlike,
+             "fetch the package itself", ""}};
+  }
+  if (file.startsAsZip) {
+    return {Status::kUnreadable,
+            {"archive.truncated",
+             fmt::format("a ZIP archive whose end is missing or damaged ({})", refusal.name),
+             "get it again from its source", ""}};
+  }
+  return {Status::kUnreadable,
+          {"archive.not-a-zip", fmt::format("no usable ZIP archive ({})", refusal.name), "", ""}};
+}
+
+// A package that neither has a signing block that counts nor a JAR signature that is good.
+Verdict JudgeBothWays(const Circumstances& file, const std::vector<Refusal>& refusals) {
+  std::vector<FileReason> reasons;
+  if (file.hasBlockTrace) {
+    const Refusal* block = First(refusals, Way::kBlock);
+    reasons.push_back(block != nullptr
+                          ? Describe(*block, 0)
+                          : FileReason{"block.magic", "the magic of the signing block is damaged",
+                                       kSignAgain, ""});
+  }
+  const Refusal* jar = First(refusals, Way::kJar);
+  if (file.hasSignatureFile && jar != nullptr) reasons.push_back(Describe(*jar, 1));
+  if (reasons.empty() && jar == nullptr) {
+    reasons.push_back({"no-reason", "the library did not say why", "report this as a bug", ""});
+  } else if (reasons.empty()) {
+    reasons.push_back({"not-signed", "it has no signing block and no JAR signature",
+                       "align it first, then sign it: aligning removes a v2 or v3 signature", ""});
+  }
+  return {Status::kRefused, reasons.front(), {reasons.begin() + 1, reasons.end()}};
 }
 
 }  // namespace
 
-Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log) {
-  if (std::any_of(log.begin(), log.end(),
-                  [](const LogLine& line) { return StartsWith(line.text, kNotMapped); })) {
-    return {kUnreadable, "memory-limit: it could not be mapped"};
+Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
+  if (const Refusal* refusal = Find(refusals, Reason::kNoArchive)) {
+    return JudgeNoArchive(file, *refusal);
   }
-  if (isGoodApk) return {};
-  const std::string_view lastLine = log.empty() ? std::string_view() : log.back().text;
-  const Ending* ending =
-      std::find_if(std::begin(kEndings), std::end(kEndings),
-                   [lastLine](const Ending& e) { return StartsWith(lastLine, e.lastLine); });
-  if (ending == std::end(kEndings)) ending = &kOtherEnding;
+  if (Find(refusals, Reason::kNotMapped) != nullptr) {
+    return {Status::kUndecided,
+            {"memory-limit", "it could not be mapped", "give it more memory", ""}};
+  }
+  const Refusal* archive = First(refusals, Way::kArchive);
+  if (archive != nullptr && archive->reason == Reason::kManifestUnreadable &&
+      archive->name == "Entry not found") {
+    if (!file.wasPackage) {
+      return {Status::kUnverified, {"not-a-package", "a plain ZIP or JAR, no package", "", ""}};
+    }
+    return {Status::kRefused,
+            {"archive.manifest-missing", "damaged, its AndroidManifest.xml is missing",
+             "get it again from its source", ""}};
+  }
+  if (Find(refusals, Reason::kOutsideHalyx) != nullptr) {
+    if (Find(refusals, Reason::kManifestOverBudget) == nullptr) {
+      return {Status::kUnverified, Describe(*archive, 0)};
+    }
+    return {Status::kUndecided,
+            {"manifest.over-budget", "its manifest costs too much to read",
+             "verify it without --halyx-filter", ""}};
+  }
+  if (archive != nullptr) return {Status::kRefused, Describe(*archive, 0)};
+  const Refusal* scheme = First(refusals, Way::kScheme);
+  if (scheme != nullptr) return {Status::kRefused, Describe(*scheme, file.scheme)};
+  return JudgeBothWays(file, refusals);
+}
 
-  const std::string_view complaint = FirstComplaint(log);
-  if (complaint.empty()) return {ending->status, ending->words};
-  return {ending->status, fmt::format("{} ({})", ending->words, complaint)};
+const char* NameOf(Status status) {
+  switch (status) {
+    case Status::kVerified:
+      return "verified";
+    case Status::kRefused:
+      return "refused";
+    case Status::kUnverified:
+      return "unverified";
+    case Status::kUnreadable:
+      return "unreadable";
+    case Status::kUndecided:
+      return "undecided";
+  }
+  return "";
+}
+
+ExitStatus ExitOf(Status status) {
+  switch (status) {
+    case Status::kVerified:
+      return kDone;
+    case Status::kRefused:
+      return kFailed;
+    case Status::kUnverified:
+      return kUnverified;
+    case Status::kUnreadable:
+    case Status::kUndecided:
+      return kUnreadable;
+  }
+  return kFailed;
 }
 
 }  // namespace Quill::Tool

@@ -6,18 +6,49 @@
 #include <vector>
 
 #include "cli/commands.h"
-#include "cli/log_recorder.h"
+#include "findings/recorder.h"
 
 namespace Quill::Tool {
 
-struct Verdict {
-  ExitStatus status = kDone;  // kDone for a verified package
-  std::string reason;         // in words; empty for a verified package
+// Why a file is not verified, for people and for programs.
+struct FileReason {
+  std::string code;     // such as "v2.digest-mismatch"; stable, docs/reasons.md lists them
+  std::string message;  // one sentence without a full stop
+  std::string hint;     // what to do next; may be empty
+  std::string name;     // of a field, an entry, an algorithm; may be empty
+  std::vector<uint8_t> expected = {};
+  std::vector<uint8_t> found = {};
 };
 
-// Judges a package from the library's results. `log` has the lines from opening the package and
-// from one call of IsGoodApk, which returned `isGoodApk`. A package that could not be mapped gets
-// kUnreadable: the library then checks only its JAR signature and does not see a signing block.
-[[nodiscard]] Verdict Judge(bool isGoodApk, const std::vector<LogLine>& log);
+enum class Status {
+  kVerified,
+  kRefused,
+  kUnverified,  // the rules do not apply to it
+  kUnreadable,  // could not be opened, or is no ZIP archive
+  kUndecided,   // the attempt was given up
+};
+
+struct Verdict {
+  Status status = Status::kVerified;
+  FileReason reason = {};               // empty for a verified package
+  std::vector<FileReason> others = {};  // of other ways on which the package could have verified
+};
+
+// What the tool knows of a file that did not verify, besides the refusals.
+struct Circumstances {
+  int scheme = 0;              // of the verification that was tried
+  bool wasPackage = false;     // an archive without a manifest that was a package once
+  bool hasBlockTrace = false;  // of an APK Signing Block
+  bool hasSignatureFile = false;
+  bool startsAsZip = false;
+  std::string lookAlike;  // what a file that is no archive is instead; empty when not known
+};
+
+// Judges a file that did not verify, from what the library refused.
+[[nodiscard]] Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals);
+
+// The name for programs, such as "refused", and the exit status.
+[[nodiscard]] const char* NameOf(Status status);
+[[nodiscard]] ExitStatus ExitOf(Status status);
 
 }  // namespace Quill::Tool

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: Apache-2.0
 
-#include "findings/finding.h"
+#include "findings/refusal.h"
 
-void Quill::Record(Finding /*finding*/) {}
+bool Quill::Refuse(Reason /*reason*/, const Evidence& /*evidence*/) { return false; }

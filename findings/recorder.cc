@@ -2,19 +2,33 @@
 
 #include "findings/recorder.h"
 
+#include <algorithm>
+
 namespace Quill {
 namespace {
 
-thread_local FindingRecorder* threadRecorder = nullptr;
+thread_local RefusalRecorder* threadRecorder = nullptr;
+
+std::vector<uint8_t> Copy(const std::vector<uint8_t>* bytes) {
+  return bytes == nullptr ? std::vector<uint8_t>() : *bytes;
+}
 
 }  // namespace
 
-FindingRecorder::FindingRecorder() { threadRecorder = this; }
+RefusalRecorder::RefusalRecorder() { threadRecorder = this; }
 
-FindingRecorder::~FindingRecorder() { threadRecorder = nullptr; }
+RefusalRecorder::~RefusalRecorder() { threadRecorder = nullptr; }
 
-void Record(Finding finding) {
-  if (threadRecorder != nullptr) threadRecorder->findings_.insert(finding);
+bool RefusalRecorder::Has(Reason reason) const {
+  return std::any_of(refusals_.begin(), refusals_.end(),
+                     [reason](const Refusal& refusal) { return refusal.reason == reason; });
+}
+
+bool Refuse(Reason reason, const Evidence& evidence) {
+  if (threadRecorder == nullptr) return false;
+  threadRecorder->refusals_.push_back({reason, evidence.number, std::string(evidence.name),
+                                       Copy(evidence.expected), Copy(evidence.found)});
+  return false;
 }
 
 }  // namespace Quill

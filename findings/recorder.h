@@ -2,27 +2,39 @@
 
 #pragma once
 
-#include <set>
+#include <cstdint>
+#include <string>
+#include <vector>
 
-#include "findings/finding.h"
+#include "findings/refusal.h"
 
 namespace Quill {
 
-// While it lives, keeps what the library finds on the thread that created it. A thread has at most
-// one at a time.
-class FindingRecorder {
- public:
-  FindingRecorder();
-  FindingRecorder(const FindingRecorder&) = delete;
-  FindingRecorder& operator=(const FindingRecorder&) = delete;
-  ~FindingRecorder();
+// A refusal with its own copy of the evidence.
+struct Refusal {
+  Reason reason;
+  uint64_t number;
+  std::string name;
+  std::vector<uint8_t> expected;
+  std::vector<uint8_t> found;
+};
 
-  bool Has(Finding finding) const { return findings_.count(finding) != 0; }
+// While it lives, keeps the refusals on the thread that created it, in order. A thread has at most
+// one at a time.
+class RefusalRecorder {
+ public:
+  RefusalRecorder();
+  RefusalRecorder(const RefusalRecorder&) = delete;
+  RefusalRecorder& operator=(const RefusalRecorder&) = delete;
+  ~RefusalRecorder();
+
+  const std::vector<Refusal>& Refusals() const { return refusals_; }
+  bool Has(Reason reason) const;
 
  private:
-  friend void Record(Finding finding);
+  friend bool Refuse(Reason reason, const Evidence& evidence);
 
-  std::set<Finding> findings_;
+  std::vector<Refusal> refusals_;
 };
 
 }  // namespace Quill

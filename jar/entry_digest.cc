@@ -4,6 +4,7 @@
 
 #include <quillon/digest.h>
 
+#include "findings/refusal.h"
 #include "util/log.h"
 #include "util/text.h"
 
@@ -31,7 +32,7 @@ bool MatchesDigest(const std::string& digestName, const std::vector<uint8_t>& ex
   if (digestName == "SHA1-Digest") return ComputeSHA1Digest(data) == expected;
   if (digestName == "SHA-256-Digest") return ComputeSHA256Digest(data) == expected;
   QUILL_LOGE("verifyData: Unsupported digest type: %s\n", digestName.c_str());
-  return false;
+  return Refuse(Reason::kJarDigestUnsupported, digestName);
 }
 
 }  // namespace Quill

@@ -19,6 +19,7 @@
 #include <quillon/digest.h>
 
 #include "crypto/number.h"
+#include "findings/refusal.h"
 #include "jar/pkcs7.h"
 #include "util/log.h"
 #include "util/text.h"
@@ -42,7 +43,7 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
   const EVP_MD* md = EVP_parse_digest_algorithm(&algorithm);
   if (md == nullptr) {
     QUILL_LOGE("Can't parse digest algo\n");
-    return false;
+    return Refuse(Reason::kJarDigestAlgorithm);
   }
   out.nid = EVP_MD_type(md);
   switch (out.nid) {
@@ -57,7 +58,7 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
       return true;
     default:
       QUILL_LOGE("Unknown hashing algorithm\n");
-      return false;
+      return Refuse(Reason::kJarDigestAlgorithm, OBJ_nid2sn(out.nid));
   }
 }
 
@@ -126,19 +127,23 @@ bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>
   CBS digestAlgorithm;
   CBS signatureAlgorithm;
   CBS signature;
-  if (!parse_pkcs7(content, &digestAlgorithm, &signatureAlgorithm, &signature)) return false;
+  if (!parse_pkcs7(content, &digestAlgorithm, &signatureAlgorithm, &signature)) {
+    return Refuse(Reason::kJarBlockMalformed);
+  }
   SignedDigest digest;
   if (!DigestSignatureFile(digestAlgorithm, signatureFile, digest)) return false;
 
   ERR_clear_error();  // so that a line below shows an error of this block
   const bssl::UniquePtr<EVP_PKEY> key = SignerKey(block.bytes);
-  if (!key) return false;
+  if (!key) return Refuse(Reason::kJarKeyUnusable);
   int result = 0;
   const auto check = block.isDsa ? CheckDsa : CheckRsa;
-  if (!check(key.get(), digest, signature, publicKey, result)) return false;
+  if (!check(key.get(), digest, signature, publicKey, result)) {
+    return Refuse(Reason::kJarKeyUnusable);
+  }
   if (result != 1) {
     QUILL_LOGE("file not verified: %s(ret=%d)\n", name.c_str(), result);
-    return false;
+    return Refuse(Reason::kJarSignatureMismatch, name);
   }
   return true;
 }

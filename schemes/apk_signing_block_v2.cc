@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "findings/refusal.h"
 #include "schemes/signer_fields.h"
 #include "util/log.h"
 
@@ -29,7 +30,7 @@ bool ApkSigningBlockV2::Parse() {
   if (!parsed) return false;
   if (signers.empty()) {
     QUILL_LOGE("No signer in APK V2 Signature format");
-    return false;
+    return Refuse(Reason::kNoSigner);
   }
   signers_ = std::move(signers);
   return true;
@@ -60,13 +61,13 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
     uint32_t scheme;
     if (!ByteCursor(attribute.value).TakeU32(scheme)) {
       QUILL_LOGE("Additional attributes is small: %zu", attribute.value.size());
-      return false;
+      return Refuse(Reason::kMalformed, "attribute 0xbeeff00d");
     }
     // Deliberate: compared with 2, although the message names 3.
     if (scheme == 2) {
       QUILL_LOGE(
           "APK V2 signature indicates APK is signed using APK Signature Scheme v3, but none was found. Signature stripped?");
-      return false;
+      return Refuse(Reason::kStripped);
     }
   }
   return true;

@@ -2,10 +2,13 @@
 
 #include "schemes/apk_signing_block_v3.h"
 
+#include <string>
 #include <utility>
+#include <vector>
 
 #include <quillon/system.h>
 
+#include "findings/refusal.h"
 #include "schemes/signer_fields.h"
 #include "util/log.h"
 
@@ -24,15 +27,25 @@ uint32_t TakeNumber(ByteCursor& fields) {
 bool TakeSdkRange(ByteCursor& fields, uint32_t& minSdk, uint32_t& maxSdk) {
   if (fields.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field minSDK");
-    return false;
+    return Refuse(Reason::kMalformed, "minSdk");
   }
   minSdk = TakeNumber(fields);
   if (fields.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field maxSDK");
-    return false;
+    return Refuse(Reason::kMalformed, "maxSdk");
   }
   maxSdk = TakeNumber(fields);
   return true;
+}
+
+// Lists the SDK ranges of the signers, such as "24-27, 28-33".
+std::string RangesOf(const std::vector<ApkSigningBlockV3::SignerV3>& signers) {
+  std::string ranges;
+  for (const auto& signer : signers) {
+    if (!ranges.empty()) ranges += ", ";
+    ranges += std::to_string(signer.minSdk) + "-" + std::to_string(signer.maxSdk);
+  }
+  return ranges;
 }
 
 }  // namespace
@@ -49,7 +62,7 @@ bool ApkSigningBlockV3::Parse() {
   if (!parsed) return false;
   if (signers.empty()) {
     QUILL_LOGE("No signer in APK V3 Signature format");
-    return false;
+    return Refuse(Reason::kNoSigner);
   }
   signers_ = std::move(signers);
   return true;
@@ -89,11 +102,11 @@ bool ApkSigningBlockV3::ParseAdditionalAttributes(SignedDataV3& signedData) {
     // Deliberate: a second record is rejected only when the first held a level.
     if (!signedData.proofOfRotation.empty()) {
       QUILL_LOGE("There can't be multiple proof of rotation data");
-      return false;
+      return Refuse(Reason::kLineageMalformed);
     }
     if (!ParseProofOfRotation(attribute.value, signedData.proofOfRotation)) {
       QUILL_LOGE("Can't parse proof of rotation data");
-      return false;
+      return Refuse(Reason::kLineageMalformed);
     }
   }
   return true;
@@ -135,17 +148,17 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
       QUILL_LOGE(
           "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",
           signer.minSdk, signedData.minSdk, signer.maxSdk, signedData.maxSdk);
-      return false;
+      return Refuse(Reason::kSdkRangesDiffer);
     }
     if (signer.minSdk <= version && version <= signer.maxSdk && matchCount++ == 0) out = signer;
   }
   if (matchCount == 0) {
     QUILL_LOGE("Not found any signers");
-    return false;
+    return Refuse(Reason::kNoSignerForSdk, {version, RangesOf(signers_), {}, {}});
   }
   if (matchCount > 1) {
     QUILL_LOGE("Don't support multiple signers: %zu", matchCount);
-    return false;
+    return Refuse(Reason::kSeveralSigners, matchCount);
   }
   return true;
 }
@@ -162,7 +175,7 @@ bool ApkSigningBlockV3::Verify() {
   }
   if (signer.signatures.empty()) {
     QUILL_LOGE("No signatures found for APK V3");
-    return false;
+    return Refuse(Reason::kMalformed, "signatures");
   }
   const SignedDataV3& signedData = signer.signedData;
   VerifiedSignature verified;

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "crypto/x509_certificate.h"
+#include "findings/refusal.h"
 #include "schemes/algorithms.h"
 #include "util/log.h"
 
@@ -34,7 +35,7 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
   if (!hash) {
     QUILL_LOGE("Can't find supporting hash algo for certificate in proof of rotation chain: #%zu",
                number);
-    return false;
+    return Refuse(Reason::kLineageAlgorithm, number);
   }
   const std::unique_ptr<Verifier> verifier = CreateVerifier(algorithmId);
   if (!verifier) {
@@ -45,11 +46,11 @@ bool VerifyLink(uint32_t algorithmId, const std::vector<uint8_t>& previousKey,
   std::unique_ptr<Hash> verifierHash = hash->Clone();
   if (!verifierHash || !verifier->Init(previousKey, std::move(verifierHash))) {
     QUILL_LOGE("Can't initialize verifier object in proof of rotation chain: #%zu", number);
-    return false;
+    return Refuse(Reason::kLineageKey, number);
   }
   if (!verifier->Verify(level.rotationCertificate.data, level.signature)) {
     QUILL_LOGE("Can't verify signature for certificate in proof of rotation chain: #%zu", number);
-    return false;
+    return Refuse(Reason::kLineageSignature, number);
   }
   std::vector<uint8_t> publicKey;
   if (!verifier->GetPublicKey(publicKey)) {
@@ -66,11 +67,11 @@ bool ReadFirstKey(const std::vector<uint8_t>& der, std::vector<uint8_t>& key) {
   if (!certificate.Parse(der)) {
     // Deliberate: the slip in the message is what log readers know.
     QUILL_LOGE("Can't parse X509 certificate for certificate in proof ofrotation chain");
-    return false;
+    return Refuse(Reason::kLineageCertificate, 1);
   }
   if (!certificate.GetPublicKey(key)) {
     QUILL_LOGE("Can't get public key for certificate in proof of rotation chain");
-    return false;
+    return Refuse(Reason::kLineageCertificate, 1);
   }
   return true;
 }
@@ -81,11 +82,11 @@ bool ReadKey(const std::vector<uint8_t>& der, size_t number, std::vector<uint8_t
   if (!certificate.Parse(der)) {
     QUILL_LOGE("Can't parse X509 certificate for certificate in proof of rotation chain: #%zu",
                number);
-    return false;
+    return Refuse(Reason::kLineageCertificate, number);
   }
   if (!certificate.GetPublicKey(key)) {
     QUILL_LOGE("Can't get public key from certificate in proof of rotation chain: #%zu", number);
-    return false;
+    return Refuse(Reason::kLineageCertificate, number);
   }
   return true;
 }
@@ -143,7 +144,7 @@ bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
     // Deliberate: the blanks in the message are what log readers know.
     QUILL_LOGE(
         "Terminal certificate in Proof-of-rotation record does not match             APK signing certificate");
-    return false;
+    return Refuse(Reason::kLineageEnd, chain.size());
   }
   std::vector<uint8_t> previousKey;
   if (!ReadFirstKey(CertificateOf(chain.front()), previousKey)) return false;
@@ -160,7 +161,7 @@ bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
     if (!seen.insert(CertificateOf(level)).second) {
       QUILL_LOGE("Encountered duplicate entries in proof of rotation record at certificate: #%zu",
                  number);
-      return false;
+      return Refuse(Reason::kLineageDuplicate, number);
     }
     if (!ReadKey(CertificateOf(level), number, previousKey)) return false;
   }

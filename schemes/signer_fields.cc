@@ -4,6 +4,7 @@
 
 #include <limits>
 
+#include "findings/refusal.h"
 #include "util/log.h"
 
 namespace Quill {
@@ -21,7 +22,7 @@ bool ParseSigners(ByteCursor value,
     const uint64_t taken = before - value.Remaining();
     if (taken > left) {
       QUILL_LOGE("Can't iterate to the next field signer");
-      return false;
+      return Refuse(Reason::kMalformed, "signer");
     }
     left -= taken;
   }
@@ -39,15 +40,15 @@ bool TakeDigestsAndCertificates(ByteCursor& signedData, std::vector<Digest>& dig
   ByteCursor items;
   if (!signedData.TakeLengthValue(items) || !ParseSequence(items, digests)) {
     QUILL_LOGE("Can't parse digests");
-    return false;
+    return Refuse(Reason::kMalformed, "digests");
   }
   if (signedData.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field certificates");
-    return false;
+    return Refuse(Reason::kMalformed, "certificates");
   }
   if (!signedData.TakeLengthValue(items) || !ParseSequence(items, certificates)) {
     QUILL_LOGE("Can't parse certificates");
-    return false;
+    return Refuse(Reason::kMalformed, "certificates");
   }
   return true;
 }
@@ -55,13 +56,13 @@ bool TakeDigestsAndCertificates(ByteCursor& signedData, std::vector<Digest>& dig
 bool TakeAttributes(ByteCursor& signedData, std::vector<Attribute>& attributes) {
   if (signedData.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field attributes");
-    return false;
+    return Refuse(Reason::kMalformed, "attributes");
   }
   ByteCursor items;
   if (!signedData.TakeLengthValue(items) ||
       !ParseSequence(items, /*following=*/signedData.Remaining(), attributes)) {
     QUILL_LOGE("Can't parse attributes");
-    return false;
+    return Refuse(Reason::kMalformed, "attributes");
   }
   return true;
 }
@@ -71,19 +72,19 @@ bool TakeSignaturesAndPublicKey(ByteCursor& signer, bool isWhole,
                                 std::vector<uint8_t>& publicKey) {
   if (signer.Remaining() == 0) {
     QUILL_LOGE("Can't iterate to the next field signatures");
-    return false;
+    return Refuse(Reason::kMalformed, "signatures");
   }
   ByteCursor items;
   if (!signer.TakeLengthValue(items) || !ParseSequence(items, signatures)) {
     QUILL_LOGE("Can't parse signatures");
-    return false;
+    return Refuse(Reason::kMalformed, "signatures");
   }
   ByteCursor key;
   const bool fits = signer.TakeLengthValue(key);
   publicKey = key.ToVector();
   if (!fits || !isWhole || signer.Remaining() != 0) {
     QUILL_LOGE("Can't iterate to the next field public key");
-    return false;
+    return Refuse(Reason::kMalformed, "publicKey");
   }
   return true;
 }

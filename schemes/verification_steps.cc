@@ -6,11 +6,21 @@
 #include <utility>
 
 #include "crypto/x509_certificate.h"
+#include "findings/refusal.h"
 #include "schemes/algorithms.h"
 #include "signing_block/process_hashes.h"
 #include "util/log.h"
 
 namespace Quill {
+namespace {
+
+// None of the algorithms is supported.
+template <typename Record>
+bool RefuseAlgorithm(const std::vector<Record>& entries) {
+  return Refuse(Reason::kAlgorithmUnsupported, entries.empty() ? 0 : entries.front().algorithmId);
+}
+
+}  // namespace
 
 bool VerifySignature(const std::vector<Signature>& signatures,
                      const std::vector<uint8_t>& publicKey, const std::vector<uint8_t>& signedData,
@@ -18,7 +28,7 @@ bool VerifySignature(const std::vector<Signature>& signatures,
   const auto best = FindBestSupported(signatures);
   if (best == signatures.end()) {
     QUILL_LOGE("Can't find supporting signing algorithm");
-    return false;
+    return RefuseAlgorithm(signatures);
   }
   QUILL_LOGI("Found the best signature algorithm ID: 0x%x", best->algorithmId);
   out.hash = CreateHash(best->algorithmId);
@@ -34,11 +44,11 @@ bool VerifySignature(const std::vector<Signature>& signatures,
   std::unique_ptr<Hash> verifierHash = out.hash->Clone();
   if (!verifierHash || !out.verifier->Init(publicKey, std::move(verifierHash))) {
     QUILL_LOGE("Can't initialize verifier object");
-    return false;
+    return Refuse(Reason::kKeyUnusable);
   }
   if (!out.verifier->Verify(signedData, best->value)) {
     QUILL_LOGE("Can't verify signature");
-    return false;
+    return Refuse(Reason::kSignatureMismatch, best->algorithmId);
   }
   return true;
 }
@@ -47,21 +57,21 @@ bool VerifyMainCertificate(const std::vector<std::vector<uint8_t>>& certificates
                            const std::vector<uint8_t>& publicKey) {
   if (certificates.empty() || publicKey.empty()) {
     QUILL_LOGE("APK doesn't have certificates or public key of signer is empty\n");
-    return false;
+    return Refuse(Reason::kCertificateMissing);
   }
   X509Certificate certificate;
   if (!certificate.Parse(certificates.front())) {
     QUILL_LOGE("Can't parse X509 certificate\n");
-    return false;
+    return Refuse(Reason::kCertificateMalformed);
   }
   std::vector<uint8_t> certifiedKey;
   if (!certificate.GetPublicKey(certifiedKey)) {
     QUILL_LOGE("Can't get public key\n");
-    return false;
+    return Refuse(Reason::kCertificateMalformed);
   }
   if (certifiedKey != publicKey) {
     QUILL_LOGE("Public keys of certificate and signer are mismatched\n");
-    return false;
+    return Refuse(Reason::kCertificateKeyDiffers, {0, {}, &certifiedKey, &publicKey});
   }
   return true;
 }
@@ -89,12 +99,12 @@ bool VerifyContent(const std::vector<Signature>& signatures, const std::vector<D
                    const FilePages& pages) {
   if (!CompareOrder(signatures, digests)) {
     QUILL_LOGE("Can't compare order signatures and digests");
-    return false;
+    return Refuse(Reason::kAlgorithmsDiffer);
   }
   const auto best = FindBestSupported(digests);
   if (best == digests.end()) {
     QUILL_LOGE("Can't find supporting signing algorithm for digests");
-    return false;
+    return RefuseAlgorithm(digests);
   }
   // Deliberate: every signer has the package digested again; no result is kept for the next.
   std::vector<uint8_t> topDigest;
@@ -104,7 +114,7 @@ bool VerifyContent(const std::vector<Signature>& signatures, const std::vector<D
   }
   if (best->value != topDigest) {
     QUILL_LOGE("Can't verify digests of APK");
-    return false;
+    return Refuse(Reason::kDigestMismatch, {0, {}, &best->value, &topDigest});
   }
   return true;
 }

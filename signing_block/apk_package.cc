@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "findings/refusal.h"
 #include "schemes/apk_signature_block_base.h"
 #include "schemes/apk_signing_block_v2.h"
 #include "schemes/apk_signing_block_v3.h"
@@ -43,19 +44,19 @@ bool SkipPair(ByteCursor& pairs) {
     QUILL_LOGE(
         "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: remaining_space: %td\n",
         remaining);
-    return false;
+    return Refuse(Reason::kBlockPairs);
   }
   if (length < sizeof(ApkSignatureBlock::id)) {
     QUILL_LOGE("Bad lenght of APK Signing Block: 0x%llx\n",
                static_cast<unsigned long long>(length));
-    return false;
+    return Refuse(Reason::kBlockPairs);
   }
   ByteCursor body;
   if (!pairs.Take(length, body)) {
     QUILL_LOGE(
         "Out of range for sequence of uint64-length-prefixed ID-value pairsin APK Signing Block: remaining_space: %td block->len: %lld\n",
         remaining, static_cast<long long>(length));
-    return false;
+    return Refuse(Reason::kBlockPairs);
   }
   return true;
 }
@@ -111,11 +112,15 @@ const ApkSigningBlock* ApkPackage::FindApkSigningBlock(
       0) {
     return nullptr;
   }
-  if (footer.size > end - sizeof(ApkSigningBlock)) return nullptr;
-
+  if (footer.size > end - sizeof(ApkSigningBlock)) {
+    Refuse(Reason::kBlockSize);
+    return nullptr;
+  }
   const auto* block = reinterpret_cast<const ApkSigningBlock*>(
       mapping_->Data() + end - footer.size - sizeof(ApkSigningBlock));
-  return CopyRecord<ApkSigningBlock>(block).size == footer.size ? block : nullptr;
+  if (CopyRecord<ApkSigningBlock>(block).size == footer.size) return block;
+  Refuse(Reason::kBlockSize);
+  return nullptr;
 }
 
 bool ApkPackage::CheckEndOfCentralAndCentralDirectories(
@@ -123,9 +128,10 @@ bool ApkPackage::CheckEndOfCentralAndCentralDirectories(
   const auto record = CopyRecord<EocdRecord>(eocd);
   const uint64_t eocdOffset = OffsetOf(eocd);
   const uint64_t directoryOffset = OffsetOf(centralDirectory);
-  if (eocdOffset < directoryOffset) return false;
-  if (eocdOffset - directoryOffset != record.centralDirectorySize) return false;
-  return eocdOffset + sizeof record + record.commentLength == mapping_->Size();
+  return (eocdOffset >= directoryOffset &&
+          eocdOffset - directoryOffset == record.centralDirectorySize &&
+          eocdOffset + sizeof record + record.commentLength == mapping_->Size()) ||
+         Refuse(Reason::kBlockEndRecord);
 }
 
 bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
@@ -137,7 +143,7 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
     // Deliberate: this is the only message here at info priority. The slips in the others stay.
     QUILL_LOGI(
         "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n");
-    return false;
+    return Refuse(Reason::kBlockSize);
   }
 
   std::vector<const ApkSignatureBlock*> pairs;
@@ -159,6 +165,7 @@ const ApkSignatureBlock* ApkPackage::FindApkSignatureBlock(
     versionScheme_ = 2;
     return pair;
   }
+  Refuse(Reason::kBlockNoScheme);
   return nullptr;
 }
 

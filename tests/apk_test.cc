@@ -66,11 +66,11 @@ TEST(Apk, ReadsAManifestWholeUpToASecondsWork) {
       {ManifestOf(2000, 0, 65535, 0), false},
   };
   for (const auto& [xml, isRead] : kCases) {
-    const FindingRecorder findings;
+    const RefusalRecorder recorder;
     const OpenedPackage opened(PackageBuilder().Manifest(xml).V2().Build());
     EXPECT_TRUE(opened.isGoodApk);
     EXPECT_EQ(isRead, opened.isHalyx) << xml.size();
-    EXPECT_EQ(isRead, !findings.Has(Finding::kManifestOverBudget));
+    EXPECT_EQ(isRead, recorder.Refusals().empty());
   }
 }
 

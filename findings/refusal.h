@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+namespace Quill {
+
+// Why a package is refused, or not verified. cli/reasons.cc has the code and the words of each.
+enum class Reason {
+  // the archive and its manifests
+  kNoArchive,           // name: the archive library's error
+  kManifestUnreadable,  // AndroidManifest.xml; name: the archive library's error
+  kManifestMalformed,
+  kManifestOverBudget,  // reading it costs too much
+  kJarManifestMalformed,
+  kOutsideHalyx,
+  kNotMapped,
+  // the APK Signing Block
+  kBlockSize,
+  kBlockEndRecord,
+  kBlockPairs,
+  kBlockNoScheme,
+  // schemes v2 and v3
+  kMalformed,  // name: the field that does not fit
+  kNoSigner,
+  kAlgorithmUnsupported,  // number: the first ID
+  kKeyUnusable,
+  kSignatureMismatch,  // number: the algorithm's ID
+  kCertificateMissing,
+  kCertificateMalformed,
+  kCertificateKeyDiffers,
+  kStripped,
+  kAlgorithmsDiffer,
+  kDigestMismatch,  // expected, found
+  kSdkRangesDiffer,
+  kNoSignerForSdk,  // number: the platform's SDK level
+  kSeveralSigners,  // number: how many
+  // the lineage; number: the level, from 1
+  kLineageMalformed,
+  kLineageEnd,
+  kLineageCertificate,
+  kLineageAlgorithm,
+  kLineageKey,
+  kLineageSignature,
+  kLineageDuplicate,
+  // the JAR signature
+  kJarNoManifest,
+  kJarNoSignatureFile,
+  kJarSignatureFileMalformed,
+  kJarClaimsScheme,  // name: the scheme
+  kJarNoBlock,       // name: the entry that is missing
+  kJarBlockMalformed,
+  kJarDigestAlgorithm,
+  kJarKeyUnusable,
+  kJarSignatureMismatch,  // name: the signature file
+  kJarManifestMismatch,
+  kJarEntryUnreadable,  // name: the entry, also in the next three
+  kJarEntryUnlisted,
+  kJarEntryMismatch,
+  kJarEntryDiffers,
+  kJarDigestUnsupported,  // name: the digest
+};
+
+// What the place that refuses knows. The bytes and texts are borrowed for the call.
+struct Evidence {
+  uint64_t number = 0;
+  std::string_view name;
+  const std::vector<uint8_t>* expected = nullptr;
+  const std::vector<uint8_t>* found = nullptr;
+};
+
+// Takes note of a refusal on the calling thread, and returns false. Called once for each refusal,
+// by the innermost function that knows the reason. libquillon.so links log_only.cc, where this does
+// nothing, so that the library keeps no state. The tool and the tests link recorder.cc.
+bool Refuse(Reason reason, const Evidence& evidence = {});
+
+// The same for one that has a number, or a name, and no more.
+inline bool Refuse(Reason reason, uint64_t number) { return Refuse(reason, {number, {}, {}, {}}); }
+inline bool Refuse(Reason reason, std::string_view name) {
+  return Refuse(reason, {0, name, nullptr, nullptr});
+}
+
+}  // namespace Quill
