@@ -14,27 +14,26 @@ namespace Quill::Tool {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-ChildQueue::ChildQueue(size_t count, size_t most, const ChildLimits& limits,
-                       std::function<std::string(size_t)> work)
-    : count_(count), most_(most), limits_(limits), work_(std::move(work)) {}
+ChildQueue::ChildQueue(size_t most, const ChildLimits& limits, std::function<Work()> next)
+    : most_(most), limits_(limits), next_(std::move(next)) {}
 
-bool ChildQueue::WaitFor(size_t index, milliseconds time) {
+ChildQueue::State ChildQueue::WaitFor(milliseconds time) {
   const auto end = steady_clock::now() + time;
-  while (results_.count(index) == 0) {
+  while (results_.count(taken_) == 0) {
     StartChildren();
+    if (isEnd_ && taken_ == started_) return State::kEnd;
     const auto left = std::chrono::ceil<milliseconds>(end - steady_clock::now());
-    if (left <= milliseconds(0)) return false;
+    if (left <= milliseconds(0)) return State::kWaiting;
     Listen(left);
   }
-  return true;
+  return State::kReady;
 }
 
-ChildResult ChildQueue::Take(size_t index) {
-  const auto found = results_.find(index);
+ChildResult ChildQueue::Take() {
+  const auto found = results_.find(taken_++);
   ChildResult result = std::move(found->second);
   results_.erase(found);
   resultSize_ -= result.report.size();
-  taken_ = index + 1;
   return result;
 }
 
@@ -42,21 +41,26 @@ void ChildQueue::StartChildren() {
   // A piece that takes long holds the others' results back. So only so many wait for it.
   constexpr size_t kMostAhead = 1000;
   constexpr size_t kMostResults = 256 << 20;
-  while (again_.empty() && next_ < count_ && running_.size() < most_ &&
-         next_ < taken_ + kMostAhead && (resultSize_ < kMostResults || running_.empty())) {
-    if (!Start(next_)) return;
-    ++next_;
+  while (again_.empty() && !isEnd_ && running_.size() < most_ && started_ < taken_ + kMostAhead &&
+         (resultSize_ < kMostResults || running_.empty())) {
+    if (!waiting_) waiting_ = next_();
+    isEnd_ = !waiting_;
+    if (isEnd_ || !Start(started_, waiting_)) break;
+    waiting_ = nullptr;
+    ++started_;
   }
-  if (!again_.empty() && running_.empty()) static_cast<void>(Start(*again_.begin()));  // alone
+  if (again_.empty() || !running_.empty()) return;
+  const auto& [index, work] = *again_.begin();  // alone
+  static_cast<void>(Start(index, work));
 }
 
 // Returns false when no process can be started, and others may end that hinder it.
-bool ChildQueue::Start(size_t index) {
+bool ChildQueue::Start(size_t index, const Work& work) {
   try {
-    running_[index] = std::make_unique<Child>([this, index] { return work_(index); }, limits_);
+    auto child = std::make_unique<Child>(work, limits_);
+    running_.emplace(index, Piece{work, std::move(child)});
     return true;
   } catch (const std::system_error&) {
-    running_.erase(index);
     if (!running_.empty()) return false;
     Deliver(index, {ChildEnd::kNotStarted, 0, {}});
     return true;
@@ -67,26 +71,25 @@ void ChildQueue::Listen(milliseconds time) {
   std::vector<pollfd> pipes;
   std::vector<size_t> indexes;
   auto wake = steady_clock::now() + time;
-  for (const auto& [index, child] : running_) {
-    pipes.push_back({child->Pipe(), POLLIN, 0});
+  for (const auto& [index, piece] : running_) {
+    pipes.push_back({piece.child->Pipe(), POLLIN, 0});
     indexes.push_back(index);
-    wake = std::min(wake, child->Deadline());
+    wake = std::min(wake, piece.child->Deadline());
   }
   const auto left = std::chrono::ceil<milliseconds>(wake - steady_clock::now());
   poll(pipes.data(), pipes.size(), std::max(0, static_cast<int>(left.count())));
   for (size_t i = 0; i < pipes.size(); ++i) {
-    Child& child = *running_[indexes[i]];
+    Child& child = *running_.at(indexes[i]).child;
     const bool isLate = steady_clock::now() >= child.Deadline();
     if (isLate || (pipes[i].revents != 0 && !child.Read())) End(indexes[i]);
   }
 }
 
 void ChildQueue::End(size_t index) {
-  const auto found = running_.find(index);
-  ChildResult result = found->second->Finish();
-  running_.erase(found);
+  auto piece = running_.extract(index);
+  ChildResult result = piece.mapped().child->Finish();
   const bool diedOfSignal = result.end == ChildEnd::kCrashed && result.signal != 0;
-  if (diedOfSignal && again_.insert(index).second) return;
+  if (diedOfSignal && again_.emplace(index, std::move(piece.mapped().work)).second) return;
   Deliver(index, std::move(result));
 }
 
@@ -94,7 +97,6 @@ void ChildQueue::Deliver(size_t index, ChildResult result) {
   again_.erase(index);
   resultSize_ += result.report.size();
   results_.emplace(index, std::move(result));
-  ++doneCount_;
 }
 
 }  // namespace Quill::Tool

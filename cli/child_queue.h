@@ -7,7 +7,6 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <set>
 #include <string>
 
 #include "cli/child.h"
@@ -21,35 +20,43 @@ namespace Quill::Tool {
 // child dies of a signal is done once more, while no other child runs; the second result counts.
 class ChildQueue {
  public:
-  // Piece `index`, from 0 to `count` - 1, is `work(index)`. At most `most` children run at a time.
-  ChildQueue(size_t count, size_t most, const ChildLimits& limits,
-             std::function<std::string(size_t index)> work);
+  using Work = std::function<std::string()>;
 
-  // Starts and watches children until the result of piece `index` is there, or for that time.
-  // Returns whether it is there. `index` is the first that has not been taken.
-  [[nodiscard]] bool WaitFor(size_t index, std::chrono::milliseconds time);
-  // Returns the result of a piece that WaitFor found; once.
-  [[nodiscard]] ChildResult Take(size_t index);
+  // At most `most` children run at a time. `next` returns the pieces in their order, and an empty
+  // function behind the last one. It is called when a child can be started.
+  ChildQueue(size_t most, const ChildLimits& limits, std::function<Work()> next);
+
+  enum class State { kWaiting, kReady, kEnd };
+  // Starts and watches children until the result of the next piece is there, or for that time.
+  // Returns kEnd when all results have been taken.
+  [[nodiscard]] State WaitFor(std::chrono::milliseconds time);
+  // Returns the result that WaitFor found.
+  [[nodiscard]] ChildResult Take();
   // How many pieces are done, taken or not.
-  size_t DoneCount() const { return doneCount_; }
+  size_t DoneCount() const { return taken_ + results_.size(); }
 
  private:
+  struct Piece {
+    Work work;
+    std::unique_ptr<Child> child;
+  };
+
   void StartChildren();
-  [[nodiscard]] bool Start(size_t index);
+  [[nodiscard]] bool Start(size_t index, const Work& work);
   // Waits until a child has something to say, at most that long, and listens to it.
   void Listen(std::chrono::milliseconds time);
   void End(size_t index);
   void Deliver(size_t index, ChildResult result);
 
-  const size_t count_;
   const size_t most_;
   const ChildLimits limits_;
-  const std::function<std::string(size_t)> work_;
-  size_t next_ = 0;  // the first piece that was not started
+  const std::function<Work()> next_;
+  Work waiting_;        // came from next_, and no process could be started for it yet
+  bool isEnd_ = false;  // next_ has no more
+  size_t started_ = 0;
   size_t taken_ = 0;
-  size_t doneCount_ = 0;
-  std::map<size_t, std::unique_ptr<Child>> running_;
-  std::set<size_t> again_;  // to be done once more; stays until that is done
+  std::map<size_t, Piece> running_;
+  std::map<size_t, Work> again_;  // to be done once more; stays until that is done
   std::map<size_t, ChildResult> results_;
   size_t resultSize_ = 0;  // bytes of all reports in results_
 };

@@ -3,16 +3,21 @@
 #include <fmt/format.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <deque>
 #include <limits>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "cli/child_queue.h"
 #include "cli/commands.h"
+#include "cli/file_list.h"
 #include "cli/log_recorder.h"
 #include "cli/output.h"
 #include "cli/package_report.h"
@@ -24,6 +29,8 @@ namespace {
 
 struct VerifyOptions {
   std::vector<std::string> files;
+  std::string list;  // a file with more of them; empty: none
+  bool quiet = false;
   bool json = false;
   bool verbose = false;
   bool halyxFilter = false;
@@ -57,48 +64,78 @@ std::string ToBytes(const FileOutput& output) {
   return bytes;
 }
 
-FileOutput FromBytes(const std::string& bytes) {
-  const auto fields = nlohmann::json::from_msgpack(bytes);
-  return {static_cast<ExitStatus>(fields.at(0).get<int>()), fields.at(1), fields.at(2),
-          fields.at(3)};
+// Returns nothing for bytes that no healthy child sends.
+std::optional<FileOutput> FromBytes(const std::string& bytes) {
+  try {
+    const auto fields = nlohmann::json::from_msgpack(bytes);
+    return FileOutput{static_cast<ExitStatus>(fields.at(0).get<int>()), fields.at(1), fields.at(2),
+                      fields.at(3)};
+  } catch (const nlohmann::json::exception&) {
+    return std::nullopt;
+  }
+}
+
+FileOutput OutputOfEnd(const std::string& file, ChildResult result, const VerifyOptions& options) {
+  if (result.end == ChildEnd::kReported) {
+    if (auto output = FromBytes(result.report)) return *std::move(output);
+    result.end = ChildEnd::kCrashed;
+  }
+  return OutputOf(ReportOfEnd(file, result, options.limits), options);
 }
 
 // Returns false when standard output fails.
-bool Print(const FileOutput& output) {
+bool Print(const FileOutput& output, const VerifyOptions& options) {
   for (const std::string& line : output.log) PrintErrorLine(line);
-  if (output.status == kUnreadable) {
-    PrintDiagnostic(output.text);
-    return output.json.empty() || PrintLine(output.json);
-  }
-  return PrintLine(output.json.empty() ? output.text : output.json);
+  if (options.json) return PrintLine(output.json);
+  if (output.status == kDone && options.quiet) return true;
+  if (output.status != kUnreadable) return PrintLine(output.text);
+  PrintDiagnostic(output.text);
+  return true;
 }
 
 ExitStatus Verify(const VerifyOptions& options) {
+  using State = ChildQueue::State;
   constexpr std::chrono::milliseconds kTick(100);
   if (!options.sdk.empty()) setenv("QUILLON_SDK", options.sdk.c_str(), /*overwrite=*/1);
   if (!IsSdkLevelUsable()) return kUsage;
+  FileList files(options.files, options.list);
+  if (!files.IsOpen()) {
+    PrintDiagnostic(FileText(options.list) + ": " + std::generic_category().message(errno));
+    return kUsage;
+  }
   LogRecorder::Install();
-  const std::vector<std::string>& files = options.files;
-  ChildQueue children(
-      files.size(), static_cast<size_t>(options.jobs), options.limits, [&options](size_t i) {
-        return ToBytes(OutputOf(VerifyPackage(options.files[i], !options.halyxFilter), options));
-      });
-  Progress progress(files.size());
+
+  std::deque<std::string> pending;  // the files that were begun, in order
+  ChildQueue children(static_cast<size_t>(options.jobs), options.limits, [&]() -> ChildQueue::Work {
+    const std::optional<std::string> file = files.Next();
+    if (!file) return nullptr;
+    pending.push_back(*file);
+    return [&options, file] {
+      return ToBytes(OutputOf(VerifyPackage(*file, !options.halyxFilter), options));
+    };
+  });
+  Progress progress;
   ExitStatus status = kDone;
-  for (size_t i = 0; i < files.size(); ++i) {
-    do {
-      progress.Show(children.DoneCount());
-    } while (!children.WaitFor(i, kTick));
-    const ChildResult result = children.Take(i);
-    const FileOutput output =
-        result.end == ChildEnd::kReported
-            ? FromBytes(result.report)
-            : OutputOf(ReportOfEnd(files[i], result, options.limits), options);
+  State state = State::kWaiting;
+  while ((state = children.WaitFor(kTick)) != State::kEnd) {
+    progress.Show(children.DoneCount(), files.KnownCount());
+    if (state == State::kWaiting) continue;
+    const FileOutput output = OutputOfEnd(pending.front(), children.Take(), options);
+    pending.pop_front();
     progress.Erase();
-    if (!Print(output)) return kFailed;
+    if (!Print(output, options)) return kFailed;
     if (status == kDone || (output.status != kDone && output.status < status)) {
       status = output.status;
     }
+  }
+  progress.Erase();
+  if (!files.IsWhole()) {
+    PrintDiagnostic(FileText(options.list) + ": the list could not be read to its end");
+    return kFailed;
+  }
+  if (files.KnownCount() == 0) {
+    PrintDiagnostic("no file is named; try \"quillon verify --help\"");
+    return kUsage;
   }
   return status;
 }
@@ -108,8 +145,15 @@ ExitStatus Verify(const VerifyOptions& options) {
 CommandRun DeclareVerify(CLI::App& parser) {
   constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
   const auto options = std::make_shared<VerifyOptions>();
-  parser.add_option("FILE", options->files, "Packages to verify")->type_name("")->required();
-  parser.add_flag("--json", options->json, "Print one JSON object per file");
+  parser.add_option("FILE", options->files, "Packages to verify")->type_name("");
+  parser
+      .add_option("--files-from0", options->list,
+                  "Verify the files of this list, too: names that end with a zero byte each; - for "
+                  "standard input")
+      ->type_name("LIST");
+  parser.add_flag("-q,--quiet", options->quiet, "Print only what is not verified");
+  parser.add_flag("--json", options->json,
+                  "Print one JSON object per file, and nothing about files on standard error");
   parser
       .add_option("--sdk", options->sdk,
                   "Verify as a platform of SDK level N does (default: $QUILLON_SDK, or 30); "

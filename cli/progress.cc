@@ -10,13 +10,12 @@
 
 namespace Quill::Tool {
 
-Progress::Progress(size_t totalCount)
-    : totalCount_(totalCount), onTerminal_(isatty(STDERR_FILENO) != 0) {}
+Progress::Progress() : onTerminal_(isatty(STDERR_FILENO) != 0) {}
 
-void Progress::Show(size_t doneCount) {
+void Progress::Show(size_t doneCount, size_t totalCount) {
   constexpr std::chrono::seconds kPatience(1);
   if (!onTerminal_ || std::chrono::steady_clock::now() - start_ < kPatience) return;
-  const std::string text = fmt::format("verified {} of {}", doneCount, totalCount_);
+  const std::string text = fmt::format("verified {} of {}", doneCount, totalCount);
   shownLength_ = text.size();
   std::fputs(("\r" + text).c_str(), stderr);
 }

@@ -11,13 +11,12 @@ namespace Quill::Tool {
 // appears after one second of work. Erase it before writing anything else.
 class Progress {
  public:
-  explicit Progress(size_t totalCount);
+  Progress();
 
-  void Show(size_t doneCount);
+  void Show(size_t doneCount, size_t totalCount);
   void Erase();
 
  private:
-  const size_t totalCount_;
   const bool onTerminal_;
   const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
   size_t shownLength_ = 0;  // columns

@@ -92,6 +92,7 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_verify.cc
   util/escape.cc
   cli/file_label.cc
+  cli/file_list.cc
   cli/journal_file.cc
   cli/log_recorder.cc
   cli/logged_run.cc
