@@ -11,8 +11,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <exception>
-#include <fstream>
 #include <new>
 #include <system_error>
 #include <utility>
@@ -21,7 +21,7 @@ namespace Quill::Tool {
 namespace {
 
 // Statuses of a child. A report counts only with kWhole.
-enum ChildStatus { kWhole = 0, kFailedWork = 1, kOutOfMemory = 2 };
+enum ChildStatus { kWhole = 0, kFailedWork = 1, kOutOfMemory = 2, kNoThread = 3 };
 
 [[noreturn]] void EndForLackOfMemory() { _exit(kOutOfMemory); }
 
@@ -34,13 +34,16 @@ void Limit(decltype(RLIMIT_CPU) resource, rlim_t soft, rlim_t hard) {
   if (setrlimit(resource, &limit) != 0) _exit(kFailedWork);
 }
 
-// Returns the bytes that RLIMIT_DATA counts in this process so far.
+// Returns the bytes that RLIMIT_DATA counts in this process so far; 0 when that is not known, so
+// that a limit above it is only lower.
 rlim_t DataSize() {
-  constexpr int kData = 5;  // the field of proc(5)
-  std::ifstream file("/proc/self/statm");
-  rlim_t pages = 0;
-  for (int i = 0; i <= kData; ++i) file >> pages;
-  if (!file) throw std::system_error(ENOSYS, std::generic_category(), "/proc/self/statm");
+  char text[128] = "";
+  const int fd = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
+  const ssize_t length = fd < 0 ? 0 : read(fd, text, sizeof text - 1);
+  if (fd >= 0) close(fd);
+  unsigned long long pages = 0;
+  // The sixth field of proc(5).
+  if (length <= 0 || sscanf(text, "%*u %*u %*u %*u %*u %llu", &pages) != 1) return 0;
   return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
@@ -54,13 +57,13 @@ void WriteAll(int fd, const std::string& bytes) {
 
 // Runs in the child.
 [[noreturn]] void Work(const std::function<std::string()>& work, const ChildLimits& limits,
-                       rlim_t dataSize, pid_t parent, int pipe) {
+                       pid_t parent, int pipe) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != parent) _exit(kFailedWork);
   for (const int number : {SIGBUS, SIGXCPU, SIGPIPE}) signal(number, SIG_DFL);
   Limit(RLIMIT_CORE, 0, 0);
   Limit(RLIMIT_CPU, limits.seconds, rlim_t{limits.seconds} + 1);
-  const rlim_t most = dataSize + (rlim_t{limits.mebibytes} << 20);
+  const rlim_t most = DataSize() + (rlim_t{limits.mebibytes} << 20);
   Limit(RLIMIT_DATA, most, most);
   std::set_new_handler(EndForLackOfMemory);
   try {
@@ -68,24 +71,33 @@ void WriteAll(int fd, const std::string& bytes) {
   } catch (const std::bad_alloc&) {
     _exit(kOutOfMemory);
   } catch (const std::system_error&) {
-    _exit(kOutOfMemory);  // no thread could be started
+    _exit(kNoThread);
   } catch (const std::exception&) {
     _exit(kFailedWork);
   }
   _exit(kWhole);
 }
 
+// The processor time that a child gets: less than the limit where the process has a lower one.
+uint64_t SecondsFor(const ChildLimits& limits) {
+  rlimit own;
+  if (getrlimit(RLIMIT_CPU, &own) != 0) return limits.seconds;
+  return std::min<uint64_t>({limits.seconds, own.rlim_cur, own.rlim_max});
+}
+
 }  // namespace
 
 Child::Child(const std::function<std::string()>& work, const ChildLimits& limits)
-    : limits_(limits),
+    : seconds_(SecondsFor(limits)),
       deadline_(std::chrono::steady_clock::now() + 5 * std::chrono::seconds(limits.seconds)) {
-  static const rlim_t dataSize = DataSize();
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
   const pid_t parent = getpid();
   pid_ = fork();
-  if (pid_ == 0) Work(work, limits, dataSize, parent, ends[1]);
+  if (pid_ == 0) {
+    close(ends[0]);
+    Work(work, limits, parent, ends[1]);
+  }
   const int error = errno;
   close(ends[1]);
   pipe_ = ends[0];
@@ -107,7 +119,8 @@ bool Child::Read() {
     const ssize_t count = read(pipe_, piece, sizeof piece);
     if (count < 0 && errno == EINTR) continue;
     if (count < 0) return errno == EAGAIN;
-    if (count == 0) return false;
+    isAtEnd_ = count == 0;
+    if (isAtEnd_) return false;
     hasReportedTooMuch_ = report_.size() + static_cast<size_t>(count) > kMostReport;
     if (hasReportedTooMuch_) return false;
     report_.append(piece, static_cast<size_t>(count));
@@ -120,20 +133,33 @@ ChildResult Child::Finish() {
   kill(pid_, SIGKILL);
   int status = 0;
   rusage usage = {};
-  while (wait4(pid_, &status, 0, &usage) < 0 && errno == EINTR) {
-  }
+  pid_t ended = -1;
+  do {
+    ended = wait4(pid_, &status, 0, &usage);
+  } while (ended < 0 && errno == EINTR);
+  if (ended < 0) status = kFailedWork << 8;  // somebody else has waited for it
   pid_ = -1;
+  if (!hasReportedTooMuch_) static_cast<void>(Read());
   if (hasReportedTooMuch_) return {ChildEnd::kMemoryLimit, 0, {}};
   if (WIFEXITED(status)) {
-    if (WEXITSTATUS(status) == kWhole) return {ChildEnd::kReported, 0, std::move(report_)};
-    return {
-        WEXITSTATUS(status) == kOutOfMemory ? ChildEnd::kMemoryLimit : ChildEnd::kCrashed, 0, {}};
+    switch (WEXITSTATUS(status)) {
+      case kWhole:
+        if (isAtEnd_) return {ChildEnd::kReported, 0, std::move(report_)};
+        return {ChildEnd::kCrashed, 0, {}};
+      case kOutOfMemory:
+        return {ChildEnd::kMemoryLimit, 0, {}};
+      case kNoThread:
+        return {ChildEnd::kNotStarted, 0, {}};
+      default:
+        return {ChildEnd::kCrashed, 0, {}};
+    }
   }
   const int signal = WTERMSIG(status);
-  const bool isSpent = usage.ru_utime.tv_sec + usage.ru_stime.tv_sec >= limits_.seconds;
-  if (signal == SIGXCPU || (signal == SIGKILL && (isLate || isSpent))) {
+  const auto spent = static_cast<uint64_t>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec);
+  if ((signal == SIGXCPU || signal == SIGKILL) && spent + 1 >= seconds_) {
     return {ChildEnd::kTimeLimit, signal, {}};
   }
+  if (signal == SIGKILL && isLate) return {ChildEnd::kLate, signal, {}};
   return {signal == SIGBUS ? ChildEnd::kFileLost : ChildEnd::kCrashed, signal, {}};
 }
 

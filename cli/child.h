@@ -18,11 +18,12 @@ struct ChildLimits {
 
 enum class ChildEnd {
   kReported,     // the work is done
-  kTimeLimit,    // stopped: it took too long
+  kTimeLimit,    // stopped: it took too much processor time
+  kLate,         // stopped: it took too long by the clock
   kMemoryLimit,  // gave up: it could not get the memory that it asked for, or reported too much
   kFileLost,     // died reading a mapped file that had shrunk or could not be read (SIGBUS)
   kCrashed,      // died of another signal, or ended without a whole report
-  kNotStarted,   // the system has no process left
+  kNotStarted,   // the system has no process, thread or descriptor left
 };
 
 struct ChildResult {
@@ -52,18 +53,21 @@ class Child {
   // A descriptor that can be read when Read has something to do.
   int Pipe() const { return pipe_; }
   std::chrono::steady_clock::time_point Deadline() const { return deadline_; }
+  size_t ReportSize() const { return report_.size(); }
   // Reads what the child has written so far, without waiting for more. Returns false when it has
   // closed its end, or has written too much; then call Finish.
   [[nodiscard]] bool Read();
-  // Kills a child that has not ended by then, and returns how it ended; once.
+  // Kills a child that has not ended by then, and returns how it ended, with all that it has
+  // written; once.
   [[nodiscard]] ChildResult Finish();
 
  private:
-  const ChildLimits limits_;
+  const uint64_t seconds_;  // of processor time
   const std::chrono::steady_clock::time_point deadline_;
   int pipe_ = -1;
   pid_t pid_ = -1;
   std::string report_;
+  bool isAtEnd_ = false;  // the child has closed its end of the pipe
   bool hasReportedTooMuch_ = false;
 };
 

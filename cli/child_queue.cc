@@ -3,6 +3,8 @@
 #include "cli/child_queue.h"
 
 #include <poll.h>
+#include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <system_error>
@@ -15,7 +17,9 @@ using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
 ChildQueue::ChildQueue(size_t most, const ChildLimits& limits, std::function<Work()> next)
-    : most_(most), limits_(limits), next_(std::move(next)) {}
+    : most_(most), limits_(limits), next_(std::move(next)) {
+  signal(SIGCHLD, SIG_DFL);  // with SIG_IGN, the system would throw away how children end
+}
 
 ChildQueue::State ChildQueue::WaitFor(milliseconds time) {
   const auto end = steady_clock::now() + time;
@@ -33,7 +37,6 @@ ChildResult ChildQueue::Take() {
   const auto found = results_.find(taken_++);
   ChildResult result = std::move(found->second);
   results_.erase(found);
-  resultSize_ -= result.report.size();
   return result;
 }
 
@@ -42,7 +45,7 @@ void ChildQueue::StartChildren() {
   constexpr size_t kMostAhead = 1000;
   constexpr size_t kMostResults = 256 << 20;
   while (again_.empty() && !isEnd_ && running_.size() < most_ && started_ < taken_ + kMostAhead &&
-         (resultSize_ < kMostResults || running_.empty())) {
+         (running_.empty() || ResultSize() < kMostResults)) {
     if (!waiting_) waiting_ = next_();
     isEnd_ = !waiting_;
     if (isEnd_ || !Start(started_, waiting_)) break;
@@ -54,10 +57,21 @@ void ChildQueue::StartChildren() {
   static_cast<void>(Start(index, work));
 }
 
+size_t ChildQueue::ResultSize() const {
+  size_t size = 0;
+  for (const auto& [index, result] : results_) size += result.report.size();
+  for (const auto& [index, piece] : running_) size += piece.child->ReportSize();
+  return size;
+}
+
 // Returns false when no process can be started, and others may end that hinder it.
 bool ChildQueue::Start(size_t index, const Work& work) {
   try {
-    auto child = std::make_unique<Child>(work, limits_);
+    const auto workApart = [this, &work] {
+      for (const auto& [other, piece] : running_) close(piece.child->Pipe());
+      return work();
+    };
+    auto child = std::make_unique<Child>(workApart, limits_);
     running_.emplace(index, Piece{work, std::move(child)});
     return true;
   } catch (const std::system_error&) {
@@ -80,22 +94,22 @@ void ChildQueue::Listen(milliseconds time) {
   poll(pipes.data(), pipes.size(), std::max(0, static_cast<int>(left.count())));
   for (size_t i = 0; i < pipes.size(); ++i) {
     Child& child = *running_.at(indexes[i]).child;
-    const bool isLate = steady_clock::now() >= child.Deadline();
-    if (isLate || (pipes[i].revents != 0 && !child.Read())) End(indexes[i]);
+    const bool isAtEnd = pipes[i].revents != 0 && !child.Read();
+    if (isAtEnd || steady_clock::now() >= child.Deadline()) End(indexes[i]);
   }
 }
 
 void ChildQueue::End(size_t index) {
   auto piece = running_.extract(index);
   ChildResult result = piece.mapped().child->Finish();
-  const bool diedOfSignal = result.end == ChildEnd::kCrashed && result.signal != 0;
-  if (diedOfSignal && again_.emplace(index, std::move(piece.mapped().work)).second) return;
+  const bool isFromOutside = (result.end == ChildEnd::kCrashed && result.signal != 0) ||
+                             result.end == ChildEnd::kLate || result.end == ChildEnd::kNotStarted;
+  if (isFromOutside && again_.emplace(index, std::move(piece.mapped().work)).second) return;
   Deliver(index, std::move(result));
 }
 
 void ChildQueue::Deliver(size_t index, ChildResult result) {
   again_.erase(index);
-  resultSize_ += result.report.size();
   results_.emplace(index, std::move(result));
 }
 

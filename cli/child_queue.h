@@ -16,8 +16,9 @@ namespace Quill::Tool {
 // Does many pieces of work, each in a child of its own, several at a time. The caller takes the
 // results in their order.
 //
-// Somebody may kill a child from outside, or the system may when memory runs out. So a piece whose
-// child dies of a signal is done once more, while no other child runs; the second result counts.
+// What goes wrong with a child need not be its own fault: somebody may kill or stop it, the system
+// may when memory runs out, others may take the processors, processes or threads. So such a piece
+// is done once more, while no other child runs; the second result counts.
 class ChildQueue {
  public:
   using Work = std::function<std::string()>;
@@ -42,6 +43,7 @@ class ChildQueue {
   };
 
   void StartChildren();
+  size_t ResultSize() const;  // bytes of all reports that are there, whole or not
   [[nodiscard]] bool Start(size_t index, const Work& work);
   // Waits until a child has something to say, at most that long, and listens to it.
   void Listen(std::chrono::milliseconds time);
@@ -58,7 +60,6 @@ class ChildQueue {
   std::map<size_t, Piece> running_;
   std::map<size_t, Work> again_;  // to be done once more; stays until that is done
   std::map<size_t, ChildResult> results_;
-  size_t resultSize_ = 0;  // bytes of all reports in results_
 };
 
 }  // namespace Quill::Tool

@@ -64,6 +64,9 @@ FileReason WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
     case ChildEnd::kTimeLimit:
       return {"time-limit", fmt::format("takes more than {} s of processor time", limits.seconds),
               "raise --time-limit if you trust it", ""};
+    case ChildEnd::kLate:
+      return {"time-limit", fmt::format("takes more than {} s by the clock", 5 * limits.seconds),
+              "raise --time-limit if you trust it", ""};
     case ChildEnd::kMemoryLimit:
       return {
           "memory-limit",
@@ -73,7 +76,8 @@ FileReason WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
       return {"changed", "it became shorter while it was read, or a part of it cannot be read",
               "verify it when nobody writes to it", ""};
     case ChildEnd::kNotStarted:
-      return {"no-process", "the system has no process left to read it", "", ""};
+      return {"no-process", "the system has no process, thread or descriptor left to read it", "",
+              ""};
     case ChildEnd::kReported:
     case ChildEnd::kCrashed:
       break;

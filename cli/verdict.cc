@@ -69,6 +69,8 @@ constexpr ReasonText kTexts[] = {
      "it was changed after signing: get it again from its source, or sign it again"},
     {Reason::kSdkRangesDiffer, Way::kScheme, "sdk-ranges-differ",
      "a signer's SDK range is not the one that it signed", kAskSigner},
+    {Reason::kSdkUnknown, Way::kScheme, "sdk-unknown", "the platform does not say its SDK level",
+     "verify with --sdk"},
     {Reason::kNoSignerForSdk, Way::kScheme, "no-signer-for-sdk",
      "no signer is for SDK level {0}, only for {1}", "verify with --sdk of such a level"},
     {Reason::kSeveralSigners, Way::kScheme, "several-signers",
@@ -153,7 +155,11 @@ const Refusal* Find(const std::vector<Refusal>& refusals, Reason reason) {
   return found == refusals.end() ? nullptr : &*found;
 }
 
+const Verdict kNotMapped = {Status::kUndecided,
+                            {"memory-limit", "it could not be mapped", "give it more memory", ""}};
+
 Verdict JudgeNoArchive(const Circumstances& file, const Refusal& refusal) {
+  if (refusal.name == "File mapping failed") return kNotMapped;
   if (!file.lookAlike.empty()) {
     return {Status::kUnreadable,
             {"archive.not-a-zip", "no ZIP archive, but " + file.lookAlike,
@@ -197,8 +203,7 @@ Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
     return JudgeNoArchive(file, *refusal);
   }
   if (Find(refusals, Reason::kNotMapped) != nullptr) {
-    return {Status::kUndecided,
-            {"memory-limit", "it could not be mapped", "give it more memory", ""}};
+    return kNotMapped;
   }
   const Refusal* archive = First(refusals, Way::kArchive);
   if (archive != nullptr && archive->reason == Reason::kManifestUnreadable &&

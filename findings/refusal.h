@@ -36,6 +36,7 @@ enum class Reason {
   kAlgorithmsDiffer,
   kDigestMismatch,  // expected, found
   kSdkRangesDiffer,
+  kSdkUnknown,
   kNoSignerForSdk,  // number: the platform's SDK level
   kSeveralSigners,  // number: how many
   // the lineage; number: the level, from 1

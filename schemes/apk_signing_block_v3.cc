@@ -137,7 +137,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
   int sdk;
   if (!GetVersionSDK(sdk)) {
     QUILL_LOGE("Can't get version of the current SDK version");
-    return false;
+    return Refuse(Reason::kSdkUnknown);
   }
   const auto version = static_cast<uint32_t>(sdk);
   size_t matchCount = 0;

@@ -6,7 +6,6 @@
 
 #include <quillon/apk.h>
 
-#include "findings/recorder.h"
 #include "tests/support/opened_package.h"
 #include "tests/support/table.h"
 
@@ -66,11 +65,10 @@ TEST(Apk, ReadsAManifestWholeUpToASecondsWork) {
       {ManifestOf(2000, 0, 65535, 0), false},
   };
   for (const auto& [xml, isRead] : kCases) {
-    const RefusalRecorder recorder;
     const OpenedPackage opened(PackageBuilder().Manifest(xml).V2().Build());
     EXPECT_TRUE(opened.isGoodApk);
     EXPECT_EQ(isRead, opened.isHalyx) << xml.size();
-    EXPECT_EQ(isRead, recorder.Refusals().empty());
+    EXPECT_EQ(isRead, opened.refusals.empty());
   }
 }
 

@@ -85,6 +85,9 @@ Check_documents() {  # the files, tests and names in the documents exist
       [A-Z]*[a-z]*) [[ $name == *[!A-Za-z0-9_]* ]] || git grep -qF "$name" -- ':!*.md' ;;
     esac || { echo "no such thing: $name, in" "$(git grep -lF "\`$name" -- '*.md')"; status=1; }
   done
+  for name in $(grep -ohE '"[a-z0-9]+[.-][a-z0-9.-]+",' cli/verdict.cc cli/package_report.cc | tr -d '",'); do
+    grep -q "[\`.]$name\`" docs/reasons.md || { echo "docs/reasons.md lacks $name"; status=1; }
+  done
   return "$status"
 }
 

@@ -19,8 +19,11 @@ using Base = ApkSignatureBlockBase;
 const Regions kContent = {{'c', 'o', 'n', 't', 'e', 'n', 't'}};
 
 SchemeOutcome OutcomeOf(const std::string& scheme, Stage last, const ByteVector& value) {
-  return scheme == "v2" ? RunScheme<ApkSigningBlockV2>(last, value, kContent)
-                        : RunScheme<ApkSigningBlockV3>(last, value, kContent);
+  const auto run = scheme == "v2" ? RunScheme<ApkSigningBlockV2> : RunScheme<ApkSigningBlockV3>;
+  SchemeOutcome outcome = run(last, value, kContent);
+  const bool isGood = last == Stage::kParse ? outcome.isParsed : outcome.isVerified;
+  EXPECT_NE(isGood, outcome.hasReason) << outcome.lines;
+  return outcome;
 }
 
 std::string Sizes(const std::vector<ByteVector>& keys) {

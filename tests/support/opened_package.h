@@ -2,11 +2,14 @@
 
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <tuple>
 
 #include <quillon/apk.h>
 
+#include "findings/recorder.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/package_builder.h"
 #include "tests/support/temp_file.h"
@@ -21,6 +24,7 @@ struct OpenedPackage {
   explicit OpenedPackage(const ByteVector& bytes, bool ignoreHalyxFilter = true) {
     const Fd file = MemoryFile(bytes);
     LogCapture capture;
+    const RefusalRecorder recorder;
     Apk apk(file.GetFd(), ignoreHalyxFilter);
     isGoodZip = apk.IsGoodZip();
     isApk = apk.IsApk();
@@ -31,6 +35,8 @@ struct OpenedPackage {
     packageName = apk.GetPackageName();
     key = apk.GetManufacturerKey();
     log = capture.Take();
+    refusals = recorder.Refusals();
+    EXPECT_TRUE(isGoodApk || !refusals.empty()) << "a refusal has a reason\n" << log;
   }
 
   auto Facts() const {
@@ -43,6 +49,7 @@ struct OpenedPackage {
   std::string packageName;
   ByteVector key;
   std::string log;
+  std::vector<Refusal> refusals;
 };
 
 }  // namespace Quill

@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "findings/recorder.h"
 #include "signing_block/zip_format.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/signers.h"
@@ -15,6 +16,7 @@ namespace Quill {
 struct SchemeOutcome {
   bool isParsed = false;
   bool isVerified = false;
+  bool hasReason = false;  // of a refusal
   std::vector<ByteVector> publicKeys;
   std::string lines;
 };
@@ -27,10 +29,12 @@ template <typename Scheme>
 SchemeOutcome RunScheme(Stage last, const ByteVector& value, const Regions& regions = {}) {
   const ByteVector pair = Wire().U64(4 + value.size()).U32(0).Bytes(value);
   LogCapture log;
+  const RefusalRecorder recorder;
   Scheme scheme(reinterpret_cast<const ApkSignatureBlock*>(pair.data()), Chunks(regions));
   SchemeOutcome outcome;
   outcome.isParsed = scheme.Parse();
   if (last == Stage::kVerify) outcome.isVerified = scheme.Verify();
+  outcome.hasReason = !recorder.Refusals().empty();
   static_cast<void>(scheme.GetPublicKeys(outcome.publicKeys));  // false when there are none
   outcome.lines = log.Take();
   return outcome;
