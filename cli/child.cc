@@ -4,6 +4,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -71,11 +72,18 @@ void WriteAll(int fd, const std::string& bytes) {
   } catch (const std::bad_alloc&) {
     _exit(kOutOfMemory);
   } catch (const std::system_error&) {
-    _exit(kNoThread);
+    // For a thread, lack of memory and too many threads are the same error.
+    void* stack =
+        mmap(nullptr, 8 << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    _exit(stack == MAP_FAILED ? kOutOfMemory : kNoThread);
   } catch (const std::exception&) {
     _exit(kFailedWork);
   }
   _exit(kWhole);
+}
+
+uint64_t Microseconds(const timeval& time) {
+  return static_cast<uint64_t>(time.tv_sec) * 1'000'000 + static_cast<uint64_t>(time.tv_usec);
 }
 
 // The processor time that a child gets: less than the limit where the process has a lower one.
@@ -155,8 +163,10 @@ ChildResult Child::Finish() {
     }
   }
   const int signal = WTERMSIG(status);
-  const auto spent = static_cast<uint64_t>(usage.ru_utime.tv_sec + usage.ru_stime.tv_sec);
-  if ((signal == SIGXCPU || signal == SIGKILL) && spent + 1 >= seconds_) {
+  // The kernel's own sum, by which it ends the child, can be a little higher.
+  constexpr uint64_t kTolerance = 50'000;
+  const uint64_t spent = Microseconds(usage.ru_utime) + Microseconds(usage.ru_stime);
+  if ((signal == SIGXCPU || signal == SIGKILL) && spent + kTolerance >= seconds_ * 1'000'000) {
     return {ChildEnd::kTimeLimit, signal, {}};
   }
   if (signal == SIGKILL && isLate) return {ChildEnd::kLate, signal, {}};
