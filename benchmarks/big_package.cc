@@ -51,6 +51,22 @@ void WriteArchive(int fd, uint64_t entrySize) {
   Require(writer.FinishEntry() == 0 && writer.Finish() == 0);
 }
 
+uint32_t DirectoryOffset(const MapFile& archive) {
+  uint32_t offset;
+  std::memcpy(&offset, archive.Data() + archive.Size() - 6, sizeof offset);
+  return offset;
+}
+
+// Moves the central directory and the end record, which follows it, and puts `between` in front of
+// them.
+void MoveDirectory(int fd, const MapFile& archive, uint64_t newOffset, const ByteVector& between) {
+  ByteVector tail(archive.Data() + DirectoryOffset(archive), archive.Data() + archive.Size());
+  Put(tail, tail.size() - 6, Wire().U32(newOffset));
+  const ByteVector end = Wire().Bytes(between).Bytes(tail);
+  const auto offset = static_cast<off_t>(newOffset - between.size());
+  Require(pwrite(fd, end.data(), end.size(), offset) == static_cast<ssize_t>(end.size()));
+}
+
 // Returns the content digest of an archive whose end record has no comment.
 ByteVector DigestOfContent(const MapFile& archive, uint64_t directoryOffset, uint32_t algorithmId) {
   std::vector<RawData> chunks;
@@ -68,14 +84,10 @@ ByteVector DigestOfContent(const MapFile& archive, uint64_t directoryOffset, uin
   return digest.TopDigest();
 }
 
-}  // namespace
-
-void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature) {
-  WriteArchive(fd, size);
+void Sign(int fd, const BigSignature& signature) {
   const auto archive = MapFileRO(fd);
   Require(archive != nullptr);
-  uint32_t directoryOffset;
-  std::memcpy(&directoryOffset, archive->Data() + archive->Size() - 6, sizeof directoryOffset);
+  const uint32_t directoryOffset = DirectoryOffset(*archive);
 
   SignerOptions signer;
   signer.key = signature.key;
@@ -85,11 +97,22 @@ void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature) {
   const ByteVector value = PairValue(isV3, {signer}, {});
   const ByteVector block =
       SigningBlock(Wire().U64(4 + value.size()).U32(isV3 ? 0xf05368c0 : 0x7109871a).Bytes(value));
+  MoveDirectory(fd, *archive, directoryOffset + block.size(), block);
+}
 
-  ByteVector tail(archive->Data() + directoryOffset, archive->Data() + archive->Size());
-  Put(tail, tail.size() - 6, Wire().U32(directoryOffset + block.size()));
-  const ByteVector end = Wire().Bytes(block).Bytes(tail);
-  Require(pwrite(fd, end.data(), end.size(), directoryOffset) == static_cast<ssize_t>(end.size()));
+}  // namespace
+
+void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature) {
+  WriteArchive(fd, size);
+  Sign(fd, signature);
+}
+
+void WriteHollowPackage(int fd, uint64_t size, const BigSignature& signature) {
+  WriteArchive(fd, 0);
+  const auto archive = MapFileRO(fd);
+  Require(archive != nullptr);
+  MoveDirectory(fd, *archive, DirectoryOffset(*archive) + size, {});
+  Sign(fd, signature);
 }
 
 Fd BigPackage(uint64_t size, const BigSignature& signature) {

@@ -22,7 +22,10 @@ struct BigSignature {
 // Throws std::system_error when writing fails.
 void WriteBigPackage(int fd, uint64_t size, const BigSignature& signature);
 
-// Writes the same package to an anonymous file in memory.
+// The same with a hole of `size` bytes in place of that entry, so that it takes no room on a disk.
+void WriteHollowPackage(int fd, uint64_t size, const BigSignature& signature);
+
+// Writes the package of WriteBigPackage to an anonymous file in memory.
 Fd BigPackage(uint64_t size, const BigSignature& signature);
 
 }  // namespace Quill

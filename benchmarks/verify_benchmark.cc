@@ -81,24 +81,6 @@ BENCHMARK(VerifyFromDisk)
     ->UseManualTime()
     ->Unit(benchmark::kMillisecond);
 
-// The file's pages are not in the cache.
-void VerifyFromDiskCold(benchmark::State& state) {
-  const LogCapture log;
-  const FileOnDisk file(SignatureOf(state));
-  for ([[maybe_unused]] auto turn : state) {
-    state.PauseTiming();
-    posix_fadvise(file.GetFd(), 0, 0, POSIX_FADV_DONTNEED);
-    state.ResumeTiming();
-    Verify(state, file.GetFd(), ApkSignatureScheme::kV3);
-  }
-}
-BENCHMARK(VerifyFromDiskCold)
-    ->ArgNames({"scheme", "sha"})
-    ->Args({3, 256})
-    ->Iterations(7)
-    ->UseRealTime()
-    ->Unit(benchmark::kMillisecond);
-
 void OpenSample(benchmark::State& state, const char* name, ApkSignatureScheme scheme) {
   const LogCapture log;
   const auto file = OpenFileRO(std::string(QUILLON_SAMPLES_DIR "/") + name);
