@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Installs missing packages, builds, and runs all benchmarks. Prints their tables and saves them as
-# build/release/performance.md. Takes eight minutes; the machine should have nothing else to do.
+# build/release/performance.md. Takes ten minutes; the machine should have nothing else to do.
 # usage: bench.sh [--quick]
 #   --quick   one minute: small packages, few runs; shows that all works. Saves performance-quick.md instead
 set -euo pipefail
