@@ -167,21 +167,21 @@ CommandRun DeclareVerify(CLI::App& parser) {
   parser.add_flag("-v,--verbose", options->verbose, "Show the log lines of each file");
   parser.add_option("-j,--jobs", options->jobs, "Verify up to JOBS packages at the same time")
       ->type_name("JOBS")
-      ->check(CLI::Range(1, kMost));
+      ->check(CLI::Range(1, kMost).description(""));
   parser
       .add_option("--time-limit", options->limits.seconds,
                   "Give up a file after S seconds of processor time, or five times as long by the "
                   "clock")
       ->type_name("S")
       ->capture_default_str()
-      ->check(CLI::Range(1, 1000000));
+      ->check(CLI::Range(1, 1000000).description(""));
   parser
       .add_option(
           "--memory-limit", options->limits.mebibytes,
           "Give up a file that needs more than MIB MiB of memory; mapped files do not count")
       ->type_name("MIB")
       ->capture_default_str()
-      ->check(CLI::Range(1, 1000000));
+      ->check(CLI::Range(1, 1000000).description(""));
   parser.footer(
       "Exit status:\n"
       "  0  every package was verified\n"
