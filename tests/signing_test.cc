@@ -82,7 +82,7 @@ TEST_F(Workflows, ErrnoIsThatOfTheCallThatFailed) {
 }
 
 TEST(CalcHashFile, DigestsTheWholeFile) {
-  for (const size_t size : {1, 4097, (1 << 20) - 1, 1 << 20, (3 << 20) + 1}) {
+  for (const size_t size : std::vector<size_t>{1, 4097, (1 << 20) - 1, 1 << 20, (3 << 20) + 1}) {
     ByteVector bytes(size), hash;
     for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i >> 12 ^ i);
     EXPECT_TRUE(CalcHashFile(MemoryFile(bytes).GetFd(), 0, hash));
