@@ -35,8 +35,9 @@ bool Apk::InitCertSf() {
   }
   const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
   std::vector<uint8_t> signatureFile;
-  if (Next(cookie, &entry, name) != 0 || Extract(&entry, signatureFile) != 0) {
-    return Refuse(Reason::kJarNoSignatureFile);
+  if (Next(cookie, &entry, name) != 0) return Refuse(Reason::kJarNoSignatureFile);
+  if (Extract(&entry, signatureFile) != 0) {
+    return Refuse(Reason::kJarSignatureFileMalformed, name);
   }
   if (!certSf_.load({signatureFile.begin(), signatureFile.end()})) {
     return Refuse(Reason::kJarSignatureFileMalformed, name);

@@ -148,7 +148,7 @@ ChildResult Child::Finish() {
   if (ended < 0) status = kFailedWork << 8;  // somebody else has waited for it
   pid_ = -1;
   if (!hasReportedTooMuch_) static_cast<void>(Read());
-  if (hasReportedTooMuch_) return {ChildEnd::kMemoryLimit, 0, {}};
+  if (hasReportedTooMuch_) return {ChildEnd::kLongReport, 0, {}};
   if (WIFEXITED(status)) {
     switch (WEXITSTATUS(status)) {
       case kWhole:
@@ -163,10 +163,9 @@ ChildResult Child::Finish() {
     }
   }
   const int signal = WTERMSIG(status);
-  // The kernel's own sum, by which it ends the child, can be a little higher.
-  constexpr uint64_t kTolerance = 50'000;
+  // The kernel counts for the limit by ticks of a clock, which is less exact than this sum.
   const uint64_t spent = Microseconds(usage.ru_utime) + Microseconds(usage.ru_stime);
-  if ((signal == SIGXCPU || signal == SIGKILL) && spent + kTolerance >= seconds_ * 1'000'000) {
+  if ((signal == SIGXCPU || signal == SIGKILL) && spent >= seconds_ * 500'000) {
     return {ChildEnd::kTimeLimit, signal, {}};
   }
   if (signal == SIGKILL && isLate) return {ChildEnd::kLate, signal, {}};

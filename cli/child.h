@@ -20,7 +20,8 @@ enum class ChildEnd {
   kReported,     // the work is done
   kTimeLimit,    // stopped: it took too much processor time
   kLate,         // stopped: it took too long by the clock
-  kMemoryLimit,  // gave up: it could not get the memory that it asked for, or reported too much
+  kMemoryLimit,  // gave up: it could not get the memory that it asked for
+  kLongReport,   // stopped: it reported more than kMostReport
   kFileLost,     // died reading a mapped file that had shrunk or could not be read (SIGBUS)
   kCrashed,      // died of another signal, or ended without a whole report
   kNotStarted,   // the system has no process, thread or descriptor left
@@ -28,7 +29,7 @@ enum class ChildEnd {
 
 struct ChildResult {
   ChildEnd end;
-  int signal;          // of kCrashed; 0 when no signal ended it
+  int signal;          // 0 when no signal ended it
   std::string report;  // of kReported
 };
 

@@ -86,8 +86,8 @@ FileOutput OutputOfEnd(const std::string& file, ChildResult result, const Verify
 // Returns false when standard output fails.
 bool Print(const FileOutput& output, const VerifyOptions& options) {
   for (const std::string& line : output.log) PrintErrorLine(line);
-  if (options.json) return PrintLine(output.json);
   if (output.status == kDone && options.quiet) return true;
+  if (options.json) return PrintLine(output.json);
   if (output.status != kUnreadable) return PrintLine(output.text);
   PrintDiagnostic(output.text);
   return true;
@@ -131,7 +131,7 @@ ExitStatus Verify(const VerifyOptions& options) {
   progress.Erase();
   if (!files.IsWhole()) {
     PrintDiagnostic(FileText(options.list) + ": the list could not be read to its end");
-    return kFailed;
+    return files.KnownCount() == 0 ? kUsage : kUnreadable;
   }
   if (files.KnownCount() == 0) {
     PrintDiagnostic("no file is named; try \"quillon verify --help\"");
@@ -147,9 +147,10 @@ CommandRun DeclareVerify(CLI::App& parser) {
   const auto options = std::make_shared<VerifyOptions>();
   parser.add_option("FILE", options->files, "Packages to verify")->type_name("");
   parser
-      .add_option("--files-from0", options->list,
-                  "Verify the files of this list, too: names that end with a zero byte each; - for "
-                  "standard input")
+      .add_option(
+          "--files-from0", options->list,
+          "Verify the files of this list, too: names that end with a zero byte each, from a "
+          "file or, with -, from standard input")
       ->type_name("LIST");
   parser.add_flag("-q,--quiet", options->quiet, "Print only what is not verified");
   parser.add_flag("--json", options->json,

@@ -23,8 +23,8 @@ class FileList {
   bool IsOpen() const { return !hasList_ || list_ != nullptr; }
   // Returns the next file's name, and nothing behind the last one. An empty name is one, too.
   [[nodiscard]] std::optional<std::string> Next();
-  // Returns false when reading the list failed. Ask it behind the last file.
-  bool IsWhole() const { return list_ == nullptr || std::ferror(list_.get()) == 0; }
+  // Returns false when the list could not be read to its end. Ask it behind the last file.
+  bool IsWhole() const { return list_ == nullptr || std::feof(list_.get()) != 0; }
   // How many there are, as far as is known.
   size_t KnownCount() const { return names_.size() + listed_; }
 

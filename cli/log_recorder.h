@@ -28,7 +28,7 @@ class LogRecorder {
   const std::vector<LogLine>& Lines() const { return lines_; }
 
  private:
-  std::vector<LogLine> lines_;
+  mutable std::vector<LogLine> lines_;  // the logger writes to it, even if the object is const
 };
 
 }  // namespace Quill::Tool

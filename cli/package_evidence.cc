@@ -2,13 +2,16 @@
 
 #include "cli/package_evidence.h"
 
+#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 #include <ziparchive/zip_archive.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -69,7 +72,7 @@ void LookAtStart(int fd, Circumstances& file) {
     const char* name;
   } kKinds[] = {
       {"\x1f\x8b", "a gzip file"},
-      {"<!DOCTYPE", "an HTML or XML page"},
+      {"<!DOCTYPE", "an HTML page"},
       {"<html", "an HTML page"},
       {"<?xml", "an XML file"},
       {"version http", "a pointer of a large-file store"},
@@ -77,23 +80,34 @@ void LookAtStart(int fd, Circumstances& file) {
        "ELF",
        "an ELF program or library"},
   };
-  char bytes[16];
+  char bytes[32];
   const ssize_t size = pread(fd, bytes, sizeof bytes, 0);
-  const std::string_view start(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
-  for (const auto& [kind, name] : kKinds) {
-    if (StartsWith(start, kind)) file.lookAlike = name;
-  }
+  std::string_view start(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
   file.startsAsZip = StartsWith(start, "PK\3\4");
+  // A page may start with a byte-order mark and blanks, and names its kind in any case.
+  if (StartsWith(start, "\xef\xbb\xbf")) start.remove_prefix(3);
+  while (!start.empty() && std::isspace(static_cast<unsigned char>(start.front())) != 0) {
+    start.remove_prefix(1);
+  }
+  for (const auto& [kind, name] : kKinds) {
+    if (start.size() >= kind.size() && strncasecmp(start.data(), kind.data(), kind.size()) == 0) {
+      file.lookAlike = name;
+    }
+  }
 }
 
-bool HasSignatureFile(Apk& apk) {
-  void* cookie = nullptr;
-  if (apk.StartIteration(&cookie, "META-INF/", ".SF") != 0) return false;
-  ZipEntry entry;
-  std::string name;
-  const bool isFound = apk.Next(cookie, &entry, name) == 0;
-  apk.EndIteration(cookie);
-  return isFound;
+// Returns whether META-INF/ has a file of a JAR signature.
+bool HasJarSignature(Apk& apk) {
+  constexpr const char* kSuffixes[] = {".SF", ".RSA", ".DSA", ".EC"};
+  return std::any_of(std::begin(kSuffixes), std::end(kSuffixes), [&apk](const char* suffix) {
+    void* cookie = nullptr;
+    if (apk.StartIteration(&cookie, "META-INF/", suffix) != 0) return false;
+    ZipEntry entry;
+    std::string name;
+    const bool isFound = apk.Next(cookie, &entry, name) == 0;
+    apk.EndIteration(cookie);
+    return isFound;
+  });
 }
 
 }  // namespace
@@ -107,7 +121,7 @@ Circumstances CircumstancesOf(Apk& apk, int fd) {
   }
   file.wasPackage = !apk.IsApk() && WasPackage(apk, fd);
   file.hasBlockTrace = HasTraceOfSigningBlock(fd);
-  file.hasSignatureFile = HasSignatureFile(apk);
+  file.hasJarSignature = HasJarSignature(apk);
   return file;
 }
 

@@ -42,7 +42,9 @@ void Describe(Apk& apk, int fd, const RefusalRecorder& recorder, PackageReport& 
   report.halyxPermissionRequired = apk.IsHalyxPermissionRequired();
   report.ignoreHalyxFilter = apk.ForcedIgnoreHalyxFilter();
   // A package that could not be mapped may have verified by its JAR signature alone.
-  if (!isGoodApk || recorder.Has(Reason::kNotMapped)) {
+  if (isGoodApk && !recorder.Has(Reason::kNotMapped)) {
+    report.verdict = {Status::kVerified, {}, {}};
+  } else {
     report.verdict = Judge(CircumstancesOf(apk, fd), recorder.Refusals());
     if (!HasVerdict(report)) return;
   }
@@ -72,6 +74,8 @@ FileReason WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
           "memory-limit",
           fmt::format("needs more than {} MiB of memory, or more than there is", limits.mebibytes),
           "raise --memory-limit if you trust it", ""};
+    case ChildEnd::kLongReport:
+      return {"memory-limit", "there is too much to report of it", "", ""};
     case ChildEnd::kFileLost:
       return {"changed", "it became shorter while it was read, or a part of it cannot be read",
               "verify it when nobody writes to it", ""};
@@ -154,7 +158,9 @@ std::string ToText(const PackageReport& report) {
   text += status == Status::kVerified  ? ": verified"
           : status == Status::kRefused ? ": refused"
                                        : ": not verified";
-  if (report.scheme != ApkSignatureScheme::kNone) {
+  // A package without a signature that counts was tried by v1 in the end; that says nothing.
+  const bool isOfScheme = status == Status::kVerified || reason.code[0] == 'v';
+  if (isOfScheme && report.scheme != ApkSignatureScheme::kNone) {
     text += fmt::format(", v{}", static_cast<int>(report.scheme));
   }
   if (report.isApk) {

@@ -29,7 +29,8 @@ constexpr ReasonText kTexts[] = {
     {Reason::kManifestUnreadable, Way::kArchive, "archive.manifest-damaged",
      "AndroidManifest.xml cannot be extracted ({1})", "get it again from its source"},
     {Reason::kManifestMalformed, Way::kArchive, "manifest.malformed",
-     "AndroidManifest.xml is no compiled manifest", "build it with aapt2"},
+     "AndroidManifest.xml is no compiled manifest",
+     "get it again from its source, or build it with aapt2"},
     {Reason::kJarManifestMalformed, Way::kArchive, "manifest.jar-malformed",
      "META-INF/MANIFEST.MF is malformed", kSignAgain},
     {Reason::kOutsideHalyx, Way::kArchive, "outside-halyx", "it is outside the Halyx feature", ""},
@@ -37,31 +38,32 @@ constexpr ReasonText kTexts[] = {
     {Reason::kBlockSize, Way::kBlock, "block.size",
      "a size of the signing block does not fit the file", kSignAgain},
     {Reason::kBlockEndRecord, Way::kBlock, "block.end-record",
-     "end record, central directory and end of file do not agree, so the signing block does not "
-     "count",
+     "end record, central directory and end of file do not agree, so the signing block is "
+     "ignored",
      "it was changed after signing: get it again from its source, or sign it again"},
     {Reason::kBlockPairs, Way::kBlock, "block.pairs",
-     "the ID-value pairs of the signing block do not fit it", kSignAgain},
+     "the ID-value pairs run past the signing block", kSignAgain},
     {Reason::kBlockNoScheme, Way::kBlock, "block.no-scheme",
-     "the signing block has no v2 and no v3 signature", "sign it with v2 or v3"},
+     "the signing block has no v2 and no v3 signature",
+     "get it again from its source, or sign it with v2 or v3"},
 
-    {Reason::kMalformed, Way::kScheme, "malformed", "the field {1} does not fit", kSignAgain},
+    {Reason::kMalformed, Way::kScheme, "malformed", "the field {1} is malformed", kSignAgain},
     {Reason::kNoSigner, Way::kScheme, "no-signer", "the signature has no signer", kSignAgain},
     {Reason::kAlgorithmUnsupported, Way::kScheme, "algorithm-unsupported",
      "no signature has a supported algorithm (the first is {0:#x})", kAskSigner},
     {Reason::kKeyUnusable, Way::kScheme, "key-unusable",
-     "the signer's public key is not of the kind that the algorithm needs", kAskSigner},
+     "the signer's public key is missing, or not of the kind that the algorithm needs", kAskSigner},
     {Reason::kSignatureMismatch, Way::kScheme, "signature-mismatch",
      "the signature (algorithm {0:#x}) does not match the signed data",
      "get it again from its source: the signing block was changed"},
     {Reason::kCertificateMissing, Way::kScheme, "certificate-missing",
-     "the signer has no certificate or no public key", kAskSigner},
+     "the signer has no certificate", kAskSigner},
     {Reason::kCertificateMalformed, Way::kScheme, "certificate-malformed",
      "the signer's certificate cannot be read", kAskSigner},
     {Reason::kCertificateKeyDiffers, Way::kScheme, "certificate-key-differs",
      "the signer's certificate holds another key than the signer", kAskSigner},
     {Reason::kStripped, Way::kScheme, "stripped",
-     "the signature says that a stronger one was there, and none is",
+     "the signature says that the package also has a stronger one, but there is none",
      "get it again from its source: somebody may have removed a signature"},
     {Reason::kAlgorithmsDiffer, Way::kScheme, "algorithms-differ",
      "signatures and digests list different algorithms", kAskSigner},
@@ -72,13 +74,13 @@ constexpr ReasonText kTexts[] = {
     {Reason::kSdkUnknown, Way::kScheme, "sdk-unknown", "the platform does not say its SDK level",
      "verify with --sdk"},
     {Reason::kNoSignerForSdk, Way::kScheme, "no-signer-for-sdk",
-     "no signer is for SDK level {0}, only for {1}", "verify with --sdk of such a level"},
+     "no signer is for SDK level {0}, only for {1}", "to check it for another platform, use --sdk"},
     {Reason::kSeveralSigners, Way::kScheme, "several-signers",
-     "{0} signers are for this SDK level, and one may be", kAskSigner},
+     "{0} signers apply to this SDK level, and only one may", kAskSigner},
     {Reason::kLineageMalformed, Way::kScheme, "lineage-malformed", "the lineage does not parse",
      kAskSigner},
     {Reason::kLineageEnd, Way::kScheme, "lineage-end",
-     "the lineage of {0} levels ends with another certificate than the signer's", kAskSigner},
+     "the lineage ends with another certificate than the signer's", kAskSigner},
     {Reason::kLineageCertificate, Way::kScheme, "lineage-certificate",
      "the certificate of level {0} of the lineage cannot be read", kAskSigner},
     {Reason::kLineageAlgorithm, Way::kScheme, "lineage-algorithm",
@@ -94,14 +96,14 @@ constexpr ReasonText kTexts[] = {
     {Reason::kJarNoManifest, Way::kJar, "v1.no-manifest",
      "META-INF/MANIFEST.MF cannot be read ({1})", kSignAgain},
     {Reason::kJarNoSignatureFile, Way::kJar, "v1.no-signature-file",
-     "META-INF/ has no signature file (.SF)", kSignAgain},
+     "META-INF/ has a signature block, but no signature file (.SF)", kSignAgain},
     {Reason::kJarSignatureFileMalformed, Way::kJar, "v1.signature-file-malformed",
-     "the signature file is malformed", kSignAgain},
+     "the signature file {1} is malformed, or cannot be extracted", kSignAgain},
     {Reason::kJarClaimsScheme, Way::kJar, "v1.stripped",
-     "the signature file says that there is a v{1} signature, and there is none",
-     "align it first, then sign it: aligning removes a v2 or v3 signature"},
+     "the signature file says that there is a v{1} signature, but there is none",
+     "get it again from its source; if you build it, sign it after aligning"},
     {Reason::kJarNoBlock, Way::kJar, "v1.no-block",
-     "{1}RSA and {1}DSA are missing (EC keys are not supported)",
+     "{1}RSA or {1}DSA is missing, or cannot be extracted (EC keys are not supported)",
      "sign with an RSA key, or with v2 or v3"},
     {Reason::kJarBlockMalformed, Way::kJar, "v1.block-malformed",
      "the signature block is malformed, or has signed attributes, which are not supported",
@@ -113,11 +115,11 @@ constexpr ReasonText kTexts[] = {
     {Reason::kJarSignatureMismatch, Way::kJar, "v1.signature-mismatch",
      "{1} is not what the signature block signed", kSignAgain},
     {Reason::kJarManifestMismatch, Way::kJar, "v1.manifest-mismatch",
-     "META-INF/MANIFEST.MF is not what the signature file names", kSignAgain},
+     "META-INF/MANIFEST.MF does not match its digest in the signature file", kSignAgain},
     {Reason::kJarEntryUnreadable, Way::kJar, "v1.entry-unreadable", "{1} cannot be extracted",
      "get it again from its source"},
-    {Reason::kJarEntryUnlisted, Way::kJar, "v1.entry-unlisted", "the manifest does not list {1}",
-     kSignAgain},
+    {Reason::kJarEntryUnlisted, Way::kJar, "v1.entry-unlisted",
+     "META-INF/MANIFEST.MF does not list {1}", kSignAgain},
     {Reason::kJarEntryMismatch, Way::kJar, "v1.entry-mismatch", "{1} is not what was signed",
      "it was changed after signing: get it again from its source, or sign it again"},
     {Reason::kJarEntryDiffers, Way::kJar, "v1.entry-differs",
@@ -125,6 +127,22 @@ constexpr ReasonText kTexts[] = {
     {Reason::kJarDigestUnsupported, Way::kJar, "v1.entry-digest-unsupported",
      "the digest {1} is not supported", "sign it with SHA-256"},
 };
+
+// Judge handles these by itself.
+constexpr Reason kWithoutText[] = {Reason::kNoArchive, Reason::kNotMapped,
+                                   Reason::kManifestOverBudget};
+
+constexpr bool EachReasonHasAText() {
+  constexpr int kLast = static_cast<int>(Reason::kJarDigestUnsupported);
+  for (int reason = 0; reason <= kLast; ++reason) {
+    bool isFound = false;
+    for (const ReasonText& text : kTexts) isFound |= static_cast<int>(text.reason) == reason;
+    for (const Reason other : kWithoutText) isFound |= static_cast<int>(other) == reason;
+    if (!isFound) return false;
+  }
+  return true;
+}
+static_assert(EachReasonHasAText());
 
 const ReasonText* TextOf(Reason reason) {
   const auto found = std::find_if(std::begin(kTexts), std::end(kTexts),
@@ -155,6 +173,8 @@ const Refusal* Find(const std::vector<Refusal>& refusals, Reason reason) {
   return found == refusals.end() ? nullptr : &*found;
 }
 
+const FileReason kNoReason = {"no-reason", "the library did not say why", "report this as a bug",
+                              ""};
 const Verdict kNotMapped = {Status::kUndecided,
                             {"memory-limit", "it could not be mapped", "give it more memory", ""}};
 
@@ -172,27 +192,32 @@ Verdict JudgeNoArchive(const Circumstances& file, const Refusal& refusal) {
              "get it again from its source", ""}};
   }
   return {Status::kUnreadable,
-          {"archive.not-a-zip", fmt::format("no usable ZIP archive ({})", refusal.name), "", ""}};
+          {"archive.not-a-zip", fmt::format("no usable ZIP archive ({})", refusal.name),
+           "get it again from its source", ""}};
 }
 
 // A package that neither has a signing block that counts nor a JAR signature that is good.
 Verdict JudgeBothWays(const Circumstances& file, const std::vector<Refusal>& refusals) {
   std::vector<FileReason> reasons;
+  const Refusal* block = First(refusals, Way::kBlock);
+  const Refusal* jar = First(refusals, Way::kJar);
   if (file.hasBlockTrace) {
-    const Refusal* block = First(refusals, Way::kBlock);
     reasons.push_back(block != nullptr
                           ? Describe(*block, 0)
                           : FileReason{"block.magic", "the magic of the signing block is damaged",
                                        kSignAgain, ""});
   }
-  const Refusal* jar = First(refusals, Way::kJar);
-  if (file.hasSignatureFile && jar != nullptr) reasons.push_back(Describe(*jar, 1));
-  if (reasons.empty() && jar == nullptr) {
-    reasons.push_back({"no-reason", "the library did not say why", "report this as a bug", ""});
-  } else if (reasons.empty()) {
-    reasons.push_back({"not-signed", "it has no signing block and no JAR signature",
-                       "align it first, then sign it: aligning removes a v2 or v3 signature", ""});
+  if (file.hasJarSignature && jar != nullptr) reasons.push_back(Describe(*jar, 1));
+  // A whole block without a v2 or v3 signature is no damage.
+  if (block != nullptr && block->reason == Reason::kBlockNoScheme && reasons.size() > 1) {
+    std::reverse(reasons.begin(), reasons.end());
   }
+  if (reasons.empty() && jar != nullptr) {
+    reasons.push_back(
+        {"not-signed", "it has no signing block before its central directory, and no JAR signature",
+         "sign it as the last step: aligning or zipping again removes a signature", ""});
+  }
+  if (reasons.empty()) reasons.push_back(kNoReason);
   return {Status::kRefused, reasons.front(), {reasons.begin() + 1, reasons.end()}};
 }
 
@@ -226,6 +251,7 @@ Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
   if (archive != nullptr) return {Status::kRefused, Describe(*archive, 0)};
   const Refusal* scheme = First(refusals, Way::kScheme);
   if (scheme != nullptr) return {Status::kRefused, Describe(*scheme, file.scheme)};
+  if (file.scheme > 1) return {Status::kRefused, kNoReason};
   return JudgeBothWays(file, refusals);
 }
 

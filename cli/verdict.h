@@ -28,18 +28,19 @@ enum class Status {
   kUndecided,   // the attempt was given up
 };
 
+// Not verified unless somebody says so.
 struct Verdict {
-  Status status = Status::kVerified;
-  FileReason reason = {};               // empty for a verified package
-  std::vector<FileReason> others = {};  // of other ways on which the package could have verified
+  Status status = Status::kUndecided;
+  FileReason reason = {"no-reason", "nothing was found out about it", "", ""};  // empty: verified
+  std::vector<FileReason> others = {};  // of other ways in which the package could have verified
 };
 
 // What the tool knows of a file that did not verify, besides the refusals.
 struct Circumstances {
-  int scheme = 0;              // of the verification that was tried
-  bool wasPackage = false;     // an archive without a manifest that was a package once
-  bool hasBlockTrace = false;  // of an APK Signing Block
-  bool hasSignatureFile = false;
+  int scheme = 0;                // of the verification that was tried
+  bool wasPackage = false;       // an archive without a manifest that was a package once
+  bool hasBlockTrace = false;    // of an APK Signing Block
+  bool hasJarSignature = false;  // a signature file, or a block of one
   bool startsAsZip = false;
   std::string lookAlike;  // what a file that is no archive is instead; empty when not known
 };

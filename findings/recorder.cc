@@ -26,7 +26,9 @@ bool RefusalRecorder::Has(Reason reason) const {
 
 bool Refuse(Reason reason, const Evidence& evidence) {
   if (threadRecorder == nullptr) return false;
-  threadRecorder->refusals_.push_back({reason, evidence.number, std::string(evidence.name),
+  constexpr size_t kMostOfName = 256;  // a package can name things at any length
+  threadRecorder->refusals_.push_back({reason, evidence.number,
+                                       std::string(evidence.name.substr(0, kMostOfName)),
                                        Copy(evidence.expected), Copy(evidence.found)});
   return false;
 }

@@ -34,7 +34,7 @@ class RefusalRecorder {
  private:
   friend bool Refuse(Reason reason, const Evidence& evidence);
 
-  std::vector<Refusal> refusals_;
+  mutable std::vector<Refusal> refusals_;  // Refuse writes to it, even if the object is const
 };
 
 }  // namespace Quill

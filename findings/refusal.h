@@ -8,7 +8,7 @@
 
 namespace Quill {
 
-// Why a package is refused, or not verified. cli/reasons.cc has the code and the words of each.
+// Why a package is refused, or not verified. cli/verdict.cc has the code and the words of each.
 enum class Reason {
   // the archive and its manifests
   kNoArchive,           // name: the archive library's error
@@ -37,7 +37,7 @@ enum class Reason {
   kDigestMismatch,  // expected, found
   kSdkRangesDiffer,
   kSdkUnknown,
-  kNoSignerForSdk,  // number: the platform's SDK level
+  kNoSignerForSdk,  // number: the platform's SDK level; name: the ranges that there are
   kSeveralSigners,  // number: how many
   // the lineage; number: the level, from 1
   kLineageMalformed,
@@ -48,11 +48,11 @@ enum class Reason {
   kLineageSignature,
   kLineageDuplicate,
   // the JAR signature
-  kJarNoManifest,
+  kJarNoManifest,  // name: the archive library's error
   kJarNoSignatureFile,
-  kJarSignatureFileMalformed,
-  kJarClaimsScheme,  // name: the scheme
-  kJarNoBlock,       // name: the entry that is missing
+  kJarSignatureFileMalformed,  // name: the file
+  kJarClaimsScheme,            // name: the scheme
+  kJarNoBlock,                 // name: the entry without its suffix
   kJarBlockMalformed,
   kJarDigestAlgorithm,
   kJarKeyUnusable,

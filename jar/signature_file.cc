@@ -86,7 +86,7 @@ bool CheckRsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
   const bssl::UniquePtr<RSA> rsa(EVP_PKEY_get1_RSA(key));
   if (!rsa) {
     QUILL_LOGE("can not get rsa contex(%s)\n", LibraryError().c_str());
-    return false;
+    return Refuse(Reason::kJarKeyUnusable);
   }
   const BIGNUM* modulus = nullptr;
   RSA_get0_key(rsa.get(), &modulus, nullptr, nullptr);
@@ -101,7 +101,7 @@ bool CheckDsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
   const bssl::UniquePtr<DSA> dsa(EVP_PKEY_get1_DSA(key));
   if (!dsa) {
     QUILL_LOGE("can not get dsa contex(%s)\n", LibraryError().c_str());
-    return false;
+    return Refuse(Reason::kJarKeyUnusable);
   }
   const BIGNUM* publicValue = nullptr;
   DSA_get0_key(dsa.get(), &publicValue, nullptr);
@@ -109,7 +109,7 @@ bool CheckDsa(EVP_PKEY* key, const SignedDigest& digest, CBS signature,
   const bssl::UniquePtr<DSA_SIG> parsed(DSA_SIG_parse(&signature));
   if (!parsed) {
     QUILL_LOGE("Error parsing DSA signature\n");
-    return false;
+    return Refuse(Reason::kJarBlockMalformed);
   }
   int valid = 0;
   result = DSA_do_check_signature(&valid, digest.value.data(), digest.value.size(), parsed.get(),
@@ -138,9 +138,7 @@ bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>
   if (!key) return Refuse(Reason::kJarKeyUnusable);
   int result = 0;
   const auto check = block.isDsa ? CheckDsa : CheckRsa;
-  if (!check(key.get(), digest, signature, publicKey, result)) {
-    return Refuse(Reason::kJarKeyUnusable);
-  }
+  if (!check(key.get(), digest, signature, publicKey, result)) return false;
   if (result != 1) {
     QUILL_LOGE("file not verified: %s(ret=%d)\n", name.c_str(), result);
     return Refuse(Reason::kJarSignatureMismatch, name);

@@ -2,6 +2,7 @@
 
 #include "schemes/apk_signing_block_v3.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,10 +39,12 @@ bool TakeSdkRange(ByteCursor& fields, uint32_t& minSdk, uint32_t& maxSdk) {
   return true;
 }
 
-// Lists the SDK ranges of the signers, such as "24-27, 28-33".
+// Lists the SDK ranges of the first signers, such as "24-27, 28-33".
 std::string RangesOf(const std::vector<ApkSigningBlockV3::SignerV3>& signers) {
+  constexpr size_t kMost = 8;
   std::string ranges;
-  for (const auto& signer : signers) {
+  for (size_t i = 0; i < std::min(signers.size(), kMost); ++i) {
+    const auto& signer = signers[i];
     if (!ranges.empty()) ranges += ", ";
     ranges += std::to_string(signer.minSdk) + "-" + std::to_string(signer.maxSdk);
   }

@@ -17,7 +17,8 @@ namespace {
 // None of the algorithms is supported.
 template <typename Record>
 bool RefuseAlgorithm(const std::vector<Record>& entries) {
-  return Refuse(Reason::kAlgorithmUnsupported, entries.empty() ? 0 : entries.front().algorithmId);
+  if (entries.empty()) return Refuse(Reason::kMalformed, "signatures");
+  return Refuse(Reason::kAlgorithmUnsupported, entries.front().algorithmId);
 }
 
 }  // namespace
