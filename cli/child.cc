@@ -12,7 +12,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <new>
 #include <system_error>
@@ -42,9 +43,13 @@ rlim_t DataSize() {
   const int fd = open("/proc/self/statm", O_RDONLY | O_CLOEXEC);
   const ssize_t length = fd < 0 ? 0 : read(fd, text, sizeof text - 1);
   if (fd >= 0) close(fd);
-  unsigned long long pages = 0;
   // The sixth field of proc(5).
-  if (length <= 0 || sscanf(text, "%*u %*u %*u %*u %*u %llu", &pages) != 1) return 0;
+  const char* field = text;
+  for (int i = 0; i < 5 && length > 0 && field != nullptr; ++i) {
+    field = std::strchr(field, ' ');
+    if (field != nullptr) ++field;
+  }
+  const rlim_t pages = field == nullptr ? 0 : std::strtoull(field, nullptr, 10);
   return pages * static_cast<rlim_t>(sysconf(_SC_PAGESIZE));
 }
 
