@@ -116,7 +116,8 @@ TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
   for (const auto& [name, certificate] : std::map(names)) {
     const ByteVector signedPart = Wire().LengthPrefixed(certificate).U32(7);
     for (const std::string& key : kKeys) {
-      names[key + ">" + name] = Sign(TestKey(key), TestKey(key).algorithmId, signedPart);
+      const std::string link = std::string(key).append(">").append(name);
+      names[link] = Sign(TestKey(key), TestKey(key).algorithmId, signedPart);
     }
   }
   for (const Row& row : ReadTable("rotation_attributes.txt")) {

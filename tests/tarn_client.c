@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
   char text[29];
   if (base64encode(label->hash, sizeof(hash), text, base64encode_len(sizeof(hash))) != 0) return 1;
   printf("%s\n", text);
-  if (argc > 2) label->algorithm = (uint8_t)atoi(argv[1]);
+  if (argc > 2) label->algorithm = (uint8_t)strtoul(argv[1], NULL, 10);
   printf("sign %x\n", (unsigned)TarnSignFd(fd, label));
   TarnExLabelFree(label);
   printf("verify %x\n", (unsigned)TarnVerifyFd(fd));
