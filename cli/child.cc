@@ -77,10 +77,11 @@ void WriteAll(int fd, const std::string& bytes) {
   } catch (const std::bad_alloc&) {
     _exit(kOutOfMemory);
   } catch (const std::system_error&) {
-    // For a thread, lack of memory and too many threads are the same error.
-    void* stack =
-        mmap(nullptr, 8 << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    _exit(stack == MAP_FAILED ? kOutOfMemory : kNoThread);
+    // For a thread, lack of memory and too many threads are the same error. A stack takes half of
+    // this.
+    void* room =
+        mmap(nullptr, 16 << 20, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    _exit(room == MAP_FAILED ? kOutOfMemory : kNoThread);
   } catch (const std::exception&) {
     _exit(kFailedWork);
   }
@@ -168,9 +169,11 @@ ChildResult Child::Finish() {
     }
   }
   const int signal = WTERMSIG(status);
-  // The kernel counts for the limit by ticks of a clock, which is less exact than this sum.
+  // The kernel counts for the limit by ticks of a clock, which is less exact than this sum. It
+  // sends SIGKILL a second after SIGXCPU; anybody else may send it at any time.
   const uint64_t spent = Microseconds(usage.ru_utime) + Microseconds(usage.ru_stime);
-  if ((signal == SIGXCPU || signal == SIGKILL) && spent >= seconds_ * 500'000) {
+  if ((signal == SIGXCPU && spent >= seconds_ * 500'000) ||
+      (signal == SIGKILL && spent >= seconds_ * 900'000)) {
     return {ChildEnd::kTimeLimit, signal, {}};
   }
   if (signal == SIGKILL && isLate) return {ChildEnd::kLate, signal, {}};
