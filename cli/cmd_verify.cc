@@ -80,7 +80,7 @@ FileOutput OutputOfEnd(const std::string& file, ChildResult result, const Verify
     if (auto output = FromBytes(result.report)) return *std::move(output);
     result.end = ChildEnd::kCrashed;
   }
-  return OutputOf(ReportOfEnd(file, result, options.limits), options);
+  return OutputOf(ReportOfEnd(file, !options.halyxFilter, result, options.limits), options);
 }
 
 // Returns false when standard output fails.

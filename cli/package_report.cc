@@ -4,11 +4,9 @@
 
 #include <fmt/format.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cstring>
 #include <nlohmann/json.hpp>
-#include <string_view>
 
 #include <quillon/digest.h>
 #include <quillon/file.h>
@@ -139,10 +137,11 @@ PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter) {
   return report;
 }
 
-PackageReport ReportOfEnd(const std::string& file, const ChildResult& result,
-                          const ChildLimits& limits) {
+PackageReport ReportOfEnd(const std::string& file, bool ignoreHalyxFilter,
+                          const ChildResult& result, const ChildLimits& limits) {
   PackageReport report;
   report.file = file;
+  report.ignoreHalyxFilter = ignoreHalyxFilter;
   report.verdict = {Status::kUndecided, WhyNoReport(result, limits)};
   return report;
 }

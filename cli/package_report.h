@@ -43,8 +43,8 @@ inline bool HasVerdict(const PackageReport& report) {
 PackageReport VerifyPackage(const std::string& file, bool ignoreHalyxFilter);
 
 // Returns the report of a file whose child ended without one.
-PackageReport ReportOfEnd(const std::string& file, const ChildResult& result,
-                          const ChildLimits& limits);
+PackageReport ReportOfEnd(const std::string& file, bool ignoreHalyxFilter,
+                          const ChildResult& result, const ChildLimits& limits);
 
 // One line for people, without a line break, not escaped for a terminal.
 std::string ToText(const PackageReport& report);
