@@ -108,8 +108,8 @@ constexpr ReasonText kTexts[] = {
     {Reason::kJarBlockMalformed, Way::kJar, "v1.block-malformed",
      "the signature block is malformed, or has signed attributes, which are not supported",
      "sign it with apksigner"},
-    {Reason::kJarDigestAlgorithm, Way::kJar, "v1.digest-unsupported",
-     "the signature block's digest algorithm is not supported", "sign it with SHA-256"},
+    {Reason::kJarBlockDigestUnsupported, Way::kJar, "v1.block-digest-unsupported",
+     "the digest algorithm {1} of the signature block is not supported", "sign it with SHA-256"},
     {Reason::kJarKeyUnusable, Way::kJar, "v1.key-unusable",
      "the signature block has no certificate with a key of its kind", kAskSigner},
     {Reason::kJarSignatureMismatch, Way::kJar, "v1.signature-mismatch",
@@ -124,7 +124,7 @@ constexpr ReasonText kTexts[] = {
      "it was changed after signing: get it again from its source, or sign it again"},
     {Reason::kJarEntryDiffers, Way::kJar, "v1.entry-differs",
      "the data are not those of the entry {1}", ""},
-    {Reason::kJarDigestUnsupported, Way::kJar, "v1.entry-digest-unsupported",
+    {Reason::kJarDigestUnsupported, Way::kJar, "v1.digest-unsupported",
      "the digest {1} is not supported", "sign it with SHA-256"},
 };
 

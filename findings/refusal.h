@@ -31,10 +31,10 @@ enum class Reason {
   kSignatureMismatch,  // number: the algorithm's ID
   kCertificateMissing,
   kCertificateMalformed,
-  kCertificateKeyDiffers,
+  kCertificateKeyDiffers,  // expected: the key of the certificate; found: the signer's
   kStripped,
   kAlgorithmsDiffer,
-  kDigestMismatch,  // expected, found
+  kDigestMismatch,  // expected: the signed digest; found: the content's
   kSdkRangesDiffer,
   kSdkUnknown,
   kNoSignerForSdk,  // number: the platform's SDK level; name: the ranges that there are
@@ -54,15 +54,15 @@ enum class Reason {
   kJarClaimsScheme,            // name: the scheme
   kJarNoBlock,                 // name: the entry without its suffix
   kJarBlockMalformed,
-  kJarDigestAlgorithm,
+  kJarBlockDigestUnsupported,  // name: the algorithm, where it is known
   kJarKeyUnusable,
   kJarSignatureMismatch,  // name: the signature file
-  kJarManifestMismatch,
-  kJarEntryUnreadable,  // name: the entry, also in the next three
+  kJarManifestMismatch,   // name: the digest
+  kJarEntryUnreadable,    // name: the entry, also in the next three
   kJarEntryUnlisted,
   kJarEntryMismatch,
   kJarEntryDiffers,
-  kJarDigestUnsupported,  // name: the digest
+  kJarDigestUnsupported,  // name: the digest, of an entry or of the manifest
 };
 
 // What the place that refuses knows. The bytes and texts are borrowed for the call.

@@ -7,12 +7,14 @@
 #include <openssl/dsa.h>
 #include <openssl/err.h>
 #include <openssl/evp.h>
+#include <openssl/mem.h>
 #include <openssl/nid.h>
 #include <openssl/pkcs7.h>
 #include <openssl/rsa.h>
 #include <openssl/stack.h>
 #include <openssl/x509.h>
 
+#include <memory>
 #include <string_view>
 
 #include <quillon/base64.h>
@@ -38,12 +40,26 @@ std::string LibraryError() {
   return ERR_error_string(ERR_get_error(), text);
 }
 
+// Returns the object identifier of an algorithm in dots, or an empty text.
+std::string IdentifierOf(CBS algorithm) {
+  CBS fields;
+  CBS identifier;
+  if (!CBS_get_asn1(&algorithm, &fields, CBS_ASN1_SEQUENCE) ||
+      !CBS_get_asn1(&fields, &identifier, CBS_ASN1_OBJECT)) {
+    return "";
+  }
+  const std::unique_ptr<char, void (*)(void*)> text(CBS_asn1_oid_to_text(&identifier),
+                                                    OPENSSL_free);
+  return text ? text.get() : "";
+}
+
 bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFile,
                          SignedDigest& out) {
-  const EVP_MD* md = EVP_parse_digest_algorithm(&algorithm);
+  CBS rest = algorithm;
+  const EVP_MD* md = EVP_parse_digest_algorithm(&rest);
   if (md == nullptr) {
     QUILL_LOGE("Can't parse digest algo\n");
-    return Refuse(Reason::kJarDigestAlgorithm);
+    return Refuse(Reason::kJarBlockDigestUnsupported, IdentifierOf(algorithm));
   }
   out.nid = EVP_MD_type(md);
   switch (out.nid) {
@@ -58,7 +74,7 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
       return true;
     default:
       QUILL_LOGE("Unknown hashing algorithm\n");
-      return Refuse(Reason::kJarDigestAlgorithm, OBJ_nid2sn(out.nid));
+      return Refuse(Reason::kJarBlockDigestUnsupported, OBJ_nid2sn(out.nid));
   }
 }
 
