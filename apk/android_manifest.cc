@@ -7,12 +7,14 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include <quillon/apk.h>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "util/log.h"
 #include "util/nothrow.h"
@@ -130,6 +132,53 @@ String8 getStrAttr(const ResXMLTree& tree, const char* name, Budget& budget) {
   return String8();
 }
 
+// Reads numbers of the manifest's first <manifest>, <uses-sdk> and <application>. It fetches no
+// text, so it costs nothing of the budget.
+class FactReader {
+ public:
+  void Read(const ResXMLTree& tree, const char16_t* element, size_t length) {
+    constexpr uint32_t kVersionCode = 0x0101021b;
+    constexpr uint32_t kVersionCodeMajor = 0x01010576;
+    constexpr uint32_t kMinSdkVersion = 0x0101020c;
+    constexpr uint32_t kTargetSdkVersion = 0x01010270;
+    constexpr uint32_t kDebuggable = 0x0101000f;
+    if (!hasManifest_ && Equals(element, length, "manifest")) {
+      hasManifest_ = true;
+      facts_.versionCode = NumberOf(tree, kVersionCode);
+      const uint64_t major = NumberOf(tree, kVersionCodeMajor).value_or(0);
+      if (facts_.versionCode) *facts_.versionCode += major << 32;
+    } else if (!hasUsesSdk_ && Equals(element, length, "uses-sdk")) {
+      hasUsesSdk_ = true;
+      facts_.minSdk = NumberOf(tree, kMinSdkVersion);
+      facts_.targetSdk = NumberOf(tree, kTargetSdkVersion);
+    } else if (!hasApplication_ && Equals(element, length, "application")) {
+      hasApplication_ = true;
+      facts_.isDebuggable = NumberOf(tree, kDebuggable).value_or(0) != 0;
+    }
+  }
+
+  const ManifestFacts& Facts() const { return facts_; }
+
+ private:
+  // Returns the value of the current element's attribute with that resource ID.
+  static std::optional<uint32_t> NumberOf(const ResXMLTree& tree, uint32_t id) {
+    for (size_t i = 0; i < tree.getAttributeCount(); ++i) {
+      if (tree.getAttributeNameResID(i) != id) continue;
+      android::Res_value value;
+      if (tree.getAttributeValue(i, &value) < 0) return std::nullopt;
+      const bool isNumber = value.dataType >= android::Res_value::TYPE_FIRST_INT &&
+                            value.dataType <= android::Res_value::TYPE_LAST_INT;
+      return isNumber ? std::optional<uint32_t>(value.data) : std::nullopt;
+    }
+    return std::nullopt;
+  }
+
+  ManifestFacts facts_;
+  bool hasManifest_ = false;
+  bool hasUsesSdk_ = false;
+  bool hasApplication_ = false;
+};
+
 }  // namespace
 
 bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
@@ -144,6 +193,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
   }
 
   String8 packageName;
+  FactReader facts;
   Budget budget(tree.getStrings());
   // A bad document, or a spent budget, ends the scan without a log line. What was found before
   // counts.
@@ -154,6 +204,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
     size_t length = 0;
     const char16_t* element = FetchText(tree, tree.getElementNameID(), budget, length,
                                         [&] { return tree.getElementName(&length); });
+    if (IsRecording()) facts.Read(tree, element, length);
     if (Equals(element, length, "manifest")) {
       if (packageName.length() == 0) packageName = getStrAttr(tree, "package", budget);
     } else if (halyxPermissionRequired_) {
@@ -166,6 +217,7 @@ bool Apk::ParseAndroidManifest(std::vector<uint8_t> bytes) {
                                  IsHalyxMetaData(getStrAttr(tree, "value", budget));
     }
   }
+  NoteManifest(facts.Facts());
   if (budget.IsSpent()) Refuse(Reason::kManifestOverBudget);
   packageName_.assign(packageName.string(), packageName.length());
   return true;

@@ -4,6 +4,7 @@
 
 #include <quillon/digest.h>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "util/log.h"
 #include "util/text.h"
@@ -29,7 +30,10 @@ EntryDigests CollectEntryDigests(const ManifestMf& manifest) {
 
 bool MatchesDigest(const std::string& digestName, const std::vector<uint8_t>& expected,
                    const std::vector<uint8_t>& data) {
-  if (digestName == "SHA1-Digest") return ComputeSHA1Digest(data) == expected;
+  if (digestName == "SHA1-Digest") {
+    Warn(Warning::kWeakDigest, 0, "SHA-1");
+    return ComputeSHA1Digest(data) == expected;
+  }
   if (digestName == "SHA-256-Digest") return ComputeSHA256Digest(data) == expected;
   QUILL_LOGE("verifyData: Unsupported digest type: %s\n", digestName.c_str());
   return Refuse(Reason::kJarDigestUnsupported, digestName);

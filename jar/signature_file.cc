@@ -21,6 +21,7 @@
 #include <quillon/digest.h>
 
 #include "crypto/number.h"
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "jar/pkcs7.h"
 #include "util/log.h"
@@ -64,9 +65,11 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
   out.nid = EVP_MD_type(md);
   switch (out.nid) {
     case NID_md5:
+      Warn(Warning::kWeakDigest, 0, "MD5");
       ComputeMD5Digest(signatureFile, out.value);
       return true;
     case NID_sha1:
+      Warn(Warning::kWeakDigest, 0, "SHA-1");
       ComputeSHA1Digest(signatureFile, out.value);
       return true;
     case NID_sha256:
@@ -79,7 +82,8 @@ bool DigestSignatureFile(CBS algorithm, const std::vector<uint8_t>& signatureFil
 }
 
 // Returns the key of the block's last certificate. Null logs one error line.
-bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
+bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block,
+                                    bssl::UniquePtr<X509>& certificate) {
   const bssl::UniquePtr<STACK_OF(X509)> certificates(sk_X509_new_null());
   CBS content;
   CBS_init(&content, block.data(), block.size());
@@ -88,10 +92,22 @@ bssl::UniquePtr<EVP_PKEY> SignerKey(const std::vector<uint8_t>& block) {
       sk_X509_num(certificates.get()) != 0) {
     // Deliberate: the last certificate counts, even if the signer's own stands before it.
     const size_t last = sk_X509_num(certificates.get()) - 1;
-    key.reset(X509_get_pubkey(sk_X509_value(certificates.get(), last)));
+    certificate = bssl::UpRef(sk_X509_value(certificates.get(), last));
+    key.reset(X509_get_pubkey(certificate.get()));
+    if (last != 0) Warn(Warning::kSeveralCertificates, last + 1);
   }
   if (!key) QUILL_LOGE("can not get public key(%s)\n", LibraryError().c_str());
   return key;
+}
+
+void NoteSigner(X509* certificate, EVP_PKEY* key) {
+  const auto encode = [](auto function, auto* object) {
+    uint8_t* bytes = nullptr;
+    const int size = function(object, &bytes);
+    const bssl::UniquePtr<uint8_t> owner(bytes);
+    return size <= 0 ? std::vector<uint8_t>() : std::vector<uint8_t>(bytes, bytes + size);
+  };
+  AcceptSigner({encode(i2d_X509, certificate), encode(i2d_PUBKEY, key)});
 }
 
 // Check a signature with a key of their kind. They set `publicKey` to the signer's key bytes and
@@ -150,7 +166,8 @@ bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>
   if (!DigestSignatureFile(digestAlgorithm, signatureFile, digest)) return false;
 
   ERR_clear_error();  // so that a line below shows an error of this block
-  const bssl::UniquePtr<EVP_PKEY> key = SignerKey(block.bytes);
+  bssl::UniquePtr<X509> certificate;
+  const bssl::UniquePtr<EVP_PKEY> key = SignerKey(block.bytes, certificate);
   if (!key) return Refuse(Reason::kJarKeyUnusable);
   int result = 0;
   const auto check = block.isDsa ? CheckDsa : CheckRsa;
@@ -159,6 +176,7 @@ bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>
     QUILL_LOGE("file not verified: %s(ret=%d)\n", name.c_str(), result);
     return Refuse(Reason::kJarSignatureMismatch, name);
   }
+  if (IsRecording()) NoteSigner(certificate.get(), key.get());
   return true;
 }
 

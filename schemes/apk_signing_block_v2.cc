@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "schemes/signer_fields.h"
 #include "util/log.h"
@@ -63,6 +64,7 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
       QUILL_LOGE("Additional attributes is small: %zu", attribute.value.size());
       return Refuse(Reason::kMalformed, "attribute 0xbeeff00d");
     }
+    if (scheme == 3) Warn(Warning::kStrippedSchemeNamed, 0);
     // Deliberate: compared with 2, although the message names 3.
     if (scheme == 2) {
       QUILL_LOGE(
@@ -74,6 +76,7 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
 }
 
 bool ApkSigningBlockV2::Verify() {
+  if (signers_.size() > 1) Warn(Warning::kFurtherSigners, signers_.size() - 1);
   return std::all_of(signers_.begin(), signers_.end(),
                      [this](const SignerV2& signer) { return VerifySigner(signer); });
 }
@@ -81,10 +84,18 @@ bool ApkSigningBlockV2::Verify() {
 bool ApkSigningBlockV2::VerifySigner(const SignerV2& signer) {
   const SignedDataV2& signedData = signer.signedData;
   VerifiedSignature verified;
-  return VerifySignature(signer.signatures, signer.publicKey, signedData.data, verified) &&
-         VerifySignedFields(signedData.certificates, signer.publicKey, signedData.attributes) &&
-         VerifyContent(signer.signatures, signedData.digests, verified.hash) &&
-         StorePublicKey(*verified.verifier);
+  if (!VerifySignature(signer.signatures, signer.publicKey, signedData.data, verified) ||
+      !VerifySignedFields(signedData.certificates, signer.publicKey, signedData.attributes) ||
+      !VerifyContent(signer.signatures, signedData.digests, verified.hash) ||
+      !StorePublicKey(*verified.verifier)) {
+    return false;
+  }
+  const auto digest = FindBestSupported(signedData.digests);
+  SignerEvidence evidence = {signedData.certificates.front(), signer.publicKey};
+  evidence.algorithmId = digest->algorithmId;
+  evidence.contentDigest = &digest->value;
+  AcceptSigner(evidence);
+  return true;
 }
 
 }  // namespace Quill

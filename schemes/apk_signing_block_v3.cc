@@ -9,6 +9,7 @@
 
 #include <quillon/system.h>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "schemes/signer_fields.h"
 #include "util/log.h"
@@ -144,6 +145,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
   }
   const auto version = static_cast<uint32_t>(sdk);
   size_t matchCount = 0;
+  for (const SignerV3& signer : signers_) NoteSdkRange(signer.minSdk, signer.maxSdk);
   for (const SignerV3& signer : signers_) {
     const SignedDataV3& signedData = signer.signedData;
     if (signer.minSdk != signedData.minSdk || signer.maxSdk != signedData.maxSdk) {
@@ -191,8 +193,14 @@ bool ApkSigningBlockV3::Verify() {
     QUILL_LOGE("Can't verify proof of rotation data");
     return false;
   }
-  return VerifyContent(signer.signatures, signedData.digests, verified.hash) &&
-         StorePublicKey(*verified.verifier);
+  if (!VerifyContent(signer.signatures, signedData.digests, verified.hash) ||
+      !StorePublicKey(*verified.verifier)) {
+    return false;
+  }
+  const auto digest = FindBestSupported(signedData.digests);
+  AcceptSigner({signedData.certificates.front(), signer.publicKey, signer.minSdk, signer.maxSdk,
+                digest->algorithmId, &digest->value});
+  return true;
 }
 
 }  // namespace Quill

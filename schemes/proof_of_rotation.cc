@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "crypto/x509_certificate.h"
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "schemes/algorithms.h"
 #include "util/log.h"
@@ -148,6 +149,7 @@ bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
   }
   std::vector<uint8_t> previousKey;
   if (!ReadFirstKey(CertificateOf(chain.front()), previousKey)) return false;
+  NoteLevel(CertificateOf(chain.front()), previousKey, chain.front().flags);
 
   CertificateSet seen{CertificateOf(chain.front())};
   for (size_t i = 1; i < chain.size(); ++i) {
@@ -164,6 +166,10 @@ bool VerifyProofRotation(const std::vector<ProofOfRotation>& chain,
       return Refuse(Reason::kLineageDuplicate, number);
     }
     if (!ReadKey(CertificateOf(level), number, previousKey)) return false;
+    NoteLevel(CertificateOf(level), previousKey, level.flags);
+    if (level.rotationCertificate.parsed.signedAlgorithmId != chain[i - 1].signatureAlgorithmId) {
+      Warn(Warning::kLineageAlgorithmsDiffer, number);
+    }
   }
   return true;
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 #include <utility>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "schemes/apk_signature_block_base.h"
 #include "schemes/apk_signing_block_v2.h"
@@ -34,6 +35,18 @@ const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& p
     return CopyRecord<ApkSignatureBlock>(pair).id == id;
   });
   return found == pairs.end() ? nullptr : *found;
+}
+
+// Warns of each ID that several pairs have.
+void WarnOfRepeatedPairs(const std::vector<const ApkSignatureBlock*>& pairs) {
+  std::vector<uint32_t> ids;
+  ids.reserve(pairs.size());
+  for (const ApkSignatureBlock* pair : pairs) ids.push_back(CopyRecord<ApkSignatureBlock>(pair).id);
+  std::sort(ids.begin(), ids.end());
+  for (auto id = std::adjacent_find(ids.begin(), ids.end()); id != ids.end();
+       id = std::adjacent_find(std::upper_bound(id, ids.end(), *id), ids.end())) {
+    Warn(Warning::kRepeatedPair, *id);
+  }
 }
 
 // Moves behind the next pair. False logs one error line.
@@ -183,6 +196,8 @@ bool ApkPackage::ParseApkPackage() {
   const ApkSignatureBlock* chosenPair = FindApkSignatureBlock(pairs);
   if (chosenPair == nullptr) return false;
 
+  if (IsRecording()) WarnOfRepeatedPairs(pairs);
+  NoteSigningBlock(OffsetOf(signingBlock), blockEnd_ - OffsetOf(signingBlock));
   eocd_ = eocd;
   centralDirectory_ = centralDirectory;
   signingBlock_ = signingBlock;

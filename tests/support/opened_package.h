@@ -24,7 +24,7 @@ struct OpenedPackage {
   explicit OpenedPackage(const ByteVector& bytes, bool ignoreHalyxFilter = true) {
     const Fd file = MemoryFile(bytes);
     LogCapture capture;
-    const RefusalRecorder recorder;
+    const FindingsRecorder recorder;
     Apk apk(file.GetFd(), ignoreHalyxFilter);
     isGoodZip = apk.IsGoodZip();
     isApk = apk.IsApk();
@@ -35,7 +35,7 @@ struct OpenedPackage {
     packageName = apk.GetPackageName();
     key = apk.GetManufacturerKey();
     log = capture.Take();
-    refusals = recorder.Refusals();
+    refusals = recorder.Get().refusals;
     EXPECT_TRUE(isGoodApk || !refusals.empty()) << "a refusal has a reason\n" << log;
   }
 

@@ -29,12 +29,12 @@ template <typename Scheme>
 SchemeOutcome RunScheme(Stage last, const ByteVector& value, const Regions& regions = {}) {
   const ByteVector pair = Wire().U64(4 + value.size()).U32(0).Bytes(value);
   LogCapture log;
-  const RefusalRecorder recorder;
+  const FindingsRecorder recorder;
   Scheme scheme(reinterpret_cast<const ApkSignatureBlock*>(pair.data()), Chunks(regions));
   SchemeOutcome outcome;
   outcome.isParsed = scheme.Parse();
   if (last == Stage::kVerify) outcome.isVerified = scheme.Verify();
-  outcome.hasReason = !recorder.Refusals().empty();
+  outcome.hasReason = !recorder.Get().refusals.empty();
   static_cast<void>(scheme.GetPublicKeys(outcome.publicKeys));  // false when there are none
   outcome.lines = log.Take();
   return outcome;
