@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <system_error>
+#include <utility>
 #include <vector>
 
 #include "cli/child_queue.h"
@@ -22,6 +23,7 @@
 #include "cli/output.h"
 #include "cli/package_report.h"
 #include "cli/progress.h"
+#include "cli/reference.h"
 #include "cli/sdk_level.h"
 
 namespace Quill::Tool {
@@ -35,6 +37,9 @@ struct VerifyOptions {
   bool verbose = false;
   bool halyxFilter = false;
   std::string sdk;  // empty: not given
+  std::vector<std::string> signers;
+  bool sameSigner = false;
+  VerifyRules rules;
   int32_t jobs = 1;
   // No honest package needs as much. docs/security.md has what large ones need.
   ChildLimits limits = {/*seconds=*/120, /*mebibytes=*/1024};
@@ -80,7 +85,7 @@ FileOutput OutputOfEnd(const std::string& file, ChildResult result, const Verify
     if (auto output = FromBytes(result.report)) return *std::move(output);
     result.end = ChildEnd::kCrashed;
   }
-  return OutputOf(ReportOfEnd(file, !options.halyxFilter, result, options.limits), options);
+  return OutputOf(ReportOfEnd(file, options.rules, result, options.limits), options);
 }
 
 // Returns false when standard output fails.
@@ -93,17 +98,69 @@ bool Print(const FileOutput& output, const VerifyOptions& options) {
   return true;
 }
 
-ExitStatus Verify(const VerifyOptions& options) {
+// Fills in the rules that need more than the command line. Returns false, with a diagnostic, when
+// one of them cannot be had.
+bool PrepareRules(VerifyOptions& options) {
+  VerifyRules& rules = options.rules;
+  rules.ignoreHalyxFilter = !options.halyxFilter;
+  if (!options.sdk.empty()) rules.sdk = ParseSdkLevels(options.sdk);
+  rules.asksForSigner = !options.signers.empty() || options.sameSigner;
+  if (rules.allowsJar && !rules.asksForSigner) {
+    PrintDiagnostic("--allow-v1 is for --signer and --same-signer; try \"quillon verify --help\"");
+    return false;
+  }
+  VerifyRules own;  // of the packages to compare with
+  own.sdk = rules.sdk;
+  own.asksForSigner = rules.asksForSigner;
+  own.allowsJar = rules.allowsJar;
+  std::vector<ExpectedSigner> expected;
+  for (const std::string& text : options.signers) {
+    auto signer = ReadExpectedSigner(text, own, options.limits);
+    if (!signer) return false;
+    expected.push_back(*std::move(signer));
+  }
+  rules.expected = std::move(expected);
+  return true;
+}
+
+// The files to verify, the first of them perhaps known already.
+class Files {
+ public:
+  Files(const VerifyOptions& options) : list_(options.files, options.list) {}
+
+  FileList& List() { return list_; }
+  const std::optional<std::string>& First() {
+    if (!hasFirst_) first_ = list_.Next();
+    hasFirst_ = true;
+    return first_;
+  }
+  std::optional<std::string> Next() {
+    if (std::exchange(hasFirst_, false)) return std::exchange(first_, std::nullopt);
+    return list_.Next();
+  }
+
+ private:
+  FileList list_;
+  std::optional<std::string> first_;
+  bool hasFirst_ = false;
+};
+
+ExitStatus Verify(VerifyOptions& options) {
   using State = ChildQueue::State;
   constexpr std::chrono::milliseconds kTick(100);
-  if (!options.sdk.empty()) setenv("QUILLON_SDK", options.sdk.c_str(), /*overwrite=*/1);
-  if (!IsSdkLevelUsable()) return kUsage;
-  FileList files(options.files, options.list);
-  if (!files.IsOpen()) {
+  if (options.sdk.empty() && !IsSdkLevelUsable()) return kUsage;
+  Files files(options);
+  const FileList& list = files.List();
+  if (!list.IsOpen()) {
     PrintDiagnostic(FileText(options.list) + ": " + std::generic_category().message(errno));
     return kUsage;
   }
   LogRecorder::Install();
+  if (!PrepareRules(options)) return kUsage;
+  if (options.sameSigner && files.First()) {
+    options.rules.sibling = ReadSibling(*files.First(), options.rules, options.limits);
+    if (!options.rules.sibling) options.rules.sibling = Sibling{*files.First(), {}, {}, {}};
+  }
 
   std::deque<std::string> pending;  // the files that were begun, in order
   ChildQueue children(static_cast<size_t>(options.jobs), options.limits, [&]() -> ChildQueue::Work {
@@ -111,14 +168,14 @@ ExitStatus Verify(const VerifyOptions& options) {
     if (!file) return nullptr;
     pending.push_back(*file);
     return [&options, file] {
-      return ToBytes(OutputOf(VerifyPackage(*file, !options.halyxFilter), options));
+      return ToBytes(OutputOf(VerifyPackage(*file, options.rules), options));
     };
   });
   Progress progress;
   ExitStatus status = kDone;
   State state = State::kWaiting;
   while ((state = children.WaitFor(kTick)) != State::kEnd) {
-    progress.Show(children.DoneCount(), files.KnownCount());
+    progress.Show(children.DoneCount(), list.KnownCount());
     if (state == State::kWaiting) continue;
     const FileOutput output = OutputOfEnd(pending.front(), children.Take(), options);
     pending.pop_front();
@@ -129,15 +186,44 @@ ExitStatus Verify(const VerifyOptions& options) {
     }
   }
   progress.Erase();
-  if (!files.IsWhole()) {
+  if (!list.IsWhole()) {
     PrintDiagnostic(FileText(options.list) + ": the list could not be read to its end");
-    return files.KnownCount() == 0 ? kUsage : kUnreadable;
+    return list.KnownCount() == 0 ? kUsage : kUnreadable;
   }
-  if (files.KnownCount() == 0) {
+  if (list.KnownCount() == 0) {
     PrintDiagnostic("no file is named; try \"quillon verify --help\"");
     return kUsage;
   }
   return status;
+}
+
+void DeclareRules(CLI::App& parser, VerifyOptions& options) {
+  VerifyRules& rules = options.rules;
+  parser
+      .add_option("--signer", options.signers,
+                  "Refuse packages that this signer has not signed, for any SDK level: the SHA-256 "
+                  "of a certificate or of a public key, the file of a certificate, or a package "
+                  "that the signer has signed. Several may be given")
+      ->type_name("KEY|CERT|APK")
+      ->allow_extra_args(false);
+  parser.add_flag("--same-signer", options.sameSigner,
+                  "Refuse files that are not of one set with the first: the same signer, package "
+                  "name and version code");
+  parser.add_flag("--allow-v1", rules.allowsJar,
+                  "Let a JAR signature show the signer, if it covers every entry");
+  parser.add_option("--package", rules.packageName, "Refuse packages with another name")
+      ->type_name("NAME");
+  parser.add_option("--min-scheme", rules.minScheme, "Refuse packages verified by a lower scheme")
+      ->type_name("N")
+      ->check(CLI::Range(1, 3).description(""));
+  parser.add_flag("--strict", rules.isStrict, "Refuse packages with a warning");
+  parser.add_option("--fail-on", rules.refused, "Refuse packages with one of these warnings")
+      ->type_name("CODE,...")
+      ->delimiter(',')
+      ->allow_extra_args(false)
+      ->check([](const std::string& text) {
+        return IsWarningCode(text) ? "" : "not the code of a warning: \"" + text + '"';
+      });
 }
 
 }  // namespace
@@ -156,13 +242,15 @@ CommandRun DeclareVerify(CLI::App& parser) {
   parser.add_flag("--json", options->json,
                   "Print one JSON object per file, and nothing about files on standard error");
   parser
-      .add_option("--sdk", options->sdk,
-                  "Verify as a platform of SDK level N does (default: $QUILLON_SDK, or 30); "
-                  "a device uses its own level")
-      ->type_name("N")
+      .add_option(
+          "--sdk", options->sdk,
+          "Verify as a platform of SDK level N does, or of each level from N to M (default: "
+          "$QUILLON_SDK, or 30); a device uses its own level")
+      ->type_name("N[-M]")
       ->check([](const std::string& text) {
-        return IsSdkLevel(text) ? "" : "not an SDK level: \"" + text + '"';
+        return ParseSdkLevels(text) ? "" : "not an SDK level: \"" + text + '"';
       });
+  DeclareRules(parser, *options);
   parser.add_flag("--halyx-filter", options->halyxFilter,
                   "Do not verify packages outside the Halyx feature, like the platform");
   parser.add_flag("-v,--verbose", options->verbose, "Show the log lines of each file");

@@ -3,7 +3,6 @@
 #include "cli/package_evidence.h"
 
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 #include <ziparchive/zip_archive.h>
 
@@ -12,36 +11,17 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "cli/zip_directory.h"
 #include "signing_block/zip_format.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
-
-// Reads through the descriptor, not a mapping, so that a file that shrinks is only a failed read.
-bool ReadAt(int fd, uint64_t offset, void* out, size_t size) {
-  return pread(fd, out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
-}
-
-// Reads the last end record of the archive, whatever the length of its comment. The archive library
-// uses the same one.
-bool ReadEndRecord(int fd, EocdRecord& out) {
-  constexpr uint64_t kMostTail = sizeof(EocdRecord) + UINT16_MAX;
-  struct stat info;
-  if (fstat(fd, &info) != 0) return false;
-  const auto fileSize = static_cast<uint64_t>(info.st_size);
-  std::vector<uint8_t> tail(std::min(fileSize, kMostTail));
-  if (!ReadAt(fd, fileSize - tail.size(), tail.data(), tail.size())) return false;
-  for (size_t end = tail.size(); end >= sizeof out; --end) {
-    std::memcpy(&out, &tail[end - sizeof out], sizeof out);
-    if (out.signature == EocdRecord::kSignature) return true;
-  }
-  return false;
-}
 
 bool HasTraceOfSigningBlock(int fd) {
   EocdRecord end;
@@ -123,6 +103,33 @@ Circumstances CircumstancesOf(Apk& apk, int fd) {
   file.hasBlockTrace = HasTraceOfSigningBlock(fd);
   file.hasJarSignature = HasJarSignature(apk);
   return file;
+}
+
+bool ForEachEntry(Apk& apk,
+                  const std::function<bool(const std::string& name, ZipEntry& entry)>& visit) {
+  constexpr int32_t kIterationEnd = -1;  // of libziparchive
+  void* cookie = nullptr;
+  if (apk.StartIteration(&cookie, "", "") != 0) return false;
+  const std::unique_ptr<void, void (*)(void*)> iteration(cookie, ::EndIteration);
+  ZipEntry entry;
+  std::string name;
+  int32_t result = 0;
+  while ((result = apk.Next(cookie, &entry, name)) == 0) {
+    const bool isDirectory = EndsWith(name, "/") && entry.uncompressed_length == 0;
+    if (!isDirectory && !visit(name, entry)) return false;
+  }
+  return result == kIterationEnd;
+}
+
+bool IsSignatureFile(std::string_view name) {
+  return IsSignatureRelated(name) && EndsWith(name, ".SF");
+}
+
+bool IsSignatureRelated(std::string_view name) {
+  constexpr std::string_view kFolder = "META-INF/";
+  if (!StartsWith(name, kFolder) || name.find('/', kFolder.size()) != name.npos) return false;
+  return name == Apk::kMANIFEST_MF || EndsWith(name, ".SF") || EndsWith(name, ".RSA") ||
+         EndsWith(name, ".DSA") || EndsWith(name, ".EC");
 }
 
 bool IsDamagedPackage(int fd) {

@@ -2,6 +2,10 @@
 
 #pragma once
 
+#include <functional>
+#include <string>
+#include <string_view>
+
 #include <quillon/apk.h>
 
 #include "cli/verdict.h"
@@ -21,5 +25,15 @@ namespace Quill::Tool {
 // and end), or the JAR manifest lists the missing file. `apk` was opened from `fd`, and IsGoodZip
 // is true.
 [[nodiscard]] bool WasPackage(Apk& apk, int fd);
+
+// Calls `visit` for each entry that is no directory. Returns false as soon as `visit` does, and
+// when the archive library finds an entry damaged.
+[[nodiscard]] bool ForEachEntry(
+    Apk& apk, const std::function<bool(const std::string& name, ZipEntry& entry)>& visit);
+
+// Returns true for the name of a signature file (.SF), and for the names that a JAR signature never
+// covers: that, its block and the manifest, all of them directly in META-INF/.
+[[nodiscard]] bool IsSignatureFile(std::string_view name);
+[[nodiscard]] bool IsSignatureRelated(std::string_view name);
 
 }  // namespace Quill::Tool

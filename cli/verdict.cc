@@ -255,6 +255,12 @@ Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
   return JudgeBothWays(file, refusals);
 }
 
+FileReason WhyEntryRefused(const std::vector<Refusal>& refusals) {
+  const Refusal* refusal = First(refusals, Way::kJar);
+  if (refusal != nullptr) return Describe(*refusal, 1);
+  return {"v1.entry-unreadable", "an entry cannot be found", "get it again from its source", ""};
+}
+
 const char* NameOf(Status status) {
   switch (status) {
     case Status::kVerified:

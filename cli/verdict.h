@@ -48,6 +48,9 @@ struct Circumstances {
 // Judges a file that did not verify, from what the library refused.
 [[nodiscard]] Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals);
 
+// Returns why an entry of a JAR that verified is refused.
+[[nodiscard]] FileReason WhyEntryRefused(const std::vector<Refusal>& refusals);
+
 // The name for programs, such as "refused", and the exit status.
 [[nodiscard]] const char* NameOf(Status status);
 [[nodiscard]] ExitStatus ExitOf(Status status);

@@ -91,6 +91,7 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_task.cc
   cli/cmd_verify.cc
   util/escape.cc
+  cli/expected_signer.cc
   cli/file_label.cc
   cli/file_list.cc
   cli/journal_file.cc
@@ -103,13 +104,18 @@ set(QUILLON_CLI_SOURCES
   cli/package_evidence.cc
   cli/package_report.cc
   cli/progress.cc
+  cli/reference.cc
   cli/regular_file.cc
+  cli/rules.cc
   cli/sdk_level.cc
+  cli/signer_report.cc
   cli/simulate_option.cc
   cli/simulated_requests.cc
   cli/simulated_run.cc
   cli/tarn_code.cc
   cli/verdict.cc
+  cli/warnings.cc
+  cli/zip_directory.cc
 )
 
 # Builds signed packages for the tests, the fuzz targets and the benchmarks.

@@ -1,0 +1,125 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "cli/rules.h"
+
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+#include <ziparchive/zip_archive.h>
+
+#include <algorithm>
+
+#include "cli/output.h"
+#include "cli/package_evidence.h"
+
+namespace Quill::Tool {
+namespace {
+
+constexpr char kAskWho[] = "find out who made this package before you trust it";
+
+std::string SignersText(const std::vector<SignerReport>& signers) {
+  std::vector<KeyChain> chains;
+  for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
+  return TextOf(chains);
+}
+
+std::string ExpectedText(const std::vector<ExpectedSigner>& expected) {
+  std::vector<std::string> texts;
+  for (const ExpectedSigner& signer : expected) texts.push_back(signer.text);
+  return fmt::format("{}", fmt::join(texts, " or "));
+}
+
+// Each of these returns why the package is refused, or a reason without a code.
+
+FileReason CheckFacts(const VerifyRules& rules, const PackageReport& report) {
+  const int scheme = static_cast<int>(report.scheme);
+  if (scheme < rules.minScheme) {
+    return {"scheme.too-low",
+            fmt::format("verified by v{}, and at least v{} is asked for", scheme, rules.minScheme),
+            "sign it with the newer scheme, too", ""};
+  }
+  if (!rules.packageName.empty() && report.packageName != rules.packageName) {
+    return {"package.unexpected", "expected was the package " + NameText(rules.packageName),
+            kAskWho, ""};
+  }
+  return {};
+}
+
+// A signer is shown by what covers every entry.
+FileReason CheckCover(Apk& apk, const Findings& findings, const VerifyRules& rules,
+                      const PackageReport& report) {
+  if (report.scheme == ApkSignatureScheme::kJar) {
+    if (!rules.allowsJar) {
+      return {"signer.only-v1", "a JAR signature covers too little to show who made a package",
+              "sign it with v2 or v3, or see --allow-v1", ""};
+    }
+    const bool isCovered = ForEachEntry(apk, [&](const std::string& name, ZipEntry& entry) {
+      return IsSignatureRelated(name) || apk.VerifyFileHash(name, &entry);
+    });
+    if (!isCovered) return WhyEntryRefused(findings.refusals);
+  }
+  for (const FileWarning& warning : report.warnings) {
+    if (warning.code == "block.entries-inside") return {warning.code, warning.message, kAskWho, ""};
+  }
+  return {};
+}
+
+FileReason CheckSigners(const PackageReport& report, uint32_t sdk, const VerifyRules& rules) {
+  const SignerMatch match = Match(report.signers, sdk, rules.expected);
+  if (match == SignerMatch::kExpected) return {};
+  const std::string who = fmt::format("signed by {}, expected was {}", SignersText(report.signers),
+                                      ExpectedText(rules.expected));
+  if (match == SignerMatch::kRolledBack) {
+    return {"signer.rolled-back", who + ", which has a newer key",
+            "ask for a package that is signed with the newer key", ""};
+  }
+  return {"signer.unexpected", who, kAskWho, ""};
+}
+
+FileReason CheckSet(const PackageReport& report, uint32_t sdk, const Sibling& sibling) {
+  const std::string first = FileText(sibling.file);
+  if (sibling.chains.empty()) {
+    return {"set.no-first", first + " is not verified, so there is nothing to compare with",
+            "see what is wrong with that file", ""};
+  }
+  if (!HaveSameSigners(report.signers, sdk, sibling.chains)) {
+    return {"set.signer-differs",
+            fmt::format("signed by {}, which is not the signer of {}", SignersText(report.signers),
+                        first),
+            kAskWho, ""};
+  }
+  if (report.packageName != sibling.packageName) {
+    return {"set.package-differs",
+            fmt::format("{} is the package {}", first, NameText(sibling.packageName)),
+            "name only files of one package", ""};
+  }
+  if (report.manifest.versionCode != sibling.versionCode) {
+    return {"set.version-differs", fmt::format("{} has another version code", first),
+            "name only files of one version", ""};
+  }
+  return {};
+}
+
+FileReason CheckWarnings(const VerifyRules& rules, const PackageReport& report) {
+  for (const FileWarning& warning : report.warnings) {
+    const bool isRefused =
+        std::find(rules.refused.begin(), rules.refused.end(), warning.code) != rules.refused.end();
+    if (rules.isStrict || isRefused) return {warning.code, warning.message, "", ""};
+  }
+  return {};
+}
+
+}  // namespace
+
+void ApplyRules(Apk& apk, const Findings& findings, uint32_t sdk, const VerifyRules& rules,
+                PackageReport& report) {
+  FileReason reason = CheckFacts(rules, report);
+  if (reason.code.empty() && rules.asksForSigner) {
+    reason = CheckCover(apk, findings, rules, report);
+  }
+  if (reason.code.empty() && !rules.expected.empty()) reason = CheckSigners(report, sdk, rules);
+  if (reason.code.empty() && rules.sibling) reason = CheckSet(report, sdk, *rules.sibling);
+  if (reason.code.empty()) reason = CheckWarnings(rules, report);
+  if (!reason.code.empty()) report.verdict = {Status::kRefused, reason};
+}
+
+}  // namespace Quill::Tool

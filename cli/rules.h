@@ -1,0 +1,19 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+
+#include <quillon/apk.h>
+
+#include "cli/package_report.h"
+#include "findings/recorder.h"
+
+namespace Quill::Tool {
+
+// Refuses a package that verified for that SDK level but breaks the user's rules. `apk` is the
+// package, whose `findings` are still being recorded: this may check the entries of a JAR.
+void ApplyRules(Apk& apk, const Findings& findings, uint32_t sdk, const VerifyRules& rules,
+                PackageReport& report);
+
+}  // namespace Quill::Tool

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include <quillon/apk.h>
+
+#include "cli/signer_report.h"
+#include "cli/zip_directory.h"
+#include "findings/recorder.h"
+
+namespace Quill::Tool {
+
+// Something of a package that verified, for people and for programs.
+struct FileWarning {
+  std::string code;     // such as "key.dsa"; stable, docs/reasons.md lists them
+  std::string message;  // one sentence without a full stop
+  uint64_t count = 1;   // of entries, or of the times that it was found
+};
+
+// Returns what is worth knowing of `apk`, which verified; one warning for each code.
+[[nodiscard]] std::vector<FileWarning> FindWarnings(Apk& apk, const Findings& findings,
+                                                    const std::vector<SignerReport>& signers,
+                                                    const DirectoryFacts& directory);
+
+// Returns true for the code of a warning.
+[[nodiscard]] bool IsWarningCode(const std::string& code);
+
+}  // namespace Quill::Tool

@@ -1,0 +1,98 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "cli/zip_directory.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+#include <vector>
+
+namespace Quill::Tool {
+namespace {
+
+// A central directory file header without its name, extra field and comment (APPNOTE 4.3.12).
+struct __attribute__((packed)) DirectoryRecord {
+  uint32_t signature;
+  uint8_t versionsToChecksum[16];  // not read
+  uint32_t compressedSize;
+  uint32_t uncompressedSize;
+  uint16_t nameLength;
+  uint16_t extraLength;
+  uint16_t commentLength;
+  uint8_t attributes[8];  // not read
+  uint32_t localHeaderOffset;
+};
+static_assert(sizeof(DirectoryRecord) == 46);
+
+// A local file header without its name and extra field (APPNOTE 4.3.7).
+struct __attribute__((packed)) LocalHeader {
+  uint8_t signatureToSizes[26];  // not read
+  uint16_t nameLength;
+  uint16_t extraLength;
+};
+static_assert(sizeof(LocalHeader) == 30);
+
+// Returns the offset behind the data of an entry; where that cannot be read, behind its header.
+uint64_t EndOf(int fd, const DirectoryRecord& record) {
+  const uint64_t start = record.localHeaderOffset;
+  LocalHeader header;
+  if (!ReadAt(fd, start, &header, sizeof header)) return start + sizeof header;
+  return start + sizeof header + header.nameLength + header.extraLength + record.compressedSize;
+}
+
+}  // namespace
+
+bool ReadAt(int fd, uint64_t offset, void* out, size_t size) {
+  return pread(fd, out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
+}
+
+bool ReadEndRecord(int fd, EocdRecord& out) {
+  constexpr uint64_t kMostTail = sizeof(EocdRecord) + UINT16_MAX;
+  struct stat info;
+  if (fstat(fd, &info) != 0) return false;
+  const auto fileSize = static_cast<uint64_t>(info.st_size);
+  std::vector<uint8_t> tail(std::min(fileSize, kMostTail));
+  if (!ReadAt(fd, fileSize - tail.size(), tail.data(), tail.size())) return false;
+  for (size_t end = tail.size(); end >= sizeof out; --end) {
+    std::memcpy(&out, &tail[end - sizeof out], sizeof out);
+    if (out.signature == EocdRecord::kSignature) return true;
+  }
+  return false;
+}
+
+DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize) {
+  constexpr uint64_t kMostNameAndExtra = 2 * UINT16_MAX;
+  DirectoryFacts facts;
+  EocdRecord end;
+  struct stat info;
+  if (!ReadEndRecord(fd, end) || fstat(fd, &info) != 0 ||
+      end.centralDirectorySize > static_cast<uint64_t>(info.st_size)) {
+    return facts;
+  }
+  std::vector<uint8_t> bytes(end.centralDirectorySize);
+  if (!ReadAt(fd, end.centralDirectoryOffset, bytes.data(), bytes.size())) return facts;
+  uint16_t counted;
+  std::memcpy(&counted, &end.diskFields[6], sizeof counted);
+  uint64_t count = 0;
+  for (size_t offset = 0; bytes.size() - offset >= sizeof(DirectoryRecord);) {
+    const auto record = CopyRecord<DirectoryRecord>(&bytes[offset]);
+    const size_t size =
+        sizeof record + record.nameLength + record.extraLength + record.commentLength;
+    if (record.signature != CentralDirectory::kSignature || size > bytes.size() - offset) break;
+    offset += size;
+    ++count;
+    // Only an entry that may reach the block is looked at more closely.
+    const uint64_t start = record.localHeaderOffset;
+    const bool isNear =
+        start + sizeof(LocalHeader) + kMostNameAndExtra + record.compressedSize > blockOffset;
+    if (isNear && start < blockOffset + blockSize && EndOf(fd, record) > blockOffset) {
+      ++facts.entriesInBlock;
+    }
+  }
+  facts.uncounted = count - std::min<uint64_t>(count, counted);
+  return facts;
+}
+
+}  // namespace Quill::Tool
