@@ -9,6 +9,7 @@
 
 #include "cli/commands.h"
 #include "cli/file_label.h"
+#include "cli/help.h"
 #include "cli/log_recorder.h"
 #include "cli/open_files.h"
 #include "cli/output.h"
@@ -43,8 +44,19 @@ CommandRun DeclareLabel(CLI::App& parser) {
     std::string simulate;
   };
   const auto options = std::make_shared<Options>();
-  parser.add_option("FILE", options->file, "The labelled file")->type_name("")->required();
+  parser.add_option("FILE", options->file, "The labelled file")->required();
   DeclareSimulate(parser, options->simulate);
+  SetHelp(
+      parser,
+      {{{"Ask the kernel whether compiled code is what was labelled", "quillon label base.odex"},
+        {"The same, against a label that a simulated kernel made",
+         "quillon label --simulate base.odex"}},
+       {{kDone, "the kernel verified the file"},
+        {kFailed,
+         "the kernel did not verify it, the simulator did not answer, or the output could not be "
+         "written"},
+        {kUsage, "wrong usage"},
+        {kUnreadable, "the file could not be opened or is not a regular file"}}});
   return [options] {
     return RunMaybeSimulated(options->simulate, "", [options] { return ShowLabel(options->file); });
   };

@@ -10,9 +10,11 @@
 #include <quillon/tarn.h>
 
 #include "cli/commands.h"
+#include "cli/help.h"
 #include "cli/output.h"
 #include "cli/simulate_option.h"
 #include "cli/tarn_code.h"
+#include "cli/usage.h"
 #include "integrity/label_owner.h"
 #include "util/text.h"
 
@@ -78,10 +80,16 @@ CommandRun DeclareTask(CLI::App& parser) {
     std::string simulate;
   };
   const auto options = std::make_shared<Options>();
-  parser.add_option("PID", options->pid, "A process ID (default: this process)")
-      ->type_name("")
-      ->check(CLI::Range(0, std::numeric_limits<int>::max()));
+  AcceptNumbers(parser.add_option("PID", options->pid, "A process ID (default: this process)"), 0,
+                std::numeric_limits<int>::max());
   DeclareSimulate(parser, options->simulate);
+  SetHelp(parser,
+          {{{"Show what the kernel knows of the shell", "quillon task $$"},
+            {"Try it with a simulated kernel", "quillon task --simulate"}},
+           {{kDone, "everything was shown"},
+            {kFailed,
+             "a query failed, the simulator did not answer, or the output could not be written"},
+            {kUsage, "wrong usage"}}});
   return [options] {
     return RunMaybeSimulated(options->simulate, "", [options] { return ShowTask(options->pid); });
   };

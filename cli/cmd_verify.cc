@@ -19,12 +19,14 @@
 #include "cli/child_queue.h"
 #include "cli/commands.h"
 #include "cli/file_list.h"
+#include "cli/help.h"
 #include "cli/log_recorder.h"
 #include "cli/output.h"
 #include "cli/package_report.h"
 #include "cli/progress.h"
 #include "cli/reference.h"
 #include "cli/sdk_level.h"
+#include "cli/usage.h"
 
 namespace Quill::Tool {
 namespace {
@@ -214,22 +216,20 @@ void DeclareRules(CLI::App& parser, VerifyOptions& options) {
   parser.add_option("--package", rules.packageName, "Refuse packages with another name")
       ->type_name("NAME");
   parser.add_option("--min-scheme", rules.minScheme, "Refuse packages verified by a lower scheme")
-      ->type_name("N")
-      ->check(CLI::Range(1, 3).description(""));
+      ->type_name("N");
+  AcceptNumbers(parser.get_option("--min-scheme"), 1, 3);
   parser.add_flag("--strict", rules.isStrict, "Refuse packages with a warning");
   parser.add_option("--fail-on", rules.refused, "Refuse packages with one of these warnings")
       ->type_name("CODE,...")
       ->delimiter(',')
-      ->allow_extra_args(false)
-      ->check([](const std::string& text) {
-        return IsWarningCode(text) ? "" : "not the code of a warning: \"" + text + '"';
-      });
+      ->allow_extra_args(false);
+  AcceptOnly(parser.get_option("--fail-on"), "codes of warnings", IsWarningCode);
 }
 
 }  // namespace
 
 CommandRun DeclareVerify(CLI::App& parser) {
-  constexpr int32_t kMost = std::numeric_limits<int32_t>::max();
+  constexpr int32_t kLargestLimit = 1000000;
   const auto options = std::make_shared<VerifyOptions>();
   parser.add_option("FILE", options->files, "Packages to verify")->type_name("");
   parser
@@ -246,42 +246,55 @@ CommandRun DeclareVerify(CLI::App& parser) {
           "--sdk", options->sdk,
           "Verify as a platform of SDK level N does, or of each level from N to M (default: "
           "$QUILLON_SDK, or 30); a device uses its own level")
-      ->type_name("N[-M]")
-      ->check([](const std::string& text) {
-        return ParseSdkLevels(text) ? "" : "not an SDK level: \"" + text + '"';
-      });
+      ->type_name("N[-M]");
+  AcceptOnly(parser.get_option("--sdk"), "an SDK level such as 30, or a range such as 28-35",
+             [](const std::string& text) { return ParseSdkLevels(text).has_value(); });
   DeclareRules(parser, *options);
   parser.add_flag("--halyx-filter", options->halyxFilter,
                   "Do not verify packages outside the Halyx feature, like the platform");
   parser.add_flag("-v,--verbose", options->verbose, "Show the log lines of each file");
   parser.add_option("-j,--jobs", options->jobs, "Verify up to JOBS packages at the same time")
-      ->type_name("JOBS")
-      ->check(CLI::Range(1, kMost).description(""));
+      ->type_name("JOBS");
+  AcceptNumbers(parser.get_option("--jobs"), 1, std::numeric_limits<int32_t>::max());
   parser
       .add_option("--time-limit", options->limits.seconds,
                   "Give up a file after S seconds of processor time, or five times as long by the "
                   "clock")
       ->type_name("S")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 1000000).description(""));
+      ->capture_default_str();
+  AcceptNumbers(parser.get_option("--time-limit"), 1, kLargestLimit);
   parser
       .add_option(
           "--memory-limit", options->limits.mebibytes,
           "Give up a file that needs more than MIB MiB of memory; mapped files do not count")
       ->type_name("MIB")
-      ->capture_default_str()
-      ->check(CLI::Range(1, 1000000).description(""));
-  parser.footer(
-      "Exit status:\n"
-      "  0  every package was verified\n"
-      "  1  a package was refused; this includes a damaged one whose manifest is missing or\n"
-      "     unreadable. Or the output could not be written\n"
-      "  2  wrong usage, or the variable QUILLON_SDK is not a number\n"
-      "  3  no verdict: a file could not be read or mapped, is not a ZIP archive, changed while\n"
-      "     it was read, or cost more than it was allowed\n"
-      "  4  a file was not verified: it is an archive but not a package, or is outside the\n"
-      "     Halyx feature\n"
-      "If several of 1 to 4 apply, the smallest is returned.");
+      ->capture_default_str();
+  AcceptNumbers(parser.get_option("--memory-limit"), 1, kLargestLimit);
+  SetHelp(
+      parser,
+      {{{"Verify one package", "quillon verify app.apk"},
+        {"Verify many, four at a time, and print only what is not verified",
+         "quillon verify -q -j 4 -- *.apk"},
+        {"Verify all packages under a folder",
+         "find . -name '*.apk' -print0 | quillon verify --files-from0 -"},
+        {"Verify that an update is from whoever signed the old package",
+         "quillon verify --signer old.apk app.apk"},
+        {"Write the verdict and its reason as JSON", "quillon verify --json app.apk >app.json"},
+        {"Verify a file whose name starts with a dash", "quillon verify -- -x.apk"}},
+       {{kDone, "every package was verified"},
+        {kFailed,
+         "a package was refused; this includes a damaged one whose manifest is missing or "
+         "unreadable. Or the output could not be written"},
+        {kUsage,
+         "wrong usage; what --signer names cannot be used; or the variable QUILLON_SDK is not a "
+         "number"},
+        {kUnreadable,
+         "no verdict: a file could not be read or mapped, is not a ZIP archive, changed while "
+         "it was read, or cost more than it was allowed"},
+        {kUnverified,
+         "a file was not verified: it is an archive but not a package, or is outside the Halyx "
+         "feature"}},
+       "If several of 1 to 4 apply, the smallest is returned."});
   return [options] { return Verify(*options); };
 }
 

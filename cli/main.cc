@@ -7,15 +7,17 @@
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <exception>
-#include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
 #include <quillon/version.h>
 
+#include "cli/arguments.h"
 #include "cli/commands.h"
-#include "cli/operands.h"
+#include "cli/help.h"
 #include "cli/output.h"
+#include "cli/usage.h"
 
 namespace Quill::Tool {
 namespace {
@@ -30,58 +32,68 @@ constexpr Command kCommands[] = {
     {"task", "Show a process's integrity value, its label, and which file reset it", DeclareTask},
 };
 
-ExitStatus RefuseUsage(const std::string& mistake) {
+using Runs = std::vector<std::pair<CLI::App*, CommandRun>>;
+
+Runs DeclareCommands(CLI::App& program) {
+  Runs runs;
+  for (const Command& command : kCommands) {
+    CLI::App* parser = program.add_subcommand(command.name, command.help);
+    SetHelp(*parser, {});
+    runs.emplace_back(parser, command.declare(*parser));
+  }
+  return runs;
+}
+
+bool IsGiven(const std::vector<Argument>& arguments, const CLI::Option* option) {
+  return std::any_of(arguments.begin(), arguments.end(), [option](const Argument& argument) {
+    return argument.declared == option && option != nullptr;
+  });
+}
+
+ExitStatus Answer(const std::string& text) { return PrintText(text) ? kDone : kFailed; }
+
+// `name` is what to ask for help.
+ExitStatus RefuseUsage(const std::string& mistake, const std::string& name) {
   PrintDiagnostic(mistake);
-  PrintDiagnostic("try \"quillon --help\"");
+  PrintDiagnostic(fmt::format("try \"{} --help\"", name));
   return kUsage;
 }
 
-// Prints the help or the version if the command line asks for it, otherwise what is wrong with it.
-ExitStatus Answer(const CLI::App& app, const CLI::ParseError& error) {
-  std::ostringstream answer;
-  std::ostringstream ignored;
-  if (app.exit(error, answer, ignored) == 0) return PrintText(answer.str()) ? kDone : kFailed;
-  return RefuseUsage(error.what());
+// Runs a command with the words behind its name.
+ExitStatus RunCommand(CLI::App& parser, const CommandRun& run, Words::const_iterator first,
+                      Words::const_iterator last) {
+  std::string mistake;
+  {
+    const std::vector<Argument> arguments = TakeApart(parser, first, last);
+    if (IsGiven(arguments, parser.get_help_ptr())) return Answer(HelpText(parser));
+    mistake = FindMistake(parser, arguments);
+    try {
+      if (mistake.empty()) ParseLiterally(parser, arguments);
+    } catch (const CLI::ParseError& error) {
+      mistake = error.what();
+    }
+  }
+  if (!mistake.empty()) return RefuseUsage(mistake, "quillon " + parser.get_name());
+  return run();
 }
 
-using Runs = std::vector<std::pair<CLI::App*, CommandRun>>;
+ExitStatus Run(const Words& words) {
+  CLI::App program("Verify signed Android packages and label their files", "quillon");
+  program.set_version_flag("--version", "quillon " QUILLON_VERSION);
+  const Runs runs = DeclareCommands(program);
+  SetHelp(program, {{}, {}, "\"quillon COMMAND --help\" explains a command."});
 
-// Prepares the arguments for the parser: in reverse order, with operands that it does not
-// interpret.
-std::vector<std::string> PrepareArguments(std::vector<std::string> arguments, const Runs& runs) {
-  const auto name = std::find_if(arguments.begin(), arguments.end(),
-                                 [](const std::string& text) { return text.substr(0, 1) != "-"; });
+  const auto name = std::find_if_not(words.begin(), words.end(), LooksLikeOption);
+  const std::vector<Argument> arguments = TakeApart(program, words.begin(), name);
+  if (IsGiven(arguments, program.get_help_ptr())) return Answer(HelpText(program));
+  const std::string mistake = FindMistake(program, arguments);
+  if (!mistake.empty()) return RefuseUsage(mistake, program.get_name());
+  if (!arguments.empty()) return Answer(program.version() + '\n');
+  if (name == words.end()) return RefuseUsage("no command is named", program.get_name());
   for (const auto& [parser, run] : runs) {
-    if (name == arguments.end() || parser->get_name() != *name) continue;
-    SpellOperands(*parser, static_cast<size_t>(name - arguments.begin()) + 1, arguments);
-    break;
+    if (parser->get_name() == *name) return RunCommand(*parser, run, name + 1, words.end());
   }
-  std::reverse(arguments.begin(), arguments.end());
-  return arguments;
-}
-
-ExitStatus Run(std::vector<std::string> arguments) {
-  CLI::App app("Verify signed Android packages and label their files.", "quillon");
-  app.set_version_flag("--version", "quillon " QUILLON_VERSION);
-  app.require_subcommand(0, 1);
-  Runs runs;
-  for (const Command& command : kCommands) {
-    CLI::App* parser = app.add_subcommand(command.name, command.help);
-    runs.emplace_back(parser, command.declare(*parser));
-    TakeOperandsLiterally(*parser);
-  }
-  try {
-    app.parse(PrepareArguments(std::move(arguments), runs));
-  } catch (const CLI::ParseError& error) {
-    return Answer(app, error);
-  }
-  for (const auto& [parser, run] : runs) {
-    if (!parser->parsed()) continue;
-    const std::vector<std::string> unexpected = UnexpectedArguments(*parser);
-    if (unexpected.empty()) return run();
-    return RefuseUsage(fmt::format("Unexpected: {}", fmt::join(unexpected, ", ")));
-  }
-  return RefuseUsage("A subcommand is required");
+  return RefuseUsage(UnknownCommand(program, *name), program.get_name());
 }
 
 // Opens the standard descriptors that are closed, so that no file of ours gets their numbers. What

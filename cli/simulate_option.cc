@@ -11,15 +11,18 @@
 #include "cli/output.h"
 #include "cli/simulated_requests.h"
 #include "cli/simulated_run.h"
+#include "cli/usage.h"
 
 namespace Quill::Tool {
 
 void DeclareSimulate(CLI::App& parser, std::string& interface) {
-  parser
-      .add_flag("--simulate{device}", interface,
-                "Run with a simulated kernel (its interface is device or legacy), and show the "
-                "requests that it receives")
-      ->check(CLI::IsMember({"device", "legacy"}));
+  CLI::Option* option = parser.add_flag(
+      "--simulate{device}", interface,
+      "Run with a simulated kernel, and show the requests that it receives. KERNEL is its "
+      "interface: device (the default) or legacy");
+  option->type_name("KERNEL");
+  AcceptOnly(option, "\"device\" or \"legacy\"",
+             [](const std::string& text) { return text == "device" || text == "legacy"; });
 }
 
 ExitStatus RunMaybeSimulated(const std::string& interface, const std::string& package,

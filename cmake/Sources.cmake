@@ -84,6 +84,7 @@ set(TARNSIM_SOURCES
 )
 
 set(QUILLON_CLI_SOURCES
+  cli/arguments.cc
   cli/child.cc
   cli/child_queue.cc
   cli/cmd_label.cc
@@ -94,12 +95,12 @@ set(QUILLON_CLI_SOURCES
   cli/expected_signer.cc
   cli/file_label.cc
   cli/file_list.cc
+  cli/help.cc
   cli/journal_file.cc
   cli/log_recorder.cc
   cli/logged_run.cc
   cli/main.cc
   cli/open_files.cc
-  cli/operands.cc
   cli/output.cc
   cli/package_evidence.cc
   cli/package_report.cc
@@ -113,6 +114,7 @@ set(QUILLON_CLI_SOURCES
   cli/simulated_requests.cc
   cli/simulated_run.cc
   cli/tarn_code.cc
+  cli/usage.cc
   cli/verdict.cc
   cli/warnings.cc
   cli/zip_directory.cc
