@@ -8,7 +8,7 @@
 # Status: 0 when all match, 1 when one differs, 77 when this machine lacks what one needs.
 #
 # A transcript is a text file:
-#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native
+#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native, jq, xmllint, git
 #   # Other comments, and blank lines, may be anywhere.
 #   $ quillon verify none \    a command of bash; the shell's state is kept from one to the next
 #   >   good.apk               its continuation, if it has one
@@ -51,7 +51,7 @@ Has() {  # Has NEED
       ;;
     native) [ -z "$emulator" ] ;;
     memory-limit) [ -z "$emulator" ] && (ulimit -v 400000 && quillon --version) >"$work/out" 2>&1 ;;
-    *) true ;;
+    *) command -v "$1" >/dev/null ;;
   esac
 }
 
