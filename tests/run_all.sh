@@ -106,6 +106,7 @@ Check_library() {  # the library alone builds without the packages that tool, si
 
 Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
 Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
+Long_differences() { scripts/differences.sh --check; }  # docs/differences.md has the table that its script makes
 Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a Debian root that has only the base system and git
 
 # Fuzz RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
