@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <fstream>
@@ -11,6 +12,7 @@
 
 #include <quillon/file.h>
 
+#include "tests/support/notation.h"
 #include "tests/support/package_builder.h"
 
 // Writes a package for a transcript.
@@ -22,8 +24,10 @@
 //   manifest=PACKAGE        AndroidManifest.xml
 //   halyx=PACKAGE           the same with a permission of the Halyx feature
 //   pairs=NUMBER            as many empty pairs in the signing block
+//   pair=ID=BYTES           a pair in the signing block, in bytes as tests/support/notation.h says
 //   v2[=NUMBER[=ZEROS]]     a v2 signature of as many signers, and zeros behind them
 //   v3[=NUMBER]             a v3 signature behind a lineage of as many levels
+//   v2=SIGNERS, v3=SIGNERS  a signature of signers between " & ", as SignerWith in signers.h says
 //   jar                     a JAR signature, by these options in front of it:
 //     key=NAME in tests/keys, certificate=NAME of the key of one more, signed-by=DIGEST of the
 //     signature file, digest=NAME of the entries' digests, claim=SCHEMES that were used too,
@@ -103,6 +107,12 @@ bool Add(PackageBuilder& package, Text part, Text name, Text value) {
     package.Manifest(ManifestXml(name, part == "halyx"));
   } else if (part == "pairs") {
     for (uint32_t id = 0; id < std::stoul(name); ++id) package.Pair(id, {});
+  } else if (part == "pair") {
+    package.Pair(static_cast<uint32_t>(std::stoul(name, nullptr, 0)), Bytes(value, KnownBytes()));
+  } else if ((part == "v2" || part == "v3") && !name.empty() && std::isdigit(name[0]) == 0) {
+    PackageBuilder::Signers signers;
+    for (Text parts : Split(name + "=" + value, " & ")) signers.push_back(SignerWith(parts));
+    part == "v2" ? package.V2(signers) : package.V3(signers);
   } else if (part == "v2") {
     package.V2(PackageBuilder::Signers(number(name, 1)), ByteVector(number(value, 0)));
   } else if (part == "v3") {

@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <map>
 
 #include "schemes/apk_signing_block_v2.h"
 #include "schemes/apk_signing_block_v3.h"
@@ -48,47 +47,6 @@ TEST(Algorithms, TheMorePreferredIsChosenAndOfEqualsTheFirst) {
   }
 }
 
-// Returns the signer with the parts that a text such as "sdk=24,30; publicKey=" sets.
-SignerOptions SignerWith(const std::string& parts) {
-  static const SigningKey &own = TestKey("p256-0"), &other = TestKey("p256-1");
-  static const std::map<std::string, ByteVector> kNames = {
-      {"own.certificate", own.certificate},
-      {"other.certificate", other.certificate},
-      {"other.publicKey", other.publicKey},
-      {"lineage", LineageAttribute(Lineage({&other, &own}))},
-      {"otherLineage", LineageAttribute(Lineage({&own, &other}))}};
-  SignerOptions signer;
-  for (const std::string& part : Split(parts, "; ")) {
-    const std::string name = part.substr(0, part.find('=')), value = part.substr(name.size() + 1);
-    std::vector<ByteVector> items;
-    std::vector<uint32_t> numbers;
-    for (const std::string& item : Split(value, ",")) {
-      items.push_back(Bytes(item, kNames));
-      numbers.push_back(static_cast<uint32_t>(std::strtoul(item.c_str(), nullptr, 0)));
-    }
-    if (name == "key") {
-      signer.key = &TestKey(value);
-    } else if (name == "sdk") {
-      signer.minSdk = numbers[0], signer.maxSdk = numbers[1], signer.signedMaxSdk = numbers.back();
-    } else if (name == "signatures" || name == "digests") {
-      (name == "digests" ? signer.digestAlgorithms : signer.signatureAlgorithms) = numbers;
-    } else if (name == "certificates") {
-      signer.certificates = items;
-    } else if (name == "attributes") {
-      signer.attributes = items;
-    } else if (name == "publicKey") {
-      signer.publicKey = Bytes(value, kNames);
-    } else if (name == "contentDigest") {
-      signer.contentDigest = Bytes(value);
-    } else if (name == "behindAttributes") {
-      signer.behindAttributes = Bytes(value);
-    } else {
-      ADD_FAILURE() << "no such part: " << part;
-    }
-  }
-  return signer;
-}
-
 TEST(Signer, IsVerifiedWithAllItsParts) {
   for (const Row& row : ReadTable("signers.txt")) {
     std::vector<SignerOptions> signers;
@@ -108,31 +66,19 @@ TEST(Signer, IsVerifiedWithAllItsParts) {
 }
 
 TEST(ProofOfRotation, EveryLinkIsSignedByTheKeyBefore) {
-  ByteVector unknown = TestKey("p256-0").certificate;
-  unknown.at(73) = 0x7f;  // the end of the object identifier of EC keys
-  std::map<std::string, ByteVector> names = {{"unknown", unknown}, {"none", {1}}};
-  const std::string kKeys[] = {"rsa2048-0", "p256-0", "p384-0"};
-  for (const std::string& key : kKeys) names[key] = TestKey(key).certificate;
-  for (const auto& [name, certificate] : std::map(names)) {
-    const ByteVector signedPart = Wire().LengthPrefixed(certificate).U32(7);
-    for (const std::string& key : kKeys) {
-      const std::string link = std::string(key).append(">").append(name);
-      names[link] = Sign(TestKey(key), TestKey(key).algorithmId, signedPart);
-    }
-  }
   for (const Row& row : ReadTable("rotation_attributes.txt")) {
     ApkSigningBlockV3::SignedDataV3 signedData;
     for (const std::string& field : Split(row.fields[1], " & ")) {
-      const ByteVector bytes = Bytes(field, names);
+      const ByteVector bytes = Bytes(field, KnownBytes());
       Attribute attribute = {0, {bytes.begin() + 4, bytes.end()}};
       std::memcpy(&attribute.id, bytes.data(), 4);
       signedData.attributes.push_back(attribute);
     }
     LogCapture log;
     std::vector<ByteVector> keys;
-    const bool isGood =
-        ApkSigningBlockV3::ParseAdditionalAttributes(signedData) &&
-        ApkSigningBlockV3::VerifyProofRotation(signedData.proofOfRotation, names["p384-0"], keys);
+    const bool isGood = ApkSigningBlockV3::ParseAdditionalAttributes(signedData) &&
+                        ApkSigningBlockV3::VerifyProofRotation(signedData.proofOfRotation,
+                                                               TestKey("p384-0").certificate, keys);
     EXPECT_EQ(row.fields[0], (isGood ? "good" : "refused") + Sizes(keys)) << row.text;
     EXPECT_EQ(row.log, log.Take()) << row.text;
   }

@@ -3,6 +3,10 @@
 #include "tests/support/signers.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+
+#include "tests/support/notation.h"
 
 namespace Quill {
 namespace {
@@ -55,6 +59,59 @@ ByteVector ContentDigest(uint32_t algorithmId, const Regions& regions) {
     }
   }
   return DigestOf(md, Wire().U8(0x5a).U32(count).Bytes(digests));
+}
+
+const std::map<std::string, ByteVector>& KnownBytes() {
+  static const auto kBytes = [] {
+    ByteVector unknown = TestKey("p256-0").certificate;
+    unknown.at(73) = 0x7f;  // the end of the object identifier of EC keys
+    std::map<std::string, ByteVector> bytes = {{"unknown", unknown}, {"none", {1}}};
+    const std::string kKeys[] = {"rsa2048-0", "p256-0", "p256-1", "p384-0"};
+    for (const std::string& key : kKeys) bytes[key] = TestKey(key).certificate;
+    for (const auto& [name, certificate] : std::map(bytes)) {
+      const ByteVector signedPart = Wire().LengthPrefixed(certificate).U32(7);
+      for (const std::string& key : kKeys) {
+        const std::string link = std::string(key).append(">").append(name);
+        bytes[link] = Sign(TestKey(key), TestKey(key).algorithmId, signedPart);
+      }
+    }
+    for (const std::string& key : kKeys) bytes[key + ".publicKey"] = TestKey(key).publicKey;
+    return bytes;
+  }();
+  return kBytes;
+}
+
+SignerOptions SignerWith(const std::string& parts) {
+  SignerOptions signer;
+  for (const std::string& part : Split(parts, "; ")) {
+    const std::string name = part.substr(0, part.find('=')), value = part.substr(name.size() + 1);
+    std::vector<ByteVector> items;
+    std::vector<uint32_t> numbers;
+    for (const std::string& item : Split(value, ",")) {
+      items.push_back(Bytes(item, KnownBytes()));
+      numbers.push_back(static_cast<uint32_t>(std::strtoul(item.c_str(), nullptr, 0)));
+    }
+    if (name == "key") {
+      signer.key = &TestKey(value);
+    } else if (name == "sdk") {
+      signer.minSdk = numbers[0], signer.maxSdk = numbers[1], signer.signedMaxSdk = numbers.back();
+    } else if (name == "signatures" || name == "digests") {
+      (name == "digests" ? signer.digestAlgorithms : signer.signatureAlgorithms) = numbers;
+    } else if (name == "certificates") {
+      signer.certificates = items;
+    } else if (name == "attributes") {
+      signer.attributes = items;
+    } else if (name == "publicKey") {
+      signer.publicKey = Bytes(value, KnownBytes());
+    } else if (name == "contentDigest") {
+      signer.contentDigest = Bytes(value);
+    } else if (name == "behindAttributes") {
+      signer.behindAttributes = Bytes(value);
+    } else {
+      throw std::invalid_argument("no such part: " + part);
+    }
+  }
+  return signer;
 }
 
 ByteVector PairValue(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions) {

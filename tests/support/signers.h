@@ -3,7 +3,9 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <optional>
+#include <string>
 #include <vector>
 
 #include "schemes/proof_of_rotation.h"
@@ -41,6 +43,16 @@ struct SignerOptions {
   uint32_t maxSdk = 0x7fffffff;
   std::optional<uint32_t> signedMaxSdk;  // default: maxSdk
 };
+
+// The names of bytes in the texts of signers and lineages: NAME and NAME.publicKey are the
+// certificate and the public key of a key in tests/keys, A>B is the signature by the key A of the
+// signed part of a level with the certificate B, "none" is no certificate, and "unknown" is one of
+// a key of an unknown kind.
+const std::map<std::string, ByteVector>& KnownBytes();
+
+// Returns the signer with the parts that a text such as "sdk=24,30; publicKey=" sets, whose bytes
+// are written as Bytes in notation.h says. Throws std::invalid_argument for an unknown part.
+SignerOptions SignerWith(const std::string& parts);
 
 // Returns the value of a v2 or v3 pair: signers over the regions.
 ByteVector PairValue(bool isV3, const std::vector<SignerOptions>& signers, const Regions& regions);

@@ -5,25 +5,12 @@
 #include <gtest/gtest.h>
 
 #include <fstream>
-#include <iomanip>
-#include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "tests/support/wire.h"
+#include "tests/support/notation.h"
 
 namespace Quill {
-
-// Returns the parts of a text between separators; none of an empty text.
-inline std::vector<std::string> Split(std::string text, const std::string& separator) {
-  std::vector<std::string> parts;
-  for (text += text.empty() ? "" : separator; !text.empty();) {
-    parts.push_back(text.substr(0, text.find(separator)));
-    text.erase(0, parts.back().size() + separator.size());
-  }
-  return parts;
-}
 
 // A case of a table in tests/data: fields between " | " on a line, and the log lines expected, each
 // on a line of its own behind two blanks. Empty lines and those that start with # are comments.
@@ -46,35 +33,6 @@ inline std::vector<Row> ReadTable(const std::string& name) {
   }
   EXPECT_FALSE(rows.empty()) << name;
   return rows;
-}
-
-// Returns the bytes that a text describes by its words: 7:4 is the number 7 in four bytes, the
-// lowest first, [ and ] stand around what follows its 32-bit length, a name stands for its bytes in
-// `names`, and other words, or several between quotes, for themselves.
-inline ByteVector Bytes(const std::string& text,
-                        const std::map<std::string, ByteVector>& names = {}) {
-  ByteVector bytes;
-  std::vector<size_t> starts;
-  std::istringstream words(text);
-  for (std::string word; words >> std::quoted(word);) {
-    const size_t colon = word.find(':');
-    if (word == "]") {
-      Put(bytes, starts.back(), Wire().U32(bytes.size() - starts.back() - 4));
-      starts.pop_back();
-    } else if (word == "[") {
-      starts.push_back(bytes.size());
-      bytes.resize(bytes.size() + 4);
-    } else if (colon != std::string::npos) {
-      ByteVector number = Wire().U64(std::stoull(word, nullptr, 0));
-      number.resize(std::stoul(word.substr(colon + 1)));
-      bytes.insert(bytes.end(), number.begin(), number.end());
-    } else {
-      const auto name = names.find(word);
-      const ByteVector value = name != names.end() ? name->second : Wire().Text(word);
-      bytes.insert(bytes.end(), value.begin(), value.end());
-    }
-  }
-  return bytes;
 }
 
 }  // namespace Quill
