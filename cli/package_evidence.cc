@@ -45,49 +45,67 @@ bool JarManifestListsAndroidManifest(Apk& apk) {
          manifest.find("\nName: AndroidManifest.xml") != std::string::npos;
 }
 
+// What a file may be instead of an archive, by its start.
+constexpr char kUnpack[] = "unpack it, and verify the package in it";
+constexpr char kFetch[] = "fetch the package itself";
+constexpr char kSeeText[] = "read it to see why there is no package, and fetch that again";
+constexpr struct {
+  std::string_view start;
+  LookAlike kind;
+} kLookAlikes[] = {
+    {"\x1f\x8b", {"a gzip file", kUnpack}},
+    {"BZh", {"a bzip2 file", kUnpack}},
+    {"\xfd\x37zXZ", {"an xz file", kUnpack}},
+    {"\x37z\xbc\xaf", {"a 7z archive", kUnpack}},
+    {"Rar!", {"a RAR archive", kUnpack}},
+    {"<!DOCTYPE", {"an HTML page", kSeeText}},
+    {"<html", {"an HTML page", kSeeText}},
+    {"<?xml", {"an XML file", kSeeText}},
+    {"{", {"a JSON text", kSeeText}},
+    {"version http", {"a pointer of a large-file store", "fetch the file that it points to"}},
+    {"\x7f\x45LF", {"an ELF program or library", kFetch}},
+    {"dex\n", {"a DEX file", kFetch}},
+};
+
 // Says what a file that is no archive is instead, by its first bytes.
 void LookAtStart(int fd, Circumstances& file) {
-  constexpr struct {
-    std::string_view start;
-    const char* name;
-  } kKinds[] = {
-      {"\x1f\x8b", "a gzip file"},
-      {"<!DOCTYPE", "an HTML page"},
-      {"<html", "an HTML page"},
-      {"<?xml", "an XML file"},
-      {"version http", "a pointer of a large-file store"},
-      {"\x7f"
-       "ELF",
-       "an ELF program or library"},
-  };
-  char bytes[32];
+  char bytes[512];
   const ssize_t size = pread(fd, bytes, sizeof bytes, 0);
   std::string_view start(bytes, static_cast<size_t>(std::max<ssize_t>(size, 0)));
   file.startsAsZip = StartsWith(start, "PK\3\4");
+  constexpr size_t kTarMagic = 257;
+  if (start.size() > kTarMagic && StartsWith(start.substr(kTarMagic), "ustar")) {
+    file.lookAlike = {"a tar archive", kUnpack};
+  }
   // A page may start with a byte-order mark and blanks, and names its kind in any case.
   if (StartsWith(start, "\xef\xbb\xbf")) start.remove_prefix(3);
   while (!start.empty() && std::isspace(static_cast<unsigned char>(start.front())) != 0) {
     start.remove_prefix(1);
   }
-  for (const auto& [kind, name] : kKinds) {
-    if (start.size() >= kind.size() && strncasecmp(start.data(), kind.data(), kind.size()) == 0) {
-      file.lookAlike = name;
+  for (const auto& [begin, kind] : kLookAlikes) {
+    if (start.size() >= begin.size() &&
+        strncasecmp(start.data(), begin.data(), begin.size()) == 0) {
+      file.lookAlike = kind;
     }
   }
+}
+
+// Returns whether there is an entry whose name begins and ends so.
+bool HasEntry(Apk& apk, const char* prefix, const char* suffix) {
+  void* cookie = nullptr;
+  if (apk.StartIteration(&cookie, prefix, suffix) != 0) return false;
+  ZipEntry entry;
+  std::string name;
+  const bool isFound = apk.Next(cookie, &entry, name) == 0;
+  apk.EndIteration(cookie);
+  return isFound;
 }
 
 // Returns whether META-INF/ has a file of a JAR signature.
 bool HasJarSignature(Apk& apk) {
   constexpr const char* kSuffixes[] = {".SF", ".RSA", ".DSA", ".EC"};
-  return std::any_of(std::begin(kSuffixes), std::end(kSuffixes), [&apk](const char* suffix) {
-    void* cookie = nullptr;
-    if (apk.StartIteration(&cookie, "META-INF/", suffix) != 0) return false;
-    ZipEntry entry;
-    std::string name;
-    const bool isFound = apk.Next(cookie, &entry, name) == 0;
-    apk.EndIteration(cookie);
-    return isFound;
-  });
+  return std::any_of(std::begin(kSuffixes), std::end(kSuffixes),
+                     [&apk](const char* suffix) { return HasEntry(apk, "META-INF/", suffix); });
 }
 
 }  // namespace
@@ -97,7 +115,19 @@ Circumstances CircumstancesOf(Apk& apk, int fd) {
   file.scheme = static_cast<int>(apk.GetApkSignatureSchemeVersion());
   if (!apk.IsGoodZip()) {
     LookAtStart(fd, file);
+    struct stat info;
+    EocdRecord end;
+    uint64_t endOffset = 0;
+    if (fstat(fd, &info) == 0 && ReadEndRecord(fd, end, &endOffset)) {
+      file.fileSize = static_cast<uint64_t>(info.st_size);
+      file.archiveSize = endOffset + sizeof end + end.commentLength;
+    }
     return file;
+  }
+  if (!apk.IsApk()) {
+    file.contents = HasEntry(apk, "BundleConfig.pb", "") ? ArchiveContents::kBundle
+                    : HasEntry(apk, "", ".apk")          ? ArchiveContents::kPackages
+                                                         : ArchiveContents::kOther;
   }
   file.wasPackage = !apk.IsApk() && WasPackage(apk, fd);
   file.hasBlockTrace = HasTraceOfSigningBlock(fd);

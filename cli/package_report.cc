@@ -7,6 +7,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstring>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -160,22 +161,26 @@ FileReason WhyNoReport(const ChildResult& result, const ChildLimits& limits) {
           fmt::format("needs more than {} MiB of memory, or more than there is", limits.mebibytes),
           "raise --memory-limit if you trust it", ""};
     case ChildEnd::kLongReport:
-      return {"memory-limit", "there is too much to report of it", "", ""};
+      return {"memory-limit", "there is too much to report of it", "report it as a bug", ""};
     case ChildEnd::kFileLost:
       return {"changed", "it became shorter while it was read, or a part of it cannot be read",
               "verify it when nobody writes to it", ""};
     case ChildEnd::kNotStarted:
-      return {"no-process", "the system has no process, thread or descriptor left to read it", "",
-              ""};
+      return {"no-process", "the system has no process, thread or descriptor left to read it",
+              "end other programs, or raise the limits (ulimit -n, ulimit -u)", ""};
     case ChildEnd::kReported:
     case ChildEnd::kCrashed:
       break;
   }
-  if (result.signal == 0) return {"crashed", "the process that read it ended too early", "", ""};
+  if (result.signal == 0) {
+    return {"crashed", "the process that read it ended too early", "report it as a bug", ""};
+  }
   return {"crashed",
           fmt::format("the process that read it died of signal {} ({})", result.signal,
                       strsignal(result.signal)),
-          "", ""};
+          result.signal == SIGKILL ? "end other programs: the system may lack memory"
+                                   : "report it as a bug",
+          ""};
 }
 
 // Absent parts are left out.
@@ -249,9 +254,10 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   report.size = static_cast<uint64_t>(opened.info.st_size);
   const bool isEmpty = opened.fd && report.size == 0;
   if (!opened.fd || isEmpty) {
-    report.verdict = {Status::kUnreadable,
-                      {isEmpty ? "archive.empty" : "unreadable",
-                       isEmpty ? "empty file" : opened.obstacle, "", ""}};
+    report.verdict = {
+        Status::kUnreadable,
+        {isEmpty ? "archive.empty" : "unreadable", isEmpty ? "empty file" : opened.obstacle,
+         isEmpty ? "get it again from its source" : "", ""}};
     return report;
   }
   const int fd = opened.fd->GetFd();

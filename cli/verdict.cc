@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <utility>
 
+#include "cli/archive_error.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
@@ -23,11 +25,12 @@ struct ReasonText {
   const char* hint;
 };
 
+constexpr char kGetAgain[] = "get it again from its source";
 constexpr char kSignAgain[] = "get it again from its source, or sign it again";
 constexpr char kAskSigner[] = "whoever signed it must sign it again";
 constexpr ReasonText kTexts[] = {
     {Reason::kManifestUnreadable, Way::kArchive, "archive.manifest-damaged",
-     "AndroidManifest.xml cannot be extracted ({1})", "get it again from its source"},
+     "AndroidManifest.xml cannot be extracted: {1}", kGetAgain},
     {Reason::kManifestMalformed, Way::kArchive, "manifest.malformed",
      "AndroidManifest.xml is no compiled manifest",
      "get it again from its source, or build it with aapt2"},
@@ -94,14 +97,14 @@ constexpr ReasonText kTexts[] = {
      "level {0} of the lineage repeats a certificate", kAskSigner},
 
     {Reason::kJarNoManifest, Way::kJar, "v1.no-manifest",
-     "META-INF/MANIFEST.MF cannot be read ({1})", kSignAgain},
+     "META-INF/MANIFEST.MF cannot be read: {1}", kSignAgain},
     {Reason::kJarNoSignatureFile, Way::kJar, "v1.no-signature-file",
      "META-INF/ has a signature block, but no signature file (.SF)", kSignAgain},
     {Reason::kJarSignatureFileMalformed, Way::kJar, "v1.signature-file-malformed",
      "the signature file {1} is malformed, or cannot be extracted", kSignAgain},
     {Reason::kJarClaimsScheme, Way::kJar, "v1.stripped",
      "the signature file says that there is a v{1} signature, but there is none",
-     "get it again from its source; if you build it, sign it after aligning"},
+     "get it again from its source; if you build it, sign it as the last step"},
     {Reason::kJarNoBlock, Way::kJar, "v1.no-block",
      "{1}RSA or {1}DSA is missing, or cannot be extracted (EC keys are not supported)",
      "sign with an RSA key, or with v2 or v3"},
@@ -117,20 +120,18 @@ constexpr ReasonText kTexts[] = {
     {Reason::kJarManifestMismatch, Way::kJar, "v1.manifest-mismatch",
      "META-INF/MANIFEST.MF does not match its digest in the signature file", kSignAgain},
     {Reason::kJarEntryUnreadable, Way::kJar, "v1.entry-unreadable", "{1} cannot be extracted",
-     "get it again from its source"},
+     kGetAgain},
     {Reason::kJarEntryUnlisted, Way::kJar, "v1.entry-unlisted",
      "META-INF/MANIFEST.MF does not list {1}", kSignAgain},
     {Reason::kJarEntryMismatch, Way::kJar, "v1.entry-mismatch", "{1} is not what was signed",
      "it was changed after signing: get it again from its source, or sign it again"},
-    {Reason::kJarEntryDiffers, Way::kJar, "v1.entry-differs",
-     "the data are not those of the entry {1}", ""},
     {Reason::kJarDigestUnsupported, Way::kJar, "v1.digest-unsupported",
      "the digest {1} is not supported", "sign it with SHA-256"},
 };
 
-// Judge handles these by itself.
+// Judge handles the first three by itself. The last is of a function that the tool does not call.
 constexpr Reason kWithoutText[] = {Reason::kNoArchive, Reason::kNotMapped,
-                                   Reason::kManifestOverBudget};
+                                   Reason::kManifestOverBudget, Reason::kJarEntryDiffers};
 
 constexpr bool EachReasonHasAText() {
   constexpr int kLast = static_cast<int>(Reason::kJarDigestUnsupported);
@@ -162,7 +163,10 @@ const Refusal* First(const std::vector<Refusal>& refusals, Way way) {
 FileReason Describe(const Refusal& refusal, int scheme) {
   const ReasonText& text = *TextOf(refusal.reason);
   const std::string prefix = text.way == Way::kScheme ? fmt::format("v{}.", scheme) : "";
-  return {prefix + text.code, fmt::format(fmt::runtime(text.message), refusal.number, refusal.name),
+  const bool isLibraryError =
+      refusal.reason == Reason::kManifestUnreadable || refusal.reason == Reason::kJarNoManifest;
+  const std::string name = isLibraryError ? EntryErrorText(refusal.name) : refusal.name;
+  return {prefix + text.code, fmt::format(fmt::runtime(text.message), refusal.number, name),
           text.hint,          refusal.name,
           refusal.expected,   refusal.found};
 }
@@ -173,27 +177,51 @@ const Refusal* Find(const std::vector<Refusal>& refusals, Reason reason) {
   return found == refusals.end() ? nullptr : &*found;
 }
 
-const FileReason kNoReason = {"no-reason", "the library did not say why", "report this as a bug",
-                              ""};
+const FileReason kNoReason = {"no-reason", "the library did not say why", "report it as a bug", ""};
 const Verdict kNotMapped = {Status::kUndecided,
                             {"memory-limit", "it could not be mapped", "give it more memory", ""}};
 
 Verdict JudgeNoArchive(const Circumstances& file, const Refusal& refusal) {
   if (refusal.name == "File mapping failed") return kNotMapped;
-  if (!file.lookAlike.empty()) {
+  if (file.lookAlike.name != nullptr) {
     return {Status::kUnreadable,
-            {"archive.not-a-zip", "no ZIP archive, but " + file.lookAlike,
-             "fetch the package itself", ""}};
+            {"archive.not-a-zip", fmt::format("no ZIP archive, but {}", file.lookAlike.name),
+             file.lookAlike.hint, ""}};
   }
-  if (file.startsAsZip) {
-    return {Status::kUnreadable,
-            {"archive.truncated",
-             fmt::format("a ZIP archive whose end is missing or damaged ({})", refusal.name),
-             "get it again from its source", ""}};
+  const auto unreadable = [&](const char* code, std::string message) {
+    return Verdict{Status::kUnreadable, {code, std::move(message), kGetAgain, refusal.name}};
+  };
+  if (file.archiveSize != 0 && file.archiveSize < file.fileSize) {
+    return unreadable("archive.trailing-bytes",
+                      fmt::format("the file has {} bytes, but the archive in it ends after {}",
+                                  file.fileSize, file.archiveSize));
   }
-  return {Status::kUnreadable,
-          {"archive.not-a-zip", fmt::format("no usable ZIP archive ({})", refusal.name),
-           "get it again from its source", ""}};
+  if (file.archiveSize != 0 && file.archiveSize == file.fileSize) {
+    if (refusal.name == "Empty archive") {
+      return unreadable("archive.empty", "a ZIP archive without entries");
+    }
+    return unreadable("archive.damaged",
+                      "a ZIP archive that cannot be read: " + ArchiveErrorText(refusal.name));
+  }
+  if (file.archiveSize != 0 || file.startsAsZip) {
+    return unreadable("archive.truncated", "a ZIP archive whose end is missing");
+  }
+  return unreadable("archive.not-a-zip", "no ZIP archive");
+}
+
+// An archive without a manifest that never was a package.
+FileReason DescribeContents(ArchiveContents contents) {
+  switch (contents) {
+    case ArchiveContents::kBundle:
+      return {"not-a-package", "an app bundle, from which packages are built",
+              "build packages from it with bundletool, and verify those", ""};
+    case ArchiveContents::kPackages:
+      return {"not-a-package", "an archive with packages in it, no package itself",
+              "unpack it, and verify the packages in it", ""};
+    case ArchiveContents::kOther:
+      break;
+  }
+  return {"not-a-package", "a plain ZIP or JAR, no package", "", ""};
 }
 
 // A package that neither has a signing block that counts nor a JAR signature that is good.
@@ -234,18 +262,19 @@ Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
   if (archive != nullptr && archive->reason == Reason::kManifestUnreadable &&
       archive->name == "Entry not found") {
     if (!file.wasPackage) {
-      return {Status::kUnverified, {"not-a-package", "a plain ZIP or JAR, no package", "", ""}};
+      return {Status::kUnverified, DescribeContents(file.contents)};
     }
-    return {Status::kRefused,
-            {"archive.manifest-missing", "damaged, its AndroidManifest.xml is missing",
-             "get it again from its source", ""}};
+    return {
+        Status::kRefused,
+        {"archive.manifest-missing", "damaged, its AndroidManifest.xml is missing", kGetAgain, ""}};
   }
   if (Find(refusals, Reason::kOutsideHalyx) != nullptr) {
     if (Find(refusals, Reason::kManifestOverBudget) == nullptr) {
       return {Status::kUnverified, Describe(*archive, 0)};
     }
     return {Status::kUndecided,
-            {"manifest.over-budget", "its manifest costs too much to read",
+            {"manifest.over-budget",
+             "its manifest costs too much to read, so the Halyx facts are not known",
              "verify it without --halyx-filter", ""}};
   }
   if (archive != nullptr) return {Status::kRefused, Describe(*archive, 0)};

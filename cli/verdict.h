@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -35,14 +36,27 @@ struct Verdict {
   std::vector<FileReason> others = {};  // of other ways in which the package could have verified
 };
 
+// What an archive without a manifest holds.
+enum class ArchiveContents { kBundle, kPackages, kOther };
+
+// What a file that is no archive is instead.
+struct LookAlike {
+  const char* name = nullptr;  // null: not known
+  const char* hint = nullptr;
+};
+
 // What the tool knows of a file that did not verify, besides the refusals.
 struct Circumstances {
   int scheme = 0;                // of the verification that was tried
   bool wasPackage = false;       // an archive without a manifest that was a package once
   bool hasBlockTrace = false;    // of an APK Signing Block
   bool hasJarSignature = false;  // a signature file, or a block of one
+  ArchiveContents contents = ArchiveContents::kOther;
+  // Of a file that is no usable archive:
   bool startsAsZip = false;
-  std::string lookAlike;  // what a file that is no archive is instead; empty when not known
+  uint64_t fileSize = 0;
+  uint64_t archiveSize = 0;  // where the last end record says that the archive ends; 0: no record
+  LookAlike lookAlike;
 };
 
 // Judges a file that did not verify, from what the library refused.

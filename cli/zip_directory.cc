@@ -48,7 +48,7 @@ bool ReadAt(int fd, uint64_t offset, void* out, size_t size) {
   return pread(fd, out, size, static_cast<off_t>(offset)) == static_cast<ssize_t>(size);
 }
 
-bool ReadEndRecord(int fd, EocdRecord& out) {
+bool ReadEndRecord(int fd, EocdRecord& out, uint64_t* offset) {
   constexpr uint64_t kMostTail = sizeof(EocdRecord) + UINT16_MAX;
   struct stat info;
   if (fstat(fd, &info) != 0) return false;
@@ -57,6 +57,7 @@ bool ReadEndRecord(int fd, EocdRecord& out) {
   if (!ReadAt(fd, fileSize - tail.size(), tail.data(), tail.size())) return false;
   for (size_t end = tail.size(); end >= sizeof out; --end) {
     std::memcpy(&out, &tail[end - sizeof out], sizeof out);
+    if (offset != nullptr) *offset = fileSize - tail.size() + end - sizeof out;
     if (out.signature == EocdRecord::kSignature) return true;
   }
   return false;

@@ -15,8 +15,8 @@ namespace Quill::Tool {
 [[nodiscard]] bool ReadAt(int fd, uint64_t offset, void* out, size_t size);
 
 // Reads the last end record of the archive, whatever the length of its comment. The archive library
-// uses the same one.
-[[nodiscard]] bool ReadEndRecord(int fd, EocdRecord& out);
+// uses the same one. `offset` becomes its place in the file, if it is not null.
+[[nodiscard]] bool ReadEndRecord(int fd, EocdRecord& out, uint64_t* offset = nullptr);
 
 // What the central directory says about the APK Signing Block and about itself.
 struct DirectoryFacts {

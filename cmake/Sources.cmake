@@ -84,6 +84,7 @@ set(TARNSIM_SOURCES
 )
 
 set(QUILLON_CLI_SOURCES
+  cli/archive_error.cc
   cli/arguments.cc
   cli/child.cc
   cli/child_queue.cc
