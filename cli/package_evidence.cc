@@ -3,6 +3,7 @@
 #include "cli/package_evidence.h"
 
 #include <strings.h>
+#include <sys/stat.h>
 #include <unistd.h>
 #include <ziparchive/zip_archive.h>
 

@@ -80,9 +80,30 @@ Check_documents() {  # the files, tests and names in the documents exist
       [A-Z]*[a-z]*) [[ $name == *[!A-Za-z0-9_]* ]] || git grep -qF "$name" -- ':!*.md' ;;
     esac || { echo "no such thing: $name, in" "$(git grep -lF "\`$name" -- '*.md')"; status=1; }
   done
-  for name in $(grep -ohE '"[a-z0-9]+[.-][a-z0-9.-]+",' cli/verdict.cc cli/package_report.cc | tr -d '",'); do
-    grep -q "[\`.]$name\`" docs/reasons.md || { echo "docs/reasons.md lacks $name"; status=1; }
+  Reasons || status=1
+  return "$status"
+}
+
+# The codes of docs/reasons.md are those of the tool, and a transcript shows each.
+Reasons() {
+  local code status=0 codes
+  # What no package can bring about: no-reason would be a bug, and a workstation always has an SDK level.
+  local -r unseen=' no-reason v3.sdk-unknown '
+  # The tables from the second on list reasons.
+  codes=$(sed -n '/^## /,$s/^| \(`[^|]*`\) |.*/\1/p' docs/reasons.md | grep -oE '[a-z0-9.-]+')
+  for code in $codes; do
+    grep -qE "\"(${code}|${code#v[23].})\"" cli/*.cc || { echo "the tool has no reason $code"; status=1; }
+    if grep -qE "([:,] |\"code\":\")${code//./\\.}(: |\")" tests/transcripts/*.txt; then
+      [[ $unseen != *" $code "* ]] || { echo "a transcript shows $code, which none should"; status=1; }
+    else
+      [[ $unseen == *" $code "* ]] || { echo "no transcript shows $code"; status=1; }
+    fi
   done
+  # In the tool a code has a dot or a dash, follows its way in the table, or starts a reason with a text.
+  while read -r code; do
+    grep -qE "^(v[23]\.)?$code$" <<<"$codes" || { echo "docs/reasons.md lacks $code"; status=1; }
+  done < <(grep -ohE '"[a-z0-9]+[.-][a-z0-9.-]+",|Way::k[A-Za-z]+, "[a-z.-]+"|\{"[a-z.-]+",( "|$)' \
+    cli/verdict.cc cli/package_report.cc | sed -E 's/^[^"]*"([^"]*)".*/\1/')
   return "$status"
 }
 
