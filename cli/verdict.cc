@@ -107,7 +107,7 @@ constexpr ReasonText kTexts[] = {
      "get it again from its source; if you build it, sign it as the last step"},
     {Reason::kJarNoBlock, Way::kJar, "v1.no-block",
      "{1}RSA or {1}DSA is missing, or cannot be extracted (EC keys are not supported)",
-     "sign with an RSA key, or with v2 or v3"},
+     "get it again from its source, or sign it with an RSA key, or with v2 or v3"},
     {Reason::kJarBlockMalformed, Way::kJar, "v1.block-malformed",
      "the signature block is malformed, or has signed attributes, which are not supported",
      "sign it with apksigner"},
