@@ -10,6 +10,8 @@
 
 #include <algorithm>
 #include <cctype>
+#include <iterator>
+#include <set>
 
 #include "crypto/x509_certificate.h"
 
@@ -66,6 +68,36 @@ bool IsRolledBack(const SignerReport& signer, uint32_t sdk, const ExpectedSigner
   });
 }
 
+// Compares the signers for one level.
+SignerMatch MatchAt(const std::vector<SignerReport>& signers, uint32_t sdk,
+                    const std::vector<ExpectedSigner>& expected) {
+  std::vector<KeyChain> chains;
+  for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
+  const auto isExpected = [&](const SignerReport& signer) {
+    return std::any_of(expected.begin(), expected.end(), [&](const ExpectedSigner& candidate) {
+      return IsExpected(signer, chains, sdk, candidate);
+    });
+  };
+  const auto stranger = std::find_if_not(signers.begin(), signers.end(), isExpected);
+  if (signers.empty()) return SignerMatch::kUnexpected;
+  if (stranger == signers.end()) return SignerMatch::kExpected;
+  const bool isRolledBack = std::any_of(
+      expected.begin(), expected.end(),
+      [&](const ExpectedSigner& candidate) { return IsRolledBack(*stranger, sdk, candidate); });
+  return isRolledBack ? SignerMatch::kRolledBack : SignerMatch::kUnexpected;
+}
+
+// Returns the first of `levels`, and those of them where other chains begin to count.
+std::set<uint32_t> LevelsToCompare(SdkRange levels, const std::vector<KeyChain>& chains) {
+  std::set<uint32_t> starts{levels.min};
+  for (const KeyChain& chain : chains) {
+    for (const uint64_t start : {uint64_t{chain.minSdk}, uint64_t{chain.maxSdk} + 1}) {
+      if (levels.min < start && start <= levels.max) starts.insert(static_cast<uint32_t>(start));
+    }
+  }
+  return starts;
+}
+
 }  // namespace
 
 KeyChain ChainOf(const SignerReport& signer) {
@@ -82,32 +114,29 @@ std::string TextOf(const std::vector<KeyChain>& chains) {
   return fmt::format("{}", fmt::join(texts, " and "));
 }
 
-SignerMatch Match(const std::vector<SignerReport>& signers, uint32_t sdk,
+SignerMatch Match(const std::vector<SignerReport>& signers, SdkRange levels,
                   const std::vector<ExpectedSigner>& expected) {
-  std::vector<KeyChain> chains;
-  for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
-  const auto isExpected = [&](const SignerReport& signer) {
-    return std::any_of(expected.begin(), expected.end(), [&](const ExpectedSigner& candidate) {
-      return IsExpected(signer, chains, sdk, candidate);
-    });
-  };
-  const auto stranger = std::find_if_not(signers.begin(), signers.end(), isExpected);
-  if (!signers.empty() && stranger == signers.end()) return SignerMatch::kExpected;
-  const bool isRolledBack =
-      !signers.empty() &&
-      std::any_of(expected.begin(), expected.end(), [&](const ExpectedSigner& candidate) {
-        return IsRolledBack(*stranger, sdk, candidate);
-      });
-  return isRolledBack ? SignerMatch::kRolledBack : SignerMatch::kUnexpected;
+  std::vector<KeyChain> known;
+  for (const ExpectedSigner& candidate : expected) {
+    known.insert(known.end(), candidate.chains.begin(), candidate.chains.end());
+  }
+  for (const uint32_t sdk : LevelsToCompare(levels, known)) {
+    const SignerMatch match = MatchAt(signers, sdk, expected);
+    if (match != SignerMatch::kExpected) return match;
+  }
+  return SignerMatch::kExpected;
 }
 
-bool HaveSameSigners(const std::vector<SignerReport>& signers, uint32_t sdk,
+bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
                      const std::vector<KeyChain>& chains) {
   std::vector<std::vector<std::string>> own;
-  std::vector<std::vector<std::string>> others;
   for (const SignerReport& signer : signers) own.push_back(ChainOf(signer).keys);
-  for (KeyChain& chain : ChainsFor(chains, sdk)) others.push_back(std::move(chain.keys));
-  return !own.empty() && own == others;
+  for (const uint32_t sdk : LevelsToCompare(levels, chains)) {
+    std::vector<std::vector<std::string>> others;
+    for (KeyChain& chain : ChainsFor(chains, sdk)) others.push_back(std::move(chain.keys));
+    if (own.empty() || own != others) return false;
+  }
+  return true;
 }
 
 std::optional<std::string> ParseSha256(const std::string& text) {

@@ -41,16 +41,16 @@ struct Sibling {
 
 enum class SignerMatch { kExpected, kRolledBack, kUnexpected };
 
-// Compares all signers that a package has for an SDK level with the expected ones. Each of them
+// Compares all signers that a package has for some SDK levels with the expected ones. Each of them
 // must be expected: by one of its keys or their certificates, or by an expected package. That has
 // the same oldest key, and its current key is in the signer's chain; and each of its signers has
 // also signed this one. kRolledBack: the signer's key is one that an expected package no longer
 // uses.
-[[nodiscard]] SignerMatch Match(const std::vector<SignerReport>& signers, uint32_t sdk,
+[[nodiscard]] SignerMatch Match(const std::vector<SignerReport>& signers, SdkRange levels,
                                 const std::vector<ExpectedSigner>& expected);
 
-// Returns true when both have the same chains of keys in the same order for that SDK level.
-[[nodiscard]] bool HaveSameSigners(const std::vector<SignerReport>& signers, uint32_t sdk,
+// Returns true when both have the same chains of keys in the same order for those SDK levels.
+[[nodiscard]] bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
                                    const std::vector<KeyChain>& chains);
 
 // Returns the text as a SHA-256 digest in lowercase without colons, if it is one.

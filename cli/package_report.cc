@@ -59,9 +59,9 @@ void Describe(Apk& apk, int fd, const Findings& findings, PackageReport& report)
   report.isGoodApk = isGoodApk;
 }
 
-// Verifies as a platform of the level that is set does, which is `sdk`, and applies the user's
-// rules. `ranges` becomes those of the package's v3 signers.
-void Examine(int fd, uint32_t sdk, const VerifyRules& rules, PackageReport& report,
+// Verifies as a platform of the level that is set does, and applies the user's rules. `ranges`
+// becomes those of the package's v3 signers.
+void Examine(int fd, const VerifyRules& rules, PackageReport& report,
              std::vector<SdkRange>& ranges) {
   const LogRecorder log;
   const FindingsRecorder recorder;
@@ -74,7 +74,7 @@ void Examine(int fd, uint32_t sdk, const VerifyRules& rules, PackageReport& repo
     report.signers = ReportSigners(findings.signers);
     report.warnings = FindWarnings(apk, findings, report.signers,
                                    ReadDirectory(fd, findings.blockOffset, findings.blockSize));
-    ApplyRules(apk, findings, sdk, rules, report);
+    ApplyRules(apk, findings, rules, report);
   }
   report.log = log.Lines();
 }
@@ -130,7 +130,7 @@ PackageReport ExamineLevels(int fd, uint32_t sdk, const VerifyRules& rules,
       if (!SetSdkLevel(piece.min)) return first;
       PackageReport report = blank;
       std::vector<SdkRange> ignored;
-      Examine(fd, piece.min, rules, report, ignored);
+      Examine(fd, rules, report, ignored);
       known = reports.emplace(signers, std::move(report)).first;
     }
     const PackageReport& report = known->second;
@@ -266,7 +266,7 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   const bool isForOne =
       !SetSdkLevel(sdk) || (rules.sdk ? rules.sdk->min == rules.sdk->max : !rules.asksForSigner);
   std::vector<SdkRange> ranges;
-  Examine(fd, sdk, rules, report, ranges);
+  Examine(fd, rules, report, ranges);
   if (!isForOne) report = ExamineLevels(fd, sdk, rules, blank, ranges, std::move(report));
   if (!IsAsBefore(fd, opened.info)) {
     report = blank;

@@ -10,6 +10,7 @@
 
 #include "cli/output.h"
 #include "cli/package_evidence.h"
+#include "cli/sdk_level.h"
 
 namespace Quill::Tool {
 namespace {
@@ -63,8 +64,8 @@ FileReason CheckCover(Apk& apk, const Findings& findings, const VerifyRules& rul
   return {};
 }
 
-FileReason CheckSigners(const PackageReport& report, uint32_t sdk, const VerifyRules& rules) {
-  const SignerMatch match = Match(report.signers, sdk, rules.expected);
+FileReason CheckSigners(const PackageReport& report, SdkRange levels, const VerifyRules& rules) {
+  const SignerMatch match = Match(report.signers, levels, rules.expected);
   if (match == SignerMatch::kExpected) return {};
   const std::string who = fmt::format("signed by {}, expected was {}", SignersText(report.signers),
                                       ExpectedText(rules.expected));
@@ -75,13 +76,13 @@ FileReason CheckSigners(const PackageReport& report, uint32_t sdk, const VerifyR
   return {"signer.unexpected", who, kAskWho, ""};
 }
 
-FileReason CheckSet(const PackageReport& report, uint32_t sdk, const Sibling& sibling) {
+FileReason CheckSet(const PackageReport& report, SdkRange levels, const Sibling& sibling) {
   const std::string first = FileText(sibling.file);
   if (sibling.chains.empty()) {
     return {"set.no-first", first + " is not verified, so there is nothing to compare with",
             "see what is wrong with that file", ""};
   }
-  if (!HaveSameSigners(report.signers, sdk, sibling.chains)) {
+  if (!HaveSameSigners(report.signers, levels, sibling.chains)) {
     return {"set.signer-differs",
             fmt::format("signed by {}, which is not the signer of {}", SignersText(report.signers),
                         first),
@@ -108,16 +109,27 @@ FileReason CheckWarnings(const VerifyRules& rules, const PackageReport& report) 
   return {};
 }
 
+// The levels that the package's signers are for and the user asks about.
+SdkRange LevelsOf(const PackageReport& report, const VerifyRules& rules) {
+  SdkRange levels = rules.sdk.value_or(SdkRange{0, kMostSdkLevel});
+  for (const SignerReport& signer : report.signers) {
+    levels.min = std::max(levels.min, signer.minSdk);
+    levels.max = std::min(levels.max, signer.maxSdk);
+  }
+  return levels;
+}
+
 }  // namespace
 
-void ApplyRules(Apk& apk, const Findings& findings, uint32_t sdk, const VerifyRules& rules,
+void ApplyRules(Apk& apk, const Findings& findings, const VerifyRules& rules,
                 PackageReport& report) {
+  const SdkRange levels = LevelsOf(report, rules);
   FileReason reason = CheckFacts(rules, report);
   if (reason.code.empty() && rules.asksForSigner) {
     reason = CheckCover(apk, findings, rules, report);
   }
-  if (reason.code.empty() && !rules.expected.empty()) reason = CheckSigners(report, sdk, rules);
-  if (reason.code.empty() && rules.sibling) reason = CheckSet(report, sdk, *rules.sibling);
+  if (reason.code.empty() && !rules.expected.empty()) reason = CheckSigners(report, levels, rules);
+  if (reason.code.empty() && rules.sibling) reason = CheckSet(report, levels, *rules.sibling);
   if (reason.code.empty()) reason = CheckWarnings(rules, report);
   if (!reason.code.empty()) report.verdict = {Status::kRefused, reason};
 }

@@ -11,9 +11,10 @@
 
 namespace Quill::Tool {
 
-// Refuses a package that verified for that SDK level but breaks the user's rules. `apk` is the
-// package, whose `findings` are still being recorded: this may check the entries of a JAR.
-void ApplyRules(Apk& apk, const Findings& findings, uint32_t sdk, const VerifyRules& rules,
+// Refuses a package that verified but breaks the user's rules, for one of the SDK levels that its
+// signers are for. `apk` is the package, whose `findings` are still being recorded: this may check
+// the entries of a JAR.
+void ApplyRules(Apk& apk, const Findings& findings, const VerifyRules& rules,
                 PackageReport& report);
 
 }  // namespace Quill::Tool
