@@ -15,7 +15,8 @@
 #   good.apk: verified ...     what it writes to standard output, without blank lines
 #   ! quillon: none: ...       what it writes to standard error
 #   exit 3                     its status, if not 0
-# In the output, the folder is called DIR, a SHA-256 digest KEY, a task N and a descriptor behind "OAT: " FD.
+# In the output, the folder is called DIR, a SHA-256 digest KEY, a task N, a descriptor behind "OAT: " FD, and the size of a
+# file in JSON N: signatures of EC keys have no fixed size.
 # Commands may use quillon, make_package and tarn_client, the folders $BUILD and $SAMPLES, and $PRELOAD, an
 # assignment for env that puts the simulator before a program.
 set -u
@@ -61,7 +62,8 @@ RunCommand() {  # runs $command, if there is one, and prints what a transcript s
   local status=$?
   { cat "$work/out"; sed 's/^/! /' "$work/err"; } |
     sed -E "/^$/d; s,$work/folder,DIR,g; s,[0-9a-f]{64},KEY,g
-            s,task [0-9]+,task N,g; s,(OAT|VDEX): [0-9]+,\1: FD,g"
+            s,task [0-9]+,task N,g; s,(OAT|VDEX): [0-9]+,\1: FD,g
+            s/\"size\":[0-9]+/\"size\":N/g"
   [ "$status" -eq 0 ] || echo "exit $status"
   command=
 }
