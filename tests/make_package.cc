@@ -21,6 +21,7 @@
 //   entry=NAME=CONTENTS     an entry
 //   deflated=NAME=FILE      an entry with the contents of a file
 //   entries=NUMBER          as many entries
+//   archive=FILE            the entries of an archive, which may be damaged
 //   manifest=PACKAGE        AndroidManifest.xml
 //   halyx=PACKAGE           the same with a permission of the Halyx feature
 //   pairs=NUMBER            as many empty pairs in the signing block
@@ -101,6 +102,8 @@ bool Add(PackageBuilder& package, Text part, Text name, Text value) {
     package.Entry(name, Wire().Text(value));
   } else if (part == "deflated") {
     package.Entry(name, ReadFile(value), Compression::kDeflated);
+  } else if (part == "archive") {
+    package.Archive(ReadFile(name));
   } else if (part == "entries") {
     for (size_t i = 0; i < std::stoul(name); ++i) package.Entry(std::to_string(i), {'x'});
   } else if (part == "manifest" || part == "halyx") {

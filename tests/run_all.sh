@@ -93,17 +93,17 @@ Reasons() {
   codes=$(sed -n '/^## /,$s/^| \(`[^|]*`\) |.*/\1/p' docs/reasons.md | grep -oE '[a-z0-9.-]+')
   for code in $codes; do
     grep -qE "\"(${code}|${code#v[23].})\"" cli/*.cc || { echo "the tool has no reason $code"; status=1; }
-    if grep -qE "([:,] |\"code\":\")${code//./\\.}(: |\")" tests/transcripts/*.txt; then
+    if grep -qE "([:,] |\"code\":\")${code//./\\.}([:,] |\"|$)" tests/transcripts/*.txt; then
       [[ $unseen != *" $code "* ]] || { echo "a transcript shows $code, which none should"; status=1; }
     else
       [[ $unseen == *" $code "* ]] || { echo "no transcript shows $code"; status=1; }
     fi
   done
-  # In the tool a code has a dot or a dash, follows its way in the table, or starts a reason with a text.
+  # In the tool a code has a dot or a dash, follows its way in the table, or starts a reason with a sentence.
   while read -r code; do
     grep -qE "^(v[23]\.)?$code$" <<<"$codes" || { echo "docs/reasons.md lacks $code"; status=1; }
-  done < <(grep -ohE '"[a-z0-9]+[.-][a-z0-9.-]+",|Way::k[A-Za-z]+, "[a-z.-]+"|\{"[a-z.-]+",( "|$)' \
-    cli/verdict.cc cli/package_report.cc | sed -E 's/^[^"]*"([^"]*)".*/\1/')
+  done < <(grep -ohE '"[a-z0-9]+[.-][a-z0-9.-]+",|Way::k[A-Za-z]+, "[a-z.-]+"|\{"[a-z.-]+", "[^"]* |return \{"[a-z.-]+",$' \
+    cli/{verdict,package_report,rules,warnings}.cc | sed -E 's/^[^"]*"([^"]*)".*/\1/')
   return "$status"
 }
 

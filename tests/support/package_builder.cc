@@ -50,7 +50,7 @@ PackageBuilder& PackageBuilder::JarSignature(const JarOptions& options) {
 }
 
 ByteVector PackageBuilder::Build() const {
-  const ByteVector zip = Zip(entries_);
+  const ByteVector zip = archive_.empty() ? Zip(entries_) : archive_;
   const auto eocdStart = zip.end() - 22;
   uint32_t directoryOffset;
   std::memcpy(&directoryOffset, &*eocdStart + 16, sizeof directoryOffset);

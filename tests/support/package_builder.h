@@ -28,6 +28,11 @@ class PackageBuilder {
   PackageBuilder& Manifest(const ByteVector& xml = ManifestXml("org.quillon.test")) {
     return Entry("AndroidManifest.xml", xml);
   }
+  // Takes a whole archive, without a comment, in place of entries.
+  PackageBuilder& Archive(const ByteVector& bytes) {
+    archive_ = bytes;
+    return *this;
+  }
   // Adds the manifest, signature file and signature block over the entries added so far.
   PackageBuilder& JarSignature(const JarOptions& options = {});
 
@@ -60,6 +65,7 @@ class PackageBuilder {
     return *this;
   }
 
+  ByteVector archive_;
   std::vector<ZipFile> entries_;
   std::vector<std::pair<uint32_t, MakeValue>> pairs_;
   ByteVector comment_;
