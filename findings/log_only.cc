@@ -5,6 +5,8 @@
 
 namespace Quill {
 
+void LookAtSigner(size_t /*index*/) {}
+
 bool Refuse(Reason /*reason*/, const Evidence& /*evidence*/) { return false; }
 
 bool IsRecording() { return false; }

@@ -12,6 +12,7 @@ constexpr size_t kMostOfName = 256;  // a package can name things at any length
 
 thread_local Findings* threadFindings = nullptr;
 thread_local std::vector<AcceptedKey> threadLineage;  // of the signer that is accepted next
+thread_local std::optional<size_t> threadSigner;      // that is looked at
 
 std::vector<uint8_t> Copy(const std::vector<uint8_t>* bytes) {
   return bytes == nullptr ? std::vector<uint8_t>() : *bytes;
@@ -27,15 +28,18 @@ bool Findings::Has(Reason reason) const {
 FindingsRecorder::FindingsRecorder() {
   threadFindings = &findings_;
   threadLineage.clear();
+  threadSigner.reset();
 }
 
 FindingsRecorder::~FindingsRecorder() { threadFindings = nullptr; }
+
+void LookAtSigner(size_t index) { threadSigner = index; }
 
 bool Refuse(Reason reason, const Evidence& evidence) {
   if (threadFindings == nullptr) return false;
   threadFindings->refusals.push_back({reason, evidence.number,
                                       std::string(evidence.name.substr(0, kMostOfName)),
-                                      Copy(evidence.expected), Copy(evidence.found)});
+                                      Copy(evidence.expected), Copy(evidence.found), threadSigner});
   return false;
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,7 @@ struct Refusal {
   std::string name;
   std::vector<uint8_t> expected;
   std::vector<uint8_t> found;
+  std::optional<size_t> signer;  // of the pair, where one was looked at
 };
 
 // A warning; equal ones are kept once.

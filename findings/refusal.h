@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 #include <vector>
@@ -72,6 +73,10 @@ struct Evidence {
   const std::vector<uint8_t>* expected = nullptr;
   const std::vector<uint8_t>* found = nullptr;
 };
+
+// Takes note that what follows on the calling thread is about that signer of the pair; the first is
+// 0. In libquillon.so it does nothing.
+void LookAtSigner(size_t index);
 
 // Takes note of a refusal on the calling thread, and returns false. Called once for each refusal,
 // by the innermost function that knows the reason. libquillon.so links log_only.cc, where this does

@@ -2,7 +2,6 @@
 
 #include "schemes/apk_signing_block_v2.h"
 
-#include <algorithm>
 #include <utility>
 
 #include "findings/acceptance.h"
@@ -77,8 +76,11 @@ bool ApkSigningBlockV2::VerifyAttributes(const std::vector<Attribute>& attribute
 
 bool ApkSigningBlockV2::Verify() {
   if (signers_.size() > 1) Warn(Warning::kFurtherSigners, signers_.size() - 1);
-  return std::all_of(signers_.begin(), signers_.end(),
-                     [this](const SignerV2& signer) { return VerifySigner(signer); });
+  for (size_t i = 0; i < signers_.size(); ++i) {
+    LookAtSigner(i);
+    if (!VerifySigner(signers_[i])) return false;
+  }
+  return true;
 }
 
 bool ApkSigningBlockV2::VerifySigner(const SignerV2& signer) {

@@ -146,16 +146,20 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
   const auto version = static_cast<uint32_t>(sdk);
   size_t matchCount = 0;
   for (const SignerV3& signer : signers_) NoteSdkRange(signer.minSdk, signer.maxSdk);
-  for (const SignerV3& signer : signers_) {
+  for (size_t i = 0; i < signers_.size(); ++i) {
+    const SignerV3& signer = signers_[i];
     const SignedDataV3& signedData = signer.signedData;
     if (signer.minSdk != signedData.minSdk || signer.maxSdk != signedData.maxSdk) {
+      LookAtSigner(i);
       // Deliberate: log readers know this text with its slips.
       QUILL_LOGE(
           "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",
           signer.minSdk, signedData.minSdk, signer.maxSdk, signedData.maxSdk);
       return Refuse(Reason::kSdkRangesDiffer);
     }
-    if (signer.minSdk <= version && version <= signer.maxSdk && matchCount++ == 0) out = signer;
+    if (version < signer.minSdk || version > signer.maxSdk) continue;
+    LookAtSigner(i);
+    if (matchCount++ == 0) out = signer;
   }
   if (matchCount == 0) {
     QUILL_LOGE("Not found any signers");

@@ -14,7 +14,9 @@ bool ParseSigners(ByteCursor value,
   // A length that cannot be read counts as one that is too large.
   uint32_t sequenceLength;
   if (!value.TakeU32(sequenceLength)) sequenceLength = std::numeric_limits<uint32_t>::max();
+  size_t index = 0;
   for (uint64_t left = sequenceLength; left != 0;) {
+    LookAtSigner(index++);
     const uint64_t before = value.Remaining();
     ByteCursor signer;
     const bool isWhole = TakeItemAtMost(value, signer);
