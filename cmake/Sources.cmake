@@ -47,6 +47,23 @@ set(QUILLON_SOURCES
   integrity/tarn_task.cc
 )
 
+# What a package is made of. The tool and the tests link it; libquillon.so does not.
+set(QUILLON_ANATOMY_SOURCES
+  anatomy/blame.cc
+  anatomy/certificate_facts.cc
+  anatomy/coverage.cc
+  anatomy/field.cc
+  anatomy/field_reader.cc
+  anatomy/jar_fields.cc
+  anatomy/package.cc
+  anatomy/signer_facts.cc
+  anatomy/signer_tree.cc
+  anatomy/signing_block_fields.cc
+  anatomy/tiling.cc
+  anatomy/value.cc
+  anatomy/zip_fields.cc
+)
+
 # What libquillon.so does with its findings, and what the tool and the tests do instead.
 set(QUILLON_LOG_ONLY_SOURCES
   findings/log_only.cc
@@ -134,6 +151,7 @@ set(QUILLON_TEST_SUPPORT_SOURCES
 )
 
 set(QUILLON_TEST_SOURCES
+  tests/anatomy_test.cc
   tests/apk_package_test.cc
   tests/apk_test.cc
   tests/bit_flip_test.cc

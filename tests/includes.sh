@@ -11,12 +11,12 @@ cd "$(dirname "$0")/.."
 # which creates the scheme objects, uses schemes/.
 pair='schemes/[a-z0-9_]+\.(h|cc) signing_block/(raw_data|zip_format|process_hashes)\.h|signing_block/apk_package\.cc schemes/.*'
 
-git grep -oE '^#include ["<][a-z_]+/[a-z0-9_]+\.h[">]' -- util findings crypto jar signing_block schemes apk integrity cli simulator host include |
+git grep -oE '^#include ["<][a-z_]+/[a-z0-9_]+\.h[">]' -- util findings crypto jar signing_block schemes apk integrity anatomy cli simulator host include |
   tr -d '"<>' | sed 's/:#include / /' |
   awk -v pair="^($pair)$" '
     BEGIN {
-      split("util findings crypto jar signing_block schemes apk integrity cli", stairs)
-      for (step in stairs) place[stairs[step]] = step
+      split("util findings crypto jar signing_block schemes apk integrity anatomy cli", stairs)
+      for (step in stairs) place[stairs[step]] = step + 0
       # The substitutes for the kernel and the platform use some helpers and the kernel interface of the library.
       place["simulator"] = place["host"] = place["integrity"] + 0.5
       split("manifest_mf=jar apk=apk tarn=integrity signing=integrity certificate=integrity entry_points=integrity", owners, /[ =]/)

@@ -1,0 +1,156 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "anatomy/blame.h"
+
+#include <string_view>
+
+#include "anatomy/coverage.h"
+
+namespace Quill::Anatomy {
+namespace {
+
+std::string Index(uint64_t index) { return '[' + std::to_string(index) + ']'; }
+
+// Returns the path of the deepest first field "unread" below a field; empty: there is none.
+std::string FindUnread(const Field& field, const std::string& path) {
+  for (const Field& child : field.fields) {
+    const std::string childPath = JoinPath(path, child.Name());
+    const std::string deeper = FindUnread(child, childPath);
+    if (!deeper.empty()) return deeper;
+    if (child.name == std::string_view("unread") && !child.Note().empty()) return childPath;
+  }
+  return "";
+}
+
+// The path in the signer that is refused, for reasons that are about one field of it.
+std::string FieldOfSigner(const Package& package, const Field& signer, const Refusal& refusal) {
+  const std::string lineage = [&]() -> std::string {
+    const Field* signedData = signer.Child("signedData");
+    const Field* attributes = signedData != nullptr ? signedData->Child("attributes") : nullptr;
+    if (attributes == nullptr) return "";
+    for (const Field& attribute : attributes->fields) {
+      if (attribute.Child("lineage") != nullptr) {
+        return "signedData.attributes" + attribute.Name() + ".lineage";
+      }
+    }
+    return "signedData.attributes";
+  }();
+  const auto chosen = [&](const Field* sequence, const std::string& path) {
+    const int32_t index = sequence == nullptr ? -1 : ChosenAlgorithm(package, *sequence);
+    return index < 0 ? path : path + Index(static_cast<uint64_t>(index)) + ".value";
+  };
+  const Field* signedData = signer.Child("signedData");
+  switch (refusal.reason) {
+    case Reason::kAlgorithmUnsupported:
+      return "signatures";
+    case Reason::kAlgorithmsDiffer:
+      return "signedData.digests";
+    case Reason::kKeyUnusable:
+      return "publicKey";
+    case Reason::kSignatureMismatch:
+      return chosen(signer.Child("signatures"), "signatures");
+    case Reason::kCertificateMissing:
+      return "signedData.certificates";
+    case Reason::kCertificateMalformed:
+    case Reason::kCertificateKeyDiffers:
+      return "signedData.certificates[0].certificate";
+    case Reason::kStripped:
+      return "signedData.attributes";
+    case Reason::kDigestMismatch:
+      return chosen(signedData == nullptr ? nullptr : signedData->Child("digests"),
+                    "signedData.digests");
+    case Reason::kSdkRangesDiffer:
+      return "minSdk";
+    case Reason::kLineageEnd:
+    case Reason::kLineageCertificate:
+    case Reason::kLineageDuplicate:
+      return lineage + Index(refusal.number - 1) + ".signedData.certificate";
+    case Reason::kLineageAlgorithm:  // named in the level before
+    case Reason::kLineageKey:
+      return lineage + Index(refusal.number - 2) + ".algorithm";
+    case Reason::kLineageSignature:
+      return lineage + Index(refusal.number - 1) + ".signature.value";
+    default:
+      return "";
+  }
+}
+
+std::string EntryPath(const Package& package, const std::string& name) {
+  const Field* entry = FindEntryOf(package, name);
+  return entry == nullptr ? "" : JoinPath(entry->Name(), "data");
+}
+
+std::string PathOf(const Package& package, const Refusal& refusal) {
+  const Field* block = package.file.Child("signingBlock");
+  switch (refusal.reason) {
+    case Reason::kManifestUnreadable:
+    case Reason::kManifestMalformed:
+    case Reason::kManifestOverBudget: {
+      const Field* entry = FindEntryOf(package, "AndroidManifest.xml");
+      return entry == nullptr ? "" : entry->Name();
+    }
+    case Reason::kJarManifestMalformed:
+    case Reason::kJarManifestMismatch:
+    case Reason::kJarNoManifest:
+      return EntryPath(package, "META-INF/MANIFEST.MF");
+    case Reason::kBlockSize:
+      return "signingBlock.footerSize";
+    case Reason::kNoArchive:
+    case Reason::kBlockEndRecord:
+      return "endRecord";
+    case Reason::kBlockPairs:
+      return block == nullptr ? "" : FindUnread(*block, "signingBlock");
+    case Reason::kBlockNoScheme:
+      return "signingBlock";
+    case Reason::kJarSignatureFileMalformed:
+    case Reason::kJarClaimsScheme:
+    case Reason::kJarNoBlock:
+      return EntryPath(package, package.signatureFile);
+    case Reason::kJarBlockMalformed:
+    case Reason::kJarBlockDigestUnsupported:
+    case Reason::kJarKeyUnusable:
+    case Reason::kJarSignatureMismatch:
+      return EntryPath(package, package.signatureBlock);
+    case Reason::kJarEntryUnreadable:
+    case Reason::kJarEntryUnlisted:
+    case Reason::kJarEntryMismatch:
+    case Reason::kJarEntryDiffers:
+      return EntryPath(package, refusal.name);
+    default:
+      break;
+  }
+  const Field* pair = Find(package.file, package.chosenPair);
+  if (package.chosenPair.empty() || pair == nullptr) return "";
+  const std::string signers = package.chosenPair + ".signers";
+  switch (refusal.reason) {
+    case Reason::kNoSigner:
+    case Reason::kNoSignerForSdk:
+    case Reason::kSeveralSigners:
+      return signers;
+    case Reason::kMalformed:
+    case Reason::kLineageMalformed: {
+      const std::string unread = FindUnread(*pair, package.chosenPair);
+      if (!unread.empty()) return unread;
+      const std::string named = signers + Index(refusal.signer.value_or(0)) + '.' + refusal.name;
+      if (Find(package.file, named) != nullptr) return named;
+      break;
+    }
+    default:
+      break;
+  }
+  if (!refusal.signer) return "";
+  const std::string path = signers + Index(*refusal.signer);
+  const Field* signer = Find(package.file, path);
+  if (signer == nullptr) return "";
+  const std::string inSigner = FieldOfSigner(package, *signer, refusal);
+  return inSigner.empty() ? path : JoinPath(path, inSigner);
+}
+
+}  // namespace
+
+std::string BlamedField(const Package& package, const Refusal& refusal) {
+  std::string path = PathOf(package, refusal);
+  return path.empty() || Find(package.file, path) == nullptr ? "" : path;
+}
+
+}  // namespace Quill::Anatomy

@@ -1,0 +1,221 @@
+// SPDX-License-Identifier: Apache-2.0
+
+#include "anatomy/zip_fields.h"
+
+#include <cstring>
+#include <string>
+#include <utility>
+
+#include "signing_block/zip_format.h"
+
+namespace Quill::Anatomy {
+namespace {
+
+struct RecordField {
+  const char* name;
+  uint8_t size;
+  Shape shape;
+};
+
+constexpr RecordField kLocalHeader[] = {
+    {"signature", 4, Shape::kId},
+    {"versionNeeded", 2, Shape::kNumber},
+    {"flags", 2, Shape::kId},
+    {"method", 2, Shape::kMethod},
+    {"modified", 4, Shape::kTime},
+    {"crc32", 4, Shape::kId},
+    {"compressedSize", 4, Shape::kNumber},
+    {"uncompressedSize", 4, Shape::kNumber},
+    {"nameLength", 2, Shape::kNumber},
+    {"extraLength", 2, Shape::kNumber},
+};
+
+constexpr RecordField kCentralRecord[] = {
+    {"signature", 4, Shape::kId},
+    {"versionMadeBy", 2, Shape::kId},
+    {"versionNeeded", 2, Shape::kNumber},
+    {"flags", 2, Shape::kId},
+    {"method", 2, Shape::kMethod},
+    {"modified", 4, Shape::kTime},
+    {"crc32", 4, Shape::kId},
+    {"compressedSize", 4, Shape::kNumber},
+    {"uncompressedSize", 4, Shape::kNumber},
+    {"nameLength", 2, Shape::kNumber},
+    {"extraLength", 2, Shape::kNumber},
+    {"commentLength", 2, Shape::kNumber},
+    {"diskNumber", 2, Shape::kNumber},
+    {"internalAttributes", 2, Shape::kId},
+    {"externalAttributes", 4, Shape::kId},
+    {"localHeaderOffset", 4, Shape::kNumber},
+};
+
+constexpr RecordField kEndRecord[] = {
+    {"signature", 4, Shape::kId},
+    {"diskNumber", 2, Shape::kNumber},
+    {"directoryDisk", 2, Shape::kNumber},
+    {"entriesOnDisk", 2, Shape::kNumber},
+    {"entries", 2, Shape::kNumber},
+    {"centralDirectorySize", 4, Shape::kNumber},
+    {"centralDirectoryOffset", 4, Shape::kNumber},
+    {"commentLength", 2, Shape::kNumber},
+};
+
+constexpr RecordField kDescriptor[] = {
+    {"signature", 4, Shape::kId},
+    {"crc32", 4, Shape::kId},
+    {"compressedSize", 4, Shape::kNumber},
+    {"uncompressedSize", 4, Shape::kNumber},
+};
+
+// APPNOTE 4.3.7 and 4.3.12: the same fields as in the tables above.
+struct __attribute__((packed)) LocalHeaderRecord {
+  static constexpr uint32_t kSignature = 0x04034b50;  // "PK\3\4"
+  uint32_t signature;
+  uint16_t versionNeeded, flags, method;
+  uint32_t modified, crc32, compressedSize, uncompressedSize;
+  uint16_t nameLength, extraLength;
+};
+static_assert(sizeof(LocalHeaderRecord) == 30);
+
+struct __attribute__((packed)) CentralDirectoryRecord {
+  uint32_t signature;
+  uint16_t versionMadeBy, versionNeeded, flags, method;
+  uint32_t modified, crc32, compressedSize, uncompressedSize;
+  uint16_t nameLength, extraLength, commentLength, diskNumber, internalAttributes;
+  uint32_t externalAttributes, localHeaderOffset;
+};
+static_assert(sizeof(CentralDirectoryRecord) == 46);
+
+constexpr uint16_t kHasDescriptor = 8;                 // in flags
+constexpr uint32_t kDescriptorSignature = 0x08074b50;  // "PK\7\8"
+
+template <size_t count>
+constexpr uint64_t SizeOf(const RecordField (&table)[count]) {
+  uint64_t size = 0;
+  for (const RecordField& field : table) size += field.size;
+  return size;
+}
+static_assert(SizeOf(kLocalHeader) == sizeof(LocalHeaderRecord));
+static_assert(SizeOf(kCentralRecord) == sizeof(CentralDirectoryRecord));
+static_assert(SizeOf(kEndRecord) == sizeof(EocdRecord));
+static_assert(SizeOf(kDescriptor) == 16);
+
+// Appends the fields of a table from its `first` on. The cursor holds them.
+template <size_t count>
+void TakeTable(const FieldReader& reader, const RecordField (&table)[count], ByteCursor& cursor,
+               Field& parent, size_t first = 0) {
+  for (size_t i = first; i < count; ++i) {
+    reader.TakeBytes(cursor, parent, table[i].name, table[i].size, table[i].shape);
+  }
+}
+
+// Takes a field of variable length, if it has any bytes. Returns false when it is cut short.
+bool TakeVariable(const FieldReader& reader, ByteCursor& cursor, Field& parent, const char* name,
+                  uint64_t size, Shape shape) {
+  const bool isWhole = size <= cursor.Remaining();
+  if (size == 0) return true;
+  reader.TakeBytes(cursor, parent, name, size, shape);
+  if (!isWhole) parent.fields.back().AddNote("cut short");
+  return isWhole;
+}
+
+std::string_view TextOf(ByteCursor bytes) {
+  return {reinterpret_cast<const char*>(bytes.Data()), bytes.Remaining()};
+}
+
+// The size of the descriptor that starts there; its signature may be missing.
+uint64_t DescriptorSize(ByteCursor bytes) {
+  uint32_t signature = 0;
+  const bool isSigned = bytes.TakeU32(signature) && signature == kDescriptorSignature;
+  return SizeOf(kDescriptor) - (isSigned ? 0 : sizeof signature);
+}
+
+// Fits a field around what was taken for it.
+void Enclose(Field& field) {
+  field.size = field.fields.empty() ? 0 : field.fields.back().End() - field.offset;
+}
+
+}  // namespace
+
+bool TakeCentralRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent, int32_t index,
+                       CentralRecord& out) {
+  if (reader.Budget().IsSpent()) {
+    return reader.Fail(cursor, parent, kTooManyFields);
+  }
+  if (cursor.Remaining() < sizeof(CentralDirectoryRecord)) {
+    return reader.Fail(cursor, parent, "a record is cut short");
+  }
+  const auto record = CopyRecord<CentralDirectoryRecord>(cursor.Data());
+  if (record.signature != CentralDirectory::kSignature) {
+    return reader.Fail(cursor, parent, "no record of the central directory");
+  }
+  const uint64_t size =
+      sizeof record + record.nameLength + record.extraLength + record.commentLength;
+  if (size > cursor.Remaining()) return reader.Fail(cursor, parent, "a record is cut short");
+  ByteCursor bytes = cursor.TakeAtMost(size);
+  Field field = reader.Make("", bytes, Shape::kGroup, index);
+  field.fields.reserve(std::size(kCentralRecord) + (record.nameLength != 0) +
+                       (record.extraLength != 0) + (record.commentLength != 0));
+  TakeTable(reader, kCentralRecord, bytes, field);
+  out = {record.flags, record.compressedSize, record.localHeaderOffset,
+         TextOf(ByteCursor(bytes.Data(), record.nameLength))};
+  static_cast<void>(
+      TakeVariable(reader, bytes, field, "name", record.nameLength, Shape::kText) &&
+      TakeVariable(reader, bytes, field, "extra", record.extraLength, Shape::kBytes) &&
+      TakeVariable(reader, bytes, field, "comment", record.commentLength, Shape::kText));
+  reader.Append(parent, std::move(field));
+  return true;
+}
+
+bool TakeEndRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent,
+                   uint16_t& commentLength) {
+  if (cursor.Remaining() < sizeof(EocdRecord)) return reader.Fail(cursor, parent, "cut short");
+  commentLength = CopyRecord<EocdRecord>(cursor.Data()).commentLength;
+  TakeTable(reader, kEndRecord, cursor, parent);
+  return true;
+}
+
+bool IsLocalHeader(ByteCursor bytes) {
+  uint32_t signature;
+  return bytes.TakeU32(signature) && signature == LocalHeaderRecord::kSignature;
+}
+
+Field TakeEntry(const FieldReader& reader, ByteCursor& cursor, int32_t index,
+                const LocalEntry* known) {
+  Field entry = reader.Make("entries", ByteCursor(cursor.Data(), 0), Shape::kGroup, index);
+  if (!IsLocalHeader(cursor) || cursor.Remaining() < sizeof(LocalHeaderRecord)) {
+    entry.AddNote("no local header at " + std::to_string(entry.offset));
+    return entry;
+  }
+  const auto record = CopyRecord<LocalHeaderRecord>(cursor.Data());
+  entry.fields.reserve(3);
+  Field header = reader.Make("localHeader", ByteCursor(cursor.Data(), 0), Shape::kGroup);
+  header.fields.reserve(std::size(kLocalHeader) + (record.nameLength != 0) +
+                        (record.extraLength != 0));
+  TakeTable(reader, kLocalHeader, cursor, header);
+  const bool isWhole =
+      TakeVariable(reader, cursor, header, "name", record.nameLength, Shape::kText) &&
+      TakeVariable(reader, cursor, header, "extra", record.extraLength, Shape::kBytes);
+  Enclose(header);
+  reader.Append(entry, std::move(header));
+  const LocalEntry data = known != nullptr ? *known
+                                           : LocalEntry{record.compressedSize,
+                                                        (record.flags & kHasDescriptor) != 0, ""};
+  if (!data.note.empty()) entry.AddNote(std::string(data.note));
+  if (isWhole && TakeVariable(reader, cursor, entry, "data", data.dataSize, Shape::kBytes) &&
+      data.hasDescriptor) {
+    const uint64_t size = DescriptorSize(cursor);
+    if (size > cursor.Remaining()) {
+      static_cast<void>(reader.Fail(cursor, entry, "the descriptor is cut short"));
+    } else {
+      Field descriptor = reader.Make("descriptor", ByteCursor(cursor.Data(), size), Shape::kGroup);
+      descriptor.fields.reserve(std::size(kDescriptor));
+      TakeTable(reader, kDescriptor, cursor, descriptor, size < SizeOf(kDescriptor) ? 1 : 0);
+      reader.Append(entry, std::move(descriptor));
+    }
+  }
+  Enclose(entry);
+  return entry;
+}
+
+}  // namespace Quill::Anatomy
