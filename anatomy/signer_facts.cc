@@ -89,6 +89,7 @@ void AddBlock(const Package& package, const Field& entry, size_t most,
   if (certificates == nullptr) return;
   SignerFacts facts;
   facts.path = entry.Name();
+  facts.block = entry.extras->text;
   facts.scheme = "v1";
   facts.isChosen = package.chosenPair.empty() && entry.extras->text == package.signatureBlock;
   const ByteCursor bytes(decoded->bytes);

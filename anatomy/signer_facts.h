@@ -26,6 +26,7 @@ struct LevelFacts {
 // A signer of a package, as it says of itself.
 struct SignerFacts {
   std::string path;       // such as "signingBlock.v3.signers[0]"; of a JAR signature, of its block
+  std::string block;      // the entry name of a JAR signature's block; empty of others
   std::string scheme;     // "v1", "v2", "v3" or "v31"
   bool isChosen = false;  // the verifier goes by it, on this platform
   std::optional<uint32_t> minSdk;

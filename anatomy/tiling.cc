@@ -11,10 +11,11 @@ namespace {
 
 // Cuts a field off at `end`.
 void CutAt(Field& field, uint64_t end) {
+  const bool isLeaf = field.fields.empty();
   while (!field.fields.empty() && field.fields.back().offset >= end) field.fields.pop_back();
   if (field.End() <= end) return;
   field.size = end - field.offset;
-  if (field.fields.empty()) field.shape = Shape::kBytes;  // its bytes no longer have its meaning
+  if (isLeaf) field.shape = Shape::kBytes;  // the bytes that are left do not have its meaning
   if (!field.fields.empty()) CutAt(field.fields.back(), end);
 }
 

@@ -24,6 +24,7 @@ namespace {
 
 constexpr Command kCommands[] = {
     {"verify", "Verify the signatures of packages", DeclareVerify},
+    {"inspect", "Show what a package is made of, and what its signatures cover", DeclareInspect},
     {"provision", "Label and certify a package's OAT and VDEX files", DeclareProvision},
     {"provision-art", "Label a package's ART file", DeclareProvisionArt},
     {"start-provision", "Open OAT and VDEX files for editing", DeclareStartProvision},

@@ -77,6 +77,7 @@ void Examine(int fd, const VerifyRules& rules, PackageReport& report,
     ApplyRules(apk, findings, rules, report);
   }
   report.log = log.Lines();
+  report.refusals = findings.refusals;
 }
 
 // Splits `wanted` where the signer for a level may change.

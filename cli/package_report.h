@@ -61,6 +61,7 @@ struct PackageReport {
   std::vector<LogLine> log;
   Verdict verdict;
   std::vector<LevelReport> levels;  // of a package that was judged for several
+  std::vector<Refusal> refusals;    // all that the library refused
 };
 
 // False of a file that could not be read or mapped, that is no ZIP archive, that changed meanwhile,

@@ -17,7 +17,7 @@
 namespace Quill::Tool {
 namespace {
 
-using Json = nlohmann::json;
+using Json = nlohmann::ordered_json;
 
 // The fields of what a child sends.
 constexpr char kObstacle[] = "obstacle";  // why there is nothing else

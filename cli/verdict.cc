@@ -166,9 +166,13 @@ FileReason Describe(const Refusal& refusal, int scheme) {
   const bool isLibraryError =
       refusal.reason == Reason::kManifestUnreadable || refusal.reason == Reason::kJarNoManifest;
   const std::string name = isLibraryError ? EntryErrorText(refusal.name) : refusal.name;
-  return {prefix + text.code, fmt::format(fmt::runtime(text.message), refusal.number, name),
-          text.hint,          refusal.name,
-          refusal.expected,   refusal.found};
+  return {prefix + text.code,
+          fmt::format(fmt::runtime(text.message), refusal.number, name),
+          text.hint,
+          refusal.name,
+          refusal.expected,
+          refusal.found,
+          refusal};
 }
 
 const Refusal* Find(const std::vector<Refusal>& refusals, Reason reason) {

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -19,6 +20,7 @@ struct FileReason {
   std::string name;     // of a field, an entry, an algorithm; may be empty
   std::vector<uint8_t> expected = {};
   std::vector<uint8_t> found = {};
+  std::optional<Refusal> refusal = {};  // where it comes from
 };
 
 enum class Status {

@@ -105,6 +105,7 @@ set(QUILLON_CLI_SOURCES
   cli/arguments.cc
   cli/child.cc
   cli/child_queue.cc
+  cli/cmd_inspect.cc
   cli/cmd_label.cc
   cli/cmd_provision.cc
   cli/cmd_task.cc
@@ -114,6 +115,8 @@ set(QUILLON_CLI_SOURCES
   cli/file_label.cc
   cli/file_list.cc
   cli/help.cc
+  cli/inspect_json.cc
+  cli/inspect_text.cc
   cli/journal_file.cc
   cli/log_recorder.cc
   cli/logged_run.cc

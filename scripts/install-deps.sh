@@ -14,7 +14,7 @@ packages=(
   android-libandroidfw-dev android-libbase-dev android-libboringssl-dev android-liblog-dev
   android-libutils-dev android-libziparchive-dev
   libcli11-dev libfmt-dev nlohmann-json3-dev
-  libbenchmark-dev libgmock-dev libgtest-dev
+  libbenchmark-dev libgmock-dev libgtest-dev python3-jsonschema
 )
 
 foreignArchitecture=

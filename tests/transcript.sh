@@ -8,7 +8,7 @@
 # Status: 0 when all match, 1 when one differs, 77 when this machine lacks what one needs.
 #
 # A transcript is a text file:
-#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native, jq, xmllint, git
+#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native, jsonschema, jq, xmllint, git
 #   # Other comments, and blank lines, may be anywhere.
 #   $ quillon verify none \    a command of bash; the shell's state is kept from one to the next
 #   >   good.apk               its continuation, if it has one
@@ -50,6 +50,7 @@ Has() {  # Has NEED
       touch "$work/file"
       ! env "$PRELOAD" TARNSIM_INTERFACE=device tarn_client "$work/file" | grep -qx 'sign ffffffa1'
       ;;
+    jsonschema) python3 -c 'import jsonschema' 2>"$work/err" ;;
     native) [ -z "$emulator" ] ;;
     memory-limit) [ -z "$emulator" ] && (ulimit -v 400000 && quillon --version) >"$work/out" 2>&1 ;;
     *) command -v "$1" >/dev/null ;;
