@@ -15,7 +15,9 @@ namespace {
 // A central directory file header without its name, extra field and comment (APPNOTE 4.3.12).
 struct __attribute__((packed)) DirectoryRecord {
   uint32_t signature;
-  uint8_t versionsToChecksum[16];  // not read
+  uint8_t versionsAndFlags[6];  // not read
+  uint16_t method;
+  uint8_t timeToChecksum[8];  // not read
   uint32_t compressedSize;
   uint32_t uncompressedSize;
   uint16_t nameLength;
@@ -34,12 +36,20 @@ struct __attribute__((packed)) LocalHeader {
 };
 static_assert(sizeof(LocalHeader) == 30);
 
+// Returns how many bytes of the archive a reader may take as the data of an entry. Of one that is
+// stored, the archive library reads the uncompressed size, and does not compare the two.
+uint64_t DataSize(const DirectoryRecord& record) {
+  const uint32_t compressed = record.compressedSize;
+  const uint32_t uncompressed = record.uncompressedSize;
+  return record.method == 0 ? std::max(compressed, uncompressed) : compressed;
+}
+
 // Returns the offset behind the data of an entry; where that cannot be read, behind its header.
 uint64_t EndOf(int fd, const DirectoryRecord& record) {
   const uint64_t start = record.localHeaderOffset;
   LocalHeader header;
   if (!ReadAt(fd, start, &header, sizeof header)) return start + sizeof header;
-  return start + sizeof header + header.nameLength + header.extraLength + record.compressedSize;
+  return start + sizeof header + header.nameLength + header.extraLength + DataSize(record);
 }
 
 }  // namespace
@@ -67,17 +77,16 @@ DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize) {
   constexpr uint64_t kMostNameAndExtra = 2 * UINT16_MAX;
   DirectoryFacts facts;
   EocdRecord end;
-  struct stat info;
-  if (!ReadEndRecord(fd, end) || fstat(fd, &info) != 0 ||
-      end.centralDirectorySize > static_cast<uint64_t>(info.st_size)) {
-    return facts;
-  }
-  std::vector<uint8_t> bytes(end.centralDirectorySize);
+  uint64_t endOffset = 0;
+  if (!ReadEndRecord(fd, end, &endOffset) || end.centralDirectoryOffset > endOffset) return facts;
+  // Some readers look for the directory where it would have to start to end here.
+  std::vector<uint8_t> bytes(endOffset - end.centralDirectoryOffset);
   if (!ReadAt(fd, end.centralDirectoryOffset, bytes.data(), bytes.size())) return facts;
   uint16_t counted;
   std::memcpy(&counted, &end.diskFields[6], sizeof counted);
   uint64_t count = 0;
-  for (size_t offset = 0; bytes.size() - offset >= sizeof(DirectoryRecord);) {
+  size_t offset = 0;
+  while (bytes.size() - offset >= sizeof(DirectoryRecord)) {
     const auto record = CopyRecord<DirectoryRecord>(&bytes[offset]);
     const size_t size =
         sizeof record + record.nameLength + record.extraLength + record.commentLength;
@@ -87,10 +96,16 @@ DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize) {
     // Only an entry that may reach the block is looked at more closely.
     const uint64_t start = record.localHeaderOffset;
     const bool isNear =
-        start + sizeof(LocalHeader) + kMostNameAndExtra + record.compressedSize > blockOffset;
+        start + sizeof(LocalHeader) + kMostNameAndExtra + DataSize(record) > blockOffset;
     if (isNear && start < blockOffset + blockSize && EndOf(fd, record) > blockOffset) {
       ++facts.entriesInBlock;
     }
+  }
+  // More records may stand behind other bytes.
+  for (; bytes.size() - offset >= sizeof(DirectoryRecord); ++offset) {
+    uint32_t signature;
+    std::memcpy(&signature, &bytes[offset], sizeof signature);
+    if (signature == CentralDirectory::kSignature) ++count;
   }
   facts.uncounted = count - std::min<uint64_t>(count, counted);
   return facts;

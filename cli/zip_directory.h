@@ -24,7 +24,8 @@ struct DirectoryFacts {
   uint64_t uncounted = 0;       // more entries than the end record counts
 };
 
-// Reads the central directory as far as it is whole. The signing block may be empty.
+// Reads the central directory as far as it is whole, and what else is before the end record. The
+// signing block may be empty.
 [[nodiscard]] DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize);
 
 }  // namespace Quill::Tool
