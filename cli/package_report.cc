@@ -72,9 +72,10 @@ void Examine(int fd, const VerifyRules& rules, PackageReport& report,
   ranges = findings.ranges;
   if (report.verdict.status == Status::kVerified) {
     report.signers = ReportSigners(findings.signers);
-    report.warnings = FindWarnings(apk, findings, report.signers,
-                                   ReadDirectory(fd, findings.blockOffset, findings.blockSize));
-    ApplyRules(apk, findings, rules, report);
+    const DirectoryFacts directory = ReadDirectory(fd, findings.blockOffset, findings.blockSize);
+    report.warnings =
+        FindWarnings(apk, findings, report.signers, directory, /*areEntriesChecked=*/false);
+    ApplyRules(apk, findings, directory, rules, report);
   }
   report.log = log.Lines();
   report.refusals = findings.refusals;

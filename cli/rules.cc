@@ -11,6 +11,7 @@
 #include "cli/output.h"
 #include "cli/package_evidence.h"
 #include "cli/sdk_level.h"
+#include "jar/entry_digest.h"
 
 namespace Quill::Tool {
 namespace {
@@ -45,21 +46,54 @@ FileReason CheckFacts(const VerifyRules& rules, const PackageReport& report) {
   return {};
 }
 
+// Returns the first entry that a JAR manifest lists and the package does not have. Empty: none.
+std::string MissingEntry(Apk& apk) {
+  std::string text;
+  ManifestMf manifest;
+  if (apk.ExtractByName(Apk::kMANIFEST_MF, text) != 0 || !manifest.load(std::move(text))) {
+    return Apk::kMANIFEST_MF;
+  }
+  for (const auto& [name, digest] : CollectEntryDigests(manifest)) {
+    ZipEntry entry;
+    if (apk.FindEntry(name, &entry) != 0) return name;
+  }
+  return "";
+}
+
+// Checks that a JAR signature covers every entry, and that none was added or taken away.
+FileReason CheckEntries(Apk& apk, const Findings& findings) {
+  const bool isCovered = ForEachEntry(apk, [&](const std::string& name, ZipEntry& entry) {
+    return IsSignatureRelated(name) || apk.VerifyFileHash(name, &entry);
+  });
+  if (!isCovered) return WhyEntryRefused(findings.refusals);
+  if (const std::string name = MissingEntry(apk); !name.empty()) {
+    return {"v1.entry-missing",
+            "META-INF/MANIFEST.MF lists " + NameText(name) + ", which is missing",
+            "it was changed after signing: get it again from its source, or sign it again", name};
+  }
+  return {};
+}
+
 // A signer is shown by what covers every entry.
-FileReason CheckCover(Apk& apk, const Findings& findings, const VerifyRules& rules,
-                      const PackageReport& report) {
-  if (report.scheme == ApkSignatureScheme::kJar) {
+FileReason CheckCover(Apk& apk, const Findings& findings, const DirectoryFacts& directory,
+                      const VerifyRules& rules, PackageReport& report) {
+  const bool isJar = report.scheme == ApkSignatureScheme::kJar;
+  if (isJar) {
     if (!rules.allowsJar) {
       return {"signer.only-v1", "a JAR signature covers too little to show who made a package",
               "sign it with v2 or v3, or see --allow-v1", ""};
     }
-    const bool isCovered = ForEachEntry(apk, [&](const std::string& name, ZipEntry& entry) {
-      return IsSignatureRelated(name) || apk.VerifyFileHash(name, &entry);
-    });
-    if (!isCovered) return WhyEntryRefused(findings.refusals);
+    FileReason reason = CheckEntries(apk, findings);
+    if (!reason.code.empty()) return reason;
+    report.warnings =
+        FindWarnings(apk, findings, report.signers, directory, /*areEntriesChecked=*/true);
   }
   for (const FileWarning& warning : report.warnings) {
-    if (warning.code == "block.entries-inside") return {warning.code, warning.message, kAskWho, ""};
+    // A block signature covers the whole directory, a JAR signature no more than entries.
+    if (warning.code == "block.entries-inside" ||
+        (isJar && warning.code == "archive.two-directories")) {
+      return {warning.code, warning.message, kAskWho, ""};
+    }
   }
   return {};
 }
@@ -121,12 +155,12 @@ SdkRange LevelsOf(const PackageReport& report, const VerifyRules& rules) {
 
 }  // namespace
 
-void ApplyRules(Apk& apk, const Findings& findings, const VerifyRules& rules,
-                PackageReport& report) {
+void ApplyRules(Apk& apk, const Findings& findings, const DirectoryFacts& directory,
+                const VerifyRules& rules, PackageReport& report) {
   const SdkRange levels = LevelsOf(report, rules);
   FileReason reason = CheckFacts(rules, report);
   if (reason.code.empty() && rules.asksForSigner) {
-    reason = CheckCover(apk, findings, rules, report);
+    reason = CheckCover(apk, findings, directory, rules, report);
   }
   if (reason.code.empty() && !rules.expected.empty()) reason = CheckSigners(report, levels, rules);
   if (reason.code.empty() && rules.sibling) reason = CheckSet(report, levels, *rules.sibling);

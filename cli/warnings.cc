@@ -78,7 +78,8 @@ void WarnOfKeys(const std::vector<SignerReport>& signers, std::vector<FileWarnin
   }
 }
 
-void WarnOfJarSignature(Apk& apk, const Findings& findings, std::vector<FileWarning>& out) {
+void WarnOfJarSignature(Apk& apk, const Findings& findings, bool areEntriesChecked,
+                        std::vector<FileWarning>& out) {
   constexpr uint32_t kLeastTargetOfBlocks = 30;
   uint64_t unchecked = 0;
   uint64_t signatureFiles = 0;
@@ -93,9 +94,8 @@ void WarnOfJarSignature(Apk& apk, const Findings& findings, std::vector<FileWarn
     }
     return true;
   }));
-  if (!hasClassesDex) {
-    Add(out, Warning::kNoClassesDex, unchecked);
-  } else if (unchecked != 0) {
+  if (!areEntriesChecked && !hasClassesDex) Add(out, Warning::kNoClassesDex, unchecked);
+  if (!areEntriesChecked && hasClassesDex && unchecked != 0) {
     Add(out, Warning::kPartlyCovered, unchecked);
   }
   if (signatureFiles > 1) Add(out, Warning::kSeveralFiles, signatureFiles);
@@ -108,12 +108,12 @@ void WarnOfJarSignature(Apk& apk, const Findings& findings, std::vector<FileWarn
 
 std::vector<FileWarning> FindWarnings(Apk& apk, const Findings& findings,
                                       const std::vector<SignerReport>& signers,
-                                      const DirectoryFacts& directory) {
+                                      const DirectoryFacts& directory, bool areEntriesChecked) {
   std::vector<FileWarning> out;
   for (const WarningNote& note : findings.warnings) Add(out, note.warning, note.number, note.name);
   WarnOfKeys(signers, out);
   if (apk.GetApkSignatureSchemeVersion() == ApkSignatureScheme::kJar) {
-    WarnOfJarSignature(apk, findings, out);
+    WarnOfJarSignature(apk, findings, areEntriesChecked, out);
   }
   if (directory.entriesInBlock != 0) Add(out, Warning::kEntriesInBlock, directory.entriesInBlock);
   if (directory.uncounted != 0) Add(out, Warning::kTwoDirectories, directory.uncounted);

@@ -21,10 +21,12 @@ struct FileWarning {
   uint64_t count = 1;   // of entries, or of the times that it was found
 };
 
-// Returns what is worth knowing of `apk`, which verified; one warning for each code.
+// Returns what is worth knowing of `apk`, which verified; one warning for each code. A JAR
+// signature covers little, unless all entries were checked.
 [[nodiscard]] std::vector<FileWarning> FindWarnings(Apk& apk, const Findings& findings,
                                                     const std::vector<SignerReport>& signers,
-                                                    const DirectoryFacts& directory);
+                                                    const DirectoryFacts& directory,
+                                                    bool areEntriesChecked);
 
 // Returns true for the code of a warning.
 [[nodiscard]] bool IsWarningCode(const std::string& code);
