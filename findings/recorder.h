@@ -22,7 +22,7 @@ struct Refusal {
   std::optional<size_t> signer;  // of the pair, where one was looked at
 };
 
-// A warning; equal ones are kept once.
+// A warning; equal ones in a row are kept once.
 struct WarningNote {
   Warning warning;
   uint64_t number;
