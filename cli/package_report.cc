@@ -144,6 +144,9 @@ PackageReport ExamineLevels(int fd, uint32_t sdk, const VerifyRules& rules,
                       isVerified ? Sha256Of(report.manufacturerKey) : std::string(),
                       report.signers});
   }
+  // When all are verified, the level that is set shows who signed the package.
+  const bool areAllVerified = !levels.empty() && worst.verdict.status == Status::kVerified;
+  if (areAllVerified && first.verdict.status == Status::kVerified) worst = first;
   if (levels.empty()) return first;
   worst.levels = std::move(levels);
   return worst;
