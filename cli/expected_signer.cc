@@ -12,8 +12,10 @@
 #include <cctype>
 #include <iterator>
 #include <set>
+#include <string_view>
 
 #include "crypto/x509_certificate.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -141,8 +143,9 @@ bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
 
 std::optional<std::string> ParseSha256(const std::string& text) {
   constexpr size_t kDigits = 64;
+  constexpr std::string_view kName = "sha256:";
   std::string digits;
-  for (const char c : text) {
+  for (const char c : text.substr(StartsWith(text, kName) ? kName.size() : 0)) {
     if (c == ':') continue;
     if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return std::nullopt;
     digits += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));

@@ -53,7 +53,8 @@ enum class SignerMatch { kExpected, kRolledBack, kUnexpected };
 [[nodiscard]] bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
                                    const std::vector<KeyChain>& chains);
 
-// Returns the text as a SHA-256 digest in lowercase without colons, if it is one.
+// Returns the text as a SHA-256 digest in lowercase without colons, if it is one. It may begin with
+// "sha256:", as what the tool prints.
 [[nodiscard]] std::optional<std::string> ParseSha256(const std::string& text);
 
 // Returns the SHA-256 of the public key of a certificate, DER or PEM. Nothing when the bytes are

@@ -107,6 +107,14 @@ FileReason CheckSigners(const PackageReport& report, SdkRange levels, const Veri
     return {"signer.rolled-back", who + ", which has a newer key",
             "ask for a package that is signed with the newer key", ""};
   }
+  const std::string identity = Sha256Of(report.manufacturerKey);
+  const bool isIdentity =
+      std::any_of(rules.expected.begin(), rules.expected.end(),
+                  [&](const ExpectedSigner& signer) { return signer.sha256 == identity; });
+  if (isIdentity) {
+    return {"signer.unexpected", who, "name the certificate: the identity of a key is not enough",
+            ""};
+  }
   return {"signer.unexpected", who, kAskWho, ""};
 }
 
