@@ -2,8 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Checks that a package signed by apksigner verifies and yields the key that signed it, over kinds of keys, schemes
-# and lineages, and that one changed bit in any region that a v2 or v3 signature covers is refused. Needs the tool of
-# the optimized build, openssl, and apksigner with its Java.
+# and lineages. Of v2 and v3 signatures, one changed bit is refused at both ends of each range that the tool says they
+# cover, and changes nothing at both ends of those that nothing covers. Needs the tool of the optimized build, openssl,
+# python3, and apksigner with its Java.
 # usage: round_trip.sh
 #
 # Not tried, because apksigner refuses to sign so: v1 for SDK levels before 18 by EC keys, and before 21 by DSA keys
@@ -11,7 +12,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 tool=$PWD/build/release/bin/quillon
-type "$tool" apksigner java openssl >/dev/null
+type "$tool" apksigner java openssl python3 >/dev/null
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 cp samples/v2.apk "$work/sample.apk"
@@ -20,13 +21,14 @@ keys=() packages=0 changes=0
 
 Fail() { echo "$row: $*" >&2; exit 1; }
 Apksigner() { apksigner -JXX:TieredStopAtLevel=1 -JXX:+UseSerialGC "$@"; }  # starts in half of the time
-Hex() { od -An -v -tx1 "$@" | tr -d ' \n'; }
-Number() { od -An -v "-tu$2" "-j$1" "-N$2" signed.apk | tr -d ' '; }  # Number OFFSET SIZE
-
-Last() {  # Last HEX: where these bytes stand last
-  local rest=${all%"$1"*}
-  [ "$rest" != "$all" ] || Fail "$1 is not in the package"
-  echo $((${#rest} / 2))
+Byte() { od -An -v -tu1 "-j$1" -N1 signed.apk | tr -d ' '; }  # Byte OFFSET
+Ends() {  # Ends WHICH: the ends of the ranges that are covered ("verified"), or that are not ("nothing")
+  "$tool" inspect --json signed.apk | python3 -c '
+import json, sys
+for one in json.load(sys.stdin)["coverage"]:
+  if sys.argv[1] in (one["by"], one["checked"]):
+    for offset, size in one["ranges"]:
+      print(offset, offset + size - 1)' "$1" | tr ' ' '\n' | sort -nu
 }
 
 MakeKey() {  # MakeKey NAME GENPKEY_OPTION...
@@ -42,7 +44,7 @@ MakeKey() {  # MakeKey NAME GENPKEY_OPTION...
 
 # Expect SCHEMES IDENTITY SIGNERS [OPTION...]: verifies by the last scheme, for 3 by the last signer
 Expect() {
-  local schemes=$1 identity=$2 signers=$3 options=() offsets version signer json directory key offset
+  local schemes=$1 identity=$2 signers=$3 options=() offsets version signer json offset which
   row="schemes $*"
   for version in 1 2 3; do
     options+=("--v$version-signing-enabled" "$([[ $schemes == *$version* ]] && echo true || echo false)")
@@ -57,23 +59,24 @@ Expect() {
 
   packages=$((packages + 1))
   [ "$schemes" != 1 ] || return 0
-  all=$(Hex signed.apk)
-  directory=$(Number $((${#all} / 2 - 6)) 4)
-  offsets=(10 $((directory - 1)) $((directory + 12)) $((${#all} / 2 - 18)))  # in front: an entry, the block's magic
-  [[ $schemes != *3 ]] || signers=${signers##* }
-  for signer in $signers; do
-    key=$(Last "$(Hex "$signer.public")")  # behind the signature
-    offsets+=($(($(Last "$(Hex "$signer.crt")") + 100)) $((key - 5)) $((key + $(stat -c %s "$signer.public") - 10)))
+  for which in verified nothing; do
+    mapfile -t offsets < <(Ends $which)
+    [ ${#offsets[@]} -gt 1 ] || [ $which = nothing ] || Fail "the signature covers nothing"
+    rm -f changed-*
+    for offset in "${offsets[@]}"; do
+      cp signed.apk "changed-$offset"
+      printf %b "\\x$(printf %02x $(($(Byte "$offset") ^ 1)))" |
+        dd of="changed-$offset" bs=1 seek="$offset" conv=notrunc status=none
+    done
+    [ ${#offsets[@]} -ne 0 ] || continue
+    json=$("$tool" verify --json changed-*) || true
+    if [ $which = verified ]; then
+      [ "$(grep -c '"isGoodApk":false,' <<<"$json")" = ${#offsets[@]} ] || Fail "a changed bit: $json"
+    else
+      [ "$(grep -c "\"$(<"$identity.identity")\"" <<<"$json")" = ${#offsets[@]} ] || Fail "an open bit: $json"
+    fi
+    changes=$((changes + ${#offsets[@]}))
   done
-  rm -f changed-*
-  for offset in "${offsets[@]}"; do
-    cp signed.apk "changed-$offset"
-    printf %b "\\x$(printf %02x $(($(Number "$offset" 1) ^ 1)))" |
-      dd of="changed-$offset" bs=1 seek="$offset" conv=notrunc status=none
-  done
-  json=$("$tool" verify --json changed-*) || true
-  [ "$(grep -c '"isGoodApk":false,' <<<"$json")" = ${#offsets[@]} ] || Fail "a changed bit: $json"
-  changes=$((changes + ${#offsets[@]}))
 }
 
 for bits in 1024 2048 3072 4096; do MakeKey "RSA$bits" -algorithm RSA -pkeyopt "rsa_keygen_bits:$bits"; done
