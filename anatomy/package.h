@@ -16,7 +16,7 @@ namespace Quill::Anatomy {
 // What a file is made of, as far as it can be read, and what of it the verifier goes by. Nothing is
 // verified.
 struct Package {
-  std::shared_ptr<const MapFile> mapping;
+  std::shared_ptr<MapFile> mapping;
   // The whole file. Below it, in order of offset: "entries[0]" and so on, numbered as the central
   // directory lists them, "signingBlock", "centralDirectory", "endRecord", "comment"; "gap" for
   // bytes that nobody claims; "continued" for the rest of what an earlier claim interrupts.
@@ -35,7 +35,7 @@ struct Package {
 // Reads the file behind a mapping. Each length is read once. Memory and time are bounded: a tree
 // has at most four million fields, and at most 64 MiB are extracted. A file that shrinks meanwhile
 // raises SIGBUS. Logs lines of the verifier's parsers. Throws std::bad_alloc only.
-[[nodiscard]] Package ReadPackage(std::shared_ptr<const MapFile> mapping);
+[[nodiscard]] Package ReadPackage(std::shared_ptr<MapFile> mapping);
 
 // Returns the entry of that name: the last that the central directory lists. Null: there is none.
 [[nodiscard]] const Field* FindEntryOf(const Package& package, const std::string& name);

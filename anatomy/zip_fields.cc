@@ -135,6 +135,32 @@ void Enclose(Field& field) {
   field.size = field.fields.empty() ? 0 : field.fields.back().End() - field.offset;
 }
 
+// Returns false when name or extra field is cut short.
+bool TakeLocalHeader(const FieldReader& reader, ByteCursor& cursor, Field& entry,
+                     const LocalHeaderRecord& record) {
+  Field header = reader.Make("localHeader", ByteCursor(cursor.Data(), 0), Shape::kGroup);
+  header.fields.reserve(std::size(kLocalHeader) + (record.nameLength != 0) +
+                        (record.extraLength != 0));
+  TakeTable(reader, kLocalHeader, cursor, header);
+  const bool isWhole =
+      TakeVariable(reader, cursor, header, "name", record.nameLength, Shape::kText) &&
+      TakeVariable(reader, cursor, header, "extra", record.extraLength, Shape::kBytes);
+  Enclose(header);
+  reader.Append(entry, std::move(header));
+  return isWhole;
+}
+
+bool TakeDescriptor(const FieldReader& reader, ByteCursor& cursor, Field& entry) {
+  const uint64_t size = DescriptorSize(cursor);
+  if (size > cursor.Remaining()) return reader.Fail(cursor, entry, "the descriptor is cut short");
+  ByteCursor bytes = cursor.TakeAtMost(size);
+  Field descriptor = reader.Make("descriptor", bytes, Shape::kGroup);
+  descriptor.fields.reserve(std::size(kDescriptor));
+  TakeTable(reader, kDescriptor, bytes, descriptor, size < SizeOf(kDescriptor) ? 1 : 0);
+  reader.Append(entry, std::move(descriptor));
+  return true;
+}
+
 }  // namespace
 
 bool TakeCentralRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent, int32_t index,
@@ -167,12 +193,11 @@ bool TakeCentralRecord(const FieldReader& reader, ByteCursor& cursor, Field& par
   return true;
 }
 
-bool TakeEndRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent,
-                   uint16_t& commentLength) {
-  if (cursor.Remaining() < sizeof(EocdRecord)) return reader.Fail(cursor, parent, "cut short");
-  commentLength = CopyRecord<EocdRecord>(cursor.Data()).commentLength;
-  TakeTable(reader, kEndRecord, cursor, parent);
-  return true;
+Field TakeEndRecord(const FieldReader& reader, ByteCursor& cursor) {
+  ByteCursor bytes = cursor.TakeAtMost(sizeof(EocdRecord));
+  Field record = reader.Make("endRecord", bytes, Shape::kGroup);
+  TakeTable(reader, kEndRecord, bytes, record);
+  return record;
 }
 
 bool IsLocalHeader(ByteCursor bytes) {
@@ -188,32 +213,18 @@ Field TakeEntry(const FieldReader& reader, ByteCursor& cursor, int32_t index,
     return entry;
   }
   const auto record = CopyRecord<LocalHeaderRecord>(cursor.Data());
-  entry.fields.reserve(3);
-  Field header = reader.Make("localHeader", ByteCursor(cursor.Data(), 0), Shape::kGroup);
-  header.fields.reserve(std::size(kLocalHeader) + (record.nameLength != 0) +
-                        (record.extraLength != 0));
-  TakeTable(reader, kLocalHeader, cursor, header);
-  const bool isWhole =
-      TakeVariable(reader, cursor, header, "name", record.nameLength, Shape::kText) &&
-      TakeVariable(reader, cursor, header, "extra", record.extraLength, Shape::kBytes);
-  Enclose(header);
-  reader.Append(entry, std::move(header));
-  const LocalEntry data = known != nullptr ? *known
-                                           : LocalEntry{record.compressedSize,
-                                                        (record.flags & kHasDescriptor) != 0, ""};
-  if (!data.note.empty()) entry.AddNote(std::string(data.note));
-  if (isWhole && TakeVariable(reader, cursor, entry, "data", data.dataSize, Shape::kBytes) &&
-      data.hasDescriptor) {
-    const uint64_t size = DescriptorSize(cursor);
-    if (size > cursor.Remaining()) {
-      static_cast<void>(reader.Fail(cursor, entry, "the descriptor is cut short"));
-    } else {
-      Field descriptor = reader.Make("descriptor", ByteCursor(cursor.Data(), size), Shape::kGroup);
-      descriptor.fields.reserve(std::size(kDescriptor));
-      TakeTable(reader, kDescriptor, cursor, descriptor, size < SizeOf(kDescriptor) ? 1 : 0);
-      reader.Append(entry, std::move(descriptor));
-    }
+  LocalEntry data;
+  if (known != nullptr) {
+    data = *known;
+  } else if ((record.flags & kHasDescriptor) == 0 || record.compressedSize != 0) {
+    data = {record.compressedSize, (record.flags & kHasDescriptor) != 0};
+  } else {
+    entry.AddNote("its size stands behind its data, whose end is not known without it");
   }
+  entry.fields.reserve(3);
+  static_cast<void>(TakeLocalHeader(reader, cursor, entry, record) &&
+                    TakeVariable(reader, cursor, entry, "data", data.dataSize, Shape::kBytes) &&
+                    data.hasDescriptor && TakeDescriptor(reader, cursor, entry));
   Enclose(entry);
   return entry;
 }

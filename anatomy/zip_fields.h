@@ -21,27 +21,25 @@ struct CentralRecord {
   std::string_view name;  // borrowed from the file
 };
 
-// Take one record off a cursor, as a field below `parent`. They return false when it is no such
+// Takes one record off a cursor, as a field below `parent`. Returns false when it is no such
 // record, or is cut short: then the rest of the cursor is "unread".
 [[nodiscard]] bool TakeCentralRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent,
                                      int32_t index, CentralRecord& out);
-// The end record without its comment, whose length it returns.
-[[nodiscard]] bool TakeEndRecord(const FieldReader& reader, ByteCursor& cursor, Field& parent,
-                                 uint16_t& commentLength);
 
-// What stands behind a local header.
+// What the archive says of an entry besides its local header.
 struct LocalEntry {
   uint64_t dataSize = 0;       // of the compressed data
   bool hasDescriptor = false;  // behind the data
-  std::string_view note;       // for the entry; empty: none
 };
 
-// Returns the entry that starts where `cursor` does, and takes its bytes: the header with name and
-// extra field, the data, and the descriptor if it has one. `size` chooses the data's size from what
-// the header says of it and whether a descriptor follows. Bytes that are no local header, or a
-// header that is cut short, are a field "unread", and nothing is taken behind it.
+// Takes the entry that starts where the cursor does: the header with name and extra field, the
+// data, and the descriptor if it has one. Without `known` the header alone decides on data and
+// descriptor. An entry without a local header has no bytes, and a note.
 [[nodiscard]] Field TakeEntry(const FieldReader& reader, ByteCursor& cursor, int32_t index,
                               const LocalEntry* known);
+
+// Takes the end record, which the cursor holds, without its comment.
+[[nodiscard]] Field TakeEndRecord(const FieldReader& reader, ByteCursor& cursor);
 
 // Returns true when a local header starts there.
 [[nodiscard]] bool IsLocalHeader(ByteCursor bytes);

@@ -122,7 +122,7 @@ std::string Inspect(const InspectOptions& options, const OutputFile& output) {
       options.rules);
   inspection.report.file = options.file;
   const PackageReport& report = inspection.report;
-  std::shared_ptr<const MapFile> mapping = opened.fd ? MapFileRO(opened.fd->GetFd()) : nullptr;
+  std::shared_ptr<MapFile> mapping = opened.fd ? MapFileRO(opened.fd->GetFd()) : nullptr;
   const auto sink = [&output](std::string_view text) { output.Append(text); };
   if (mapping) {
     const Anatomy::Outcome outcome = {static_cast<int>(report.scheme),

@@ -116,6 +116,22 @@ void CheckPair(const Field& pair, ByteCursor file) {
   }
 }
 
+// Checks that the verifier and the tree find the same pairs broken. A block that an end record
+// interrupts is left out.
+void CheckPairsOf(const Package& package, const ApkPackage& verifier) {
+  const auto* end = verifier.FindEocdRecord();
+  const auto* directory = end != nullptr ? verifier.FindCentralDirectory(end) : nullptr;
+  const auto* start = directory != nullptr ? verifier.FindApkSigningBlock(directory) : nullptr;
+  const Field* block = package.file.Child("signingBlock");
+  const uint8_t* file = package.Bytes().Data();
+  if (start == nullptr) return;
+  Require(block != nullptr, "the tree has the verifier's block");
+  if (file + block->End() != reinterpret_cast<const uint8_t*>(directory)) return;
+  std::vector<const ApkSignatureBlock*> pairs;
+  const bool isRead = block->Child("size") != nullptr && block->Child("unread") == nullptr;
+  Require(verifier.ParseApkSignatureBlocks(start, pairs) == isRead, "the same pairs are read");
+}
+
 // Checks the block that the verifier has found, and the bytes whose digest it compares.
 void CheckBlock(const Package& package, ApkPackage& verifier) {
   const ByteCursor file = package.Bytes();
@@ -220,6 +236,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   ApkPackage verifier(mapping);
   const bool isFound = verifier.ParseApkPackage();
   Require(isFound == !package.chosenPair.empty(), "a pair is chosen as by the verifier");
+  CheckPairsOf(package, verifier);
   if (isFound) CheckBlock(package, verifier);
   for (const Field& field : package.file.fields) {
     if (field.name == std::string_view("entries")) CheckDecoded(field);
