@@ -49,8 +49,8 @@ struct Coverage {
 // covers. A bit of the latter changes neither the verdict on a verified package nor its identity.
 // Bytes can be covered more than once; together the ranges are the whole file.
 //
-// (The deflated data of an entry of a JAR signature count as verified, although some bits behind
-// the end of their stream mean nothing.)
+// A JAR signature covers what is extracted from an entry. Deflated data count as covered, although
+// a stream can have bits that change without a change of what is extracted.
 [[nodiscard]] std::vector<Coverage> CoverageOf(const Package& package, const Outcome& outcome);
 
 [[nodiscard]] const char* TextOf(How how);          // such as "content digest"

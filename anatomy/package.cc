@@ -279,7 +279,7 @@ class PackageReader {
     if (data == entry.fields.end()) return;
     auto decoded = std::make_unique<Decoded>();
     if (!archive_.Extract(found, kMostExtracted - extracted_, decoded->bytes)) {
-      data->AddNote("cannot be extracted");
+      data->AddNote("cannot be extracted, or not within the limit");
       return;
     }
     extracted_ += decoded->bytes.size();
