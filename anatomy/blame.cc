@@ -14,8 +14,8 @@ std::string Index(uint64_t index) { return '[' + std::to_string(index) + ']'; }
 // Returns the path of the deepest first field "unread" below a field; empty: there is none.
 std::string FindUnread(const Field& field, const std::string& path) {
   for (const Field& child : field.fields) {
-    const std::string childPath = JoinPath(path, child.Name());
-    const std::string deeper = FindUnread(child, childPath);
+    std::string childPath = JoinPath(path, child.Name());
+    std::string deeper = FindUnread(child, childPath);
     if (!deeper.empty()) return deeper;
     if (child.name == std::string_view("unread") && !child.Note().empty()) return childPath;
   }
@@ -121,7 +121,7 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
   }
   const Field* pair = Find(package.file, package.chosenPair);
   if (package.chosenPair.empty() || pair == nullptr) return "";
-  const std::string signers = package.chosenPair + ".signers";
+  std::string signers = package.chosenPair + ".signers";
   switch (refusal.reason) {
     case Reason::kNoSigner:
     case Reason::kNoSignerForSdk:
@@ -129,9 +129,9 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
       return signers;
     case Reason::kMalformed:
     case Reason::kLineageMalformed: {
-      const std::string unread = FindUnread(*pair, package.chosenPair);
+      std::string unread = FindUnread(*pair, package.chosenPair);
       if (!unread.empty()) return unread;
-      const std::string named = signers + Index(refusal.signer.value_or(0)) + '.' + refusal.name;
+      std::string named = signers + Index(refusal.signer.value_or(0)) + '.' + refusal.name;
       if (Find(package.file, named) != nullptr) return named;
       break;
     }

@@ -48,7 +48,7 @@ std::string TimeOf(const ASN1_TIME* time) {
                       : ASN1_TIME_to_generalizedtime(const_cast<ASN1_TIME*>(time), nullptr));
   if (!general) return "";
   const auto* data = reinterpret_cast<const char*>(ASN1_STRING_get0_data(general.get()));
-  const std::string digits(data, static_cast<size_t>(ASN1_STRING_length(general.get())));
+  std::string digits(data, static_cast<size_t>(ASN1_STRING_length(general.get())));
   if (digits.size() < 14) return digits;
   return digits.substr(0, 4) + '-' + digits.substr(4, 2) + '-' + digits.substr(6, 2) + 'T' +
          digits.substr(8, 2) + ':' + digits.substr(10, 2) + ':' + digits.substr(12, 2) +

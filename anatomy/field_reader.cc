@@ -64,7 +64,7 @@ bool FieldReader::TakeU64(ByteCursor& cursor, Field& parent, const char* name, S
 Field* FieldReader::TakeItem(ByteCursor& cursor, Field& parent, const char* name, int32_t index,
                              ByteCursor& body) const {
   ByteCursor ahead = cursor;
-  uint32_t length;
+  uint32_t length = 0;
   std::string obstacle;
   if (budget_.IsSpent()) {
     obstacle = kTooManyFields;
@@ -84,7 +84,7 @@ Field* FieldReader::TakeItem(ByteCursor& cursor, Field& parent, const char* name
 Field* FieldReader::TakeItemAtMost(ByteCursor& cursor, Field& parent, const char* name,
                                    int32_t index, ByteCursor& body, bool& isWhole) const {
   ByteCursor ahead = cursor;
-  uint32_t length;
+  uint32_t length = 0;
   if (!ahead.TakeU32(length)) {
     isWhole = Fail(cursor, parent, TooShort(name, index));
     return nullptr;
