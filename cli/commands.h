@@ -36,6 +36,7 @@ struct Command {
 
 CommandRun DeclareVerify(CLI::App& parser);
 CommandRun DeclareInspect(CLI::App& parser);
+CommandRun DeclareDiff(CLI::App& parser);
 CommandRun DeclareProvision(CLI::App& parser);
 CommandRun DeclareProvisionArt(CLI::App& parser);
 CommandRun DeclareStartProvision(CLI::App& parser);

@@ -25,6 +25,7 @@ namespace {
 constexpr Command kCommands[] = {
     {"verify", "Verify the signatures of packages", DeclareVerify},
     {"inspect", "Show what a package is made of, and what its signatures cover", DeclareInspect},
+    {"diff", "Show in what two packages differ: their signers and their entries", DeclareDiff},
     {"provision", "Label and certify a package's OAT and VDEX files", DeclareProvision},
     {"provision-art", "Label a package's ART file", DeclareProvisionArt},
     {"start-provision", "Open OAT and VDEX files for editing", DeclareStartProvision},

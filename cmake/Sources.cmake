@@ -105,11 +105,14 @@ set(QUILLON_CLI_SOURCES
   cli/arguments.cc
   cli/child.cc
   cli/child_queue.cc
+  cli/cmd_diff.cc
   cli/cmd_inspect.cc
   cli/cmd_label.cc
   cli/cmd_provision.cc
   cli/cmd_task.cc
   cli/cmd_verify.cc
+  cli/content_diff.cc
+  cli/diff_text.cc
   util/escape.cc
   cli/expected_signer.cc
   cli/file_label.cc
@@ -131,6 +134,7 @@ set(QUILLON_CLI_SOURCES
   cli/rules.cc
   cli/sdk_level.cc
   cli/signer_report.cc
+  cli/signing_state.cc
   cli/simulate_option.cc
   cli/simulated_requests.cc
   cli/simulated_run.cc

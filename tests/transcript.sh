@@ -8,7 +8,7 @@
 # Status: 0 when all match, 1 when one differs, 77 when this machine lacks what one needs.
 #
 # A transcript is a text file:
-#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native, jsonschema, jq, xmllint, git
+#   # needs: simulator         what the machine must have: simulator, xattr, memory-limit, native, jsonschema, jq, xmllint, git, python3
 #   # Other comments, and blank lines, may be anywhere.
 #   $ quillon verify none \    a command of bash; the shell's state is kept from one to the next
 #   >   good.apk               its continuation, if it has one
