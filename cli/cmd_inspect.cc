@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <sys/mman.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
@@ -19,8 +20,10 @@
 #include "cli/child_queue.h"
 #include "cli/commands.h"
 #include "cli/help.h"
+#include "cli/html.h"
 #include "cli/inspection.h"
 #include "cli/log_recorder.h"
+#include "cli/new_file.h"
 #include "cli/output.h"
 #include "cli/regular_file.h"
 #include "cli/sdk_level.h"
@@ -32,7 +35,8 @@ namespace {
 struct InspectOptions {
   std::string file;
   std::string field;
-  std::string sdk;  // empty: not given
+  std::string sdk;   // empty: not given
+  std::string html;  // where the page goes; "-": standard output; empty: no page
   VerifyRules rules;
   bool json = false;
   ChildLimits limits = {/*seconds=*/120, /*mebibytes=*/1024};
@@ -66,9 +70,9 @@ class OutputFile {
     }
   }
 
-  // Prints what was written, escaped for a terminal once more: the child may be out of its mind.
-  [[nodiscard]] bool Print(bool isJson) const {
-    std::string line;
+  // Gives `take` what was written, piece by piece, as long as it returns true.
+  template <class Take>
+  [[nodiscard]] bool Read(Take take) const {
     std::array<char, 1 << 16> piece;
     off_t offset = 0;
     for (;;) {
@@ -77,8 +81,7 @@ class OutputFile {
       if (count < 0) Throw();
       if (count == 0) return true;
       offset += count;
-      const std::string_view text(piece.data(), static_cast<size_t>(count));
-      if (isJson ? !PrintJson(text) : !PrintLines(text, line)) return false;
+      if (!take(std::string_view(piece.data(), static_cast<size_t>(count)))) return false;
     }
   }
 
@@ -87,16 +90,24 @@ class OutputFile {
     throw std::system_error(errno, std::generic_category(), "output");
   }
 
-  // JSON is printable ASCII, and its text can be too long for a line in memory.
-  static bool PrintJson(std::string_view text) {
-    std::string shown(text);
-    for (char& c : shown) {
-      if (c != '\n' && (c < ' ' || c > '~')) c = '?';
-    }
-    return PrintText(shown);
-  }
+  Fd file_;
+};
 
-  static bool PrintLines(std::string_view text, std::string& line) {
+// What the child has written is checked once more before anybody reads it: the child may be out of
+// its mind.
+
+// JSON and pages are printable ASCII, and their text can be too long for a line in memory.
+std::string OnlyAscii(std::string_view text) {
+  std::string shown(text);
+  for (char& c : shown) {
+    if (c != '\n' && (c < ' ' || c > '~')) c = '?';
+  }
+  return shown;
+}
+
+bool PrintLines(const OutputFile& output) {
+  std::string line;
+  return output.Read([&line](std::string_view text) {
     for (size_t end = text.find('\n'); end != std::string_view::npos; end = text.find('\n')) {
       line += text.substr(0, end);
       if (!PrintLine(line)) return false;
@@ -105,10 +116,46 @@ class OutputFile {
     }
     line += text;
     return true;
-  }
+  });
+}
 
-  Fd file_;
-};
+// Writes the page around its body. Its start, with the policy, is not the child's.
+bool WritePage(const InspectOptions& options, const OutputFile& output) {
+  const std::string start = PageStart(options.file);
+  if (options.html == "-") {
+    return PrintText(start) &&
+           output.Read([](std::string_view text) { return PrintText(OnlyAscii(text)); }) &&
+           PrintText(PageEnd());
+  }
+  NewFile page(options.html);
+  page.Append(start);
+  const bool isWhole = output.Read([&page](std::string_view text) {
+    page.Append(OnlyAscii(text));
+    return true;
+  });
+  page.Append(PageEnd());
+  if (isWhole) page.PutInPlace();
+  return isWhole;
+}
+
+bool PrintOutput(const InspectOptions& options, const OutputFile& output) {
+  if (!options.html.empty()) return WritePage(options, output);
+  if (!options.json) return PrintLines(output);
+  return output.Read([](std::string_view text) { return PrintText(OnlyAscii(text)); });
+}
+
+// Returns what is wrong with options that go together, or an empty text.
+std::string FindConflict(const InspectOptions& options) {
+  if (options.html.empty()) return "";
+  if (options.json) return "--html and --json exclude each other";
+  if (!options.field.empty()) return "--html shows the whole file: it takes no --field";
+  struct stat page = {};
+  struct stat file = {};
+  const bool isSame = stat(options.html.c_str(), &page) == 0 &&
+                      stat(options.file.c_str(), &file) == 0 && page.st_dev == file.st_dev &&
+                      page.st_ino == file.st_ino;
+  return isSame ? "--html would replace the package" : "";
+}
 
 // Runs in the child. Returns its report.
 std::string Inspect(const InspectOptions& options, const OutputFile& output) {
@@ -140,6 +187,8 @@ std::string Inspect(const InspectOptions& options, const OutputFile& output) {
   }
   if (options.json) {
     WriteJson(inspection, sink);
+  } else if (!options.html.empty()) {
+    WriteHtml(inspection, sink);
   } else {
     WriteText(inspection, sink);
   }
@@ -162,6 +211,10 @@ ExitStatus PrintEnd(const InspectOptions& options, const ChildResult& result) {
 
 ExitStatus RunInspect(InspectOptions& options) {
   constexpr std::chrono::milliseconds kLong(1000);
+  if (const std::string conflict = FindConflict(options); !conflict.empty()) {
+    PrintDiagnostic(conflict);
+    return kUsage;
+  }
   if (options.sdk.empty() && !IsSdkLevelUsable()) return kUsage;
   if (!options.sdk.empty()) options.rules.sdk = ParseSdkLevels(options.sdk);
   LogRecorder::Install();
@@ -180,8 +233,11 @@ ExitStatus RunInspect(InspectOptions& options) {
     PrintDiagnostic("no such field: " + options.field);
     return kUsage;
   }
-  if (result.report.size() > 1) PrintDiagnostic(result.report.substr(1));
-  if (!output.Print(options.json)) return kFailed;
+  if (result.report.size() > 1) {
+    PrintDiagnostic(result.report.substr(1));
+  } else if (!PrintOutput(options, output)) {
+    return kFailed;
+  }
   return static_cast<ExitStatus>(result.report[0] - kFirstStatus);
 }
 
@@ -191,6 +247,11 @@ CommandRun DeclareInspect(CLI::App& parser) {
   const auto options = std::make_shared<InspectOptions>();
   parser.add_option("FILE", options->file, "The package to look into")->type_name("")->required();
   parser.add_flag("--json", options->json, "Print one JSON object, with every field of the file");
+  parser
+      .add_option("--html", options->html,
+                  "Write a page with a picture of the package to OUT, or to standard output if OUT "
+                  "is -")
+      ->type_name("OUT");
   parser
       .add_option("--field", options->field,
                   "Show this branch alone, and its bytes, such as signingBlock.v3.signers[0]")
@@ -206,6 +267,7 @@ CommandRun DeclareInspect(CLI::App& parser) {
   SetHelp(parser, {{{"Show what a package is made of", "quillon inspect app.apk"},
                     {"Show its first v3 signer, and the bytes of it",
                      "quillon inspect --field 'signingBlock.v3.signers[0]' app.apk"},
+                    {"Draw it in a page for a browser", "quillon inspect --html app.html app.apk"},
                     {"Write every field as JSON", "quillon inspect --json app.apk >app.json"}},
                    {{kDone, "the package was verified"},
                     {kFailed, "it was refused, or the output could not be written"},

@@ -34,4 +34,8 @@ void WriteJson(const Inspection& inspection, const Sink& sink);
 // must exist.
 void WriteText(const Inspection& inspection, const Sink& sink);
 
+// Writes the body of a page, for between PageStart and PageEnd. Its size is bounded: of a large
+// package it lacks fields, and says so. There must be a package.
+void WriteHtml(const Inspection& inspection, const Sink& sink);
+
 }  // namespace Quill::Tool

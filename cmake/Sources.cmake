@@ -118,12 +118,16 @@ set(QUILLON_CLI_SOURCES
   cli/file_label.cc
   cli/file_list.cc
   cli/help.cc
+  cli/html.cc
+  cli/inspect_html.cc
   cli/inspect_json.cc
+  cli/inspect_picture.cc
   cli/inspect_text.cc
   cli/journal_file.cc
   cli/log_recorder.cc
   cli/logged_run.cc
   cli/main.cc
+  cli/new_file.cc
   cli/open_files.cc
   cli/output.cc
   cli/package_evidence.cc
