@@ -87,13 +87,16 @@ set(QUILLON_HX_SOURCES
 set(TARNSIM_SOURCES
   simulator/call.cc
   simulator/environment.cc
+  simulator/fault.cc
   simulator/interpose.cc
   simulator/journal.cc
+  simulator/kernel_path.cc
   simulator/label.cc
   simulator/local_machine.cc
   simulator/process.cc
   simulator/simulator.cc
   simulator/tarn_kernel.cc
+  util/errno_name.cc
   util/escape.cc
   util/file_name.cc
   util/strings.cc

@@ -5,34 +5,47 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <iterator>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <vector>
 
-#include <quillon/strings.h>
-
+#include "simulator/fault.h"
 #include "simulator/journal.h"
+#include "simulator/kernel_path.h"
+#include "simulator/number.h"
 #include "util/escape.h"
 
 namespace tarnsim {
 namespace {
+
+constexpr char kJournal[] = "TARNSIM_JOURNAL";
 
 // Escapes the message: it may contain bytes that a terminal interprets.
 void PrintDiagnostic(const std::string& message) {
   fprintf(stderr, "tarnsim: %s\n", Quill::EscapeForTerminal(message).c_str());
 }
 
-[[noreturn]] void Refuse(const char* variable, const std::string& value) {
-  PrintDiagnostic(std::string(variable) + ": cannot understand \"" + value + "\"");
+// `element` is the value, or the part of it that is wrong.
+[[noreturn]] void Refuse(const char* variable, std::string_view element,
+                         const std::string& problem) {
+  PrintDiagnostic(std::string(variable) + ": cannot use " + Quill::Quote(element) + ": " + problem);
   _exit(2);
 }
 
-uint64_t ParseNumber(const char* variable, const std::string& text, int base) {
-  char* end = nullptr;
-  const uint64_t number = strtoull(text.c_str(), &end, base);
-  if (text.empty() || *end != '\0') Refuse(variable, text);
-  return number;
+template <typename Number>
+Number ParseHexOrRefuse(const char* variable, std::string_view text) {
+  const std::optional<Number> number = ParseHex<Number>(text);
+  if (number) return *number;
+  Refuse(variable, text,
+         "it is no hexadecimal number of at most " + std::to_string(sizeof(Number) * 8) + " bits");
 }
 
 void ParseInterface(const char* variable, const std::string& value, KernelSetup& setup) {
@@ -43,66 +56,125 @@ void ParseInterface(const char* variable, const std::string& value, KernelSetup&
   } else if (value == "none") {
     setup.interface = TarnInterface::kNone;
   } else {
-    Refuse(variable, value);
+    Refuse(variable, value, "it is not device, legacy or none");
   }
 }
 
 void ParseIntegrity(const char* variable, const std::string& value, KernelSetup& setup) {
   setup.integrity.clear();
-  for (const std::string& number : SplitString(value, ',')) {
-    setup.integrity.push_back(static_cast<uint32_t>(ParseNumber(variable, number, 16)));
+  for (const std::string& number : SplitSetting(value, ',')) {
+    setup.integrity.push_back(ParseHexOrRefuse<uint32_t>(variable, number));
   }
-  if (setup.integrity.empty()) Refuse(variable, value);
 }
 
 void ParseTaskLabel(const char* variable, const std::string& value, KernelSetup& setup) {
   const size_t length = value.size() / 2;
+  if (value.size() % 2 != 0) Refuse(variable, value, "a digit of the last byte is missing");
   Bytes label = {static_cast<uint8_t>(length), static_cast<uint8_t>(length >> 8)};
-  for (size_t i = 0; i < length; ++i) {
-    label.push_back(static_cast<uint8_t>(ParseNumber(variable, value.substr(2 * i, 2), 16)));
+  if (label.size() + length > Quill::kTarnTaskLabelSize) {
+    Refuse(variable, value, "a task's label has at most 256 bytes");
   }
-  if (value.size() % 2 != 0 || label.size() > Quill::kTarnTaskLabelSize) Refuse(variable, value);
+  for (size_t i = 0; i < length; ++i) {
+    const std::string digits = value.substr(2 * i, 2);
+    const std::optional<uint8_t> byte = ParseNumber<uint8_t>(digits, 16);
+    if (!byte) Refuse(variable, digits, "a byte has two hexadecimal digits");
+    label.push_back(*byte);
+  }
   setup.taskLabel = std::move(label);
 }
 
 void ParseResetFile(const char* variable, const std::string& value, KernelSetup& setup) {
   const size_t first = value.find(',');
   const size_t second = first == std::string::npos ? first : value.find(',', first + 1);
-  if (second == std::string::npos) Refuse(variable, value);
+  if (second == std::string::npos || second + 1 == value.size()) {
+    Refuse(variable, value, "it is not A,B,PATH");
+  }
   ResetFile reset;
-  reset.wordA = ParseNumber(variable, value.substr(0, first), 16);
-  reset.wordB =
-      static_cast<uint32_t>(ParseNumber(variable, value.substr(first + 1, second - first - 1), 16));
+  reset.wordA = ParseHexOrRefuse<uint64_t>(variable, value.substr(0, first));
+  reset.wordB = ParseHexOrRefuse<uint32_t>(variable, value.substr(first + 1, second - first - 1));
   reset.path = value.substr(second + 1);
   setup.resetFile = std::move(reset);
 }
 
-void ParseReadOnly(const char*, const std::string& value, KernelSetup& setup) {
-  setup.readOnly = SplitString(value, ':');
+// Paths are compared with those of open files, in which the kernel has resolved links.
+void ParseReadOnly(const char* variable, const std::string& value, KernelSetup& setup) {
+  for (const std::string& path : SplitSetting(value, ':')) {
+    if (path.empty() || path[0] != '/') Refuse(variable, path, "it is no absolute path");
+    std::error_code error;
+    const auto resolved = std::filesystem::weakly_canonical(path, error);
+    if (error) Refuse(variable, path, error.message());
+    setup.readOnly.push_back(resolved);
+  }
 }
 
 void ParseFaults(const char* variable, const std::string& value, KernelSetup& setup) {
-  for (const std::string& text : SplitString(value, ',')) {
-    const std::vector<std::string> parts = SplitString(text, ':');
+  for (const std::string& text : SplitSetting(value, ',')) {
     Fault fault{};
-    if (parts.size() < 3 || parts.size() > 4 || !CallByName(parts[0], fault.call)) {
-      Refuse(variable, text);
-    }
-    fault.nth = static_cast<int>(ParseNumber(variable, parts[1], 10));
-    fault.error = static_cast<int>(ParseNumber(variable, parts[2], 10));
-    fault.result = parts.size() == 4 ? static_cast<int>(ParseNumber(variable, parts[3], 0)) : -1;
+    const std::string problem = ParseFault(text, fault);
+    if (!problem.empty()) Refuse(variable, text, problem);
     setup.faults.push_back(fault);
   }
+}
+
+// Sets a variable that has a value. Some programs read the environment where it was at the start,
+// or have a setenv of their own, so setenv would not do.
+void SetInPlace(const std::string& variable, const std::string& value) {
+  const std::string start = variable + '=';
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    if (strncmp(*entry, start.c_str(), start.size()) != 0) continue;
+    static auto* const text = new std::string;  // never destroyed: the environment refers to it
+    *text = start + value;
+    *entry = text->data();
+    return;
+  }
+}
+
+// Makes the path absolute for this process and its children, which may change their folder.
+void PrepareJournal(const char* variable, const std::string& value, KernelSetup& /*setup*/) {
+  std::error_code problem;
+  const auto path = std::filesystem::absolute(value, problem);
+  if (value.empty() || problem) Refuse(variable, value, "it is no path");
+  const auto resolved = std::filesystem::weakly_canonical(path, problem);
+  Call call{};
+  int pid = 0;
+  for (const std::filesystem::path& name : {path, resolved}) {
+    if (IsDevicePath(name.c_str()) || ParseTaskFile(name.c_str(), call, pid)) {
+      Refuse(variable, value, "it is a file of the simulated kernel");
+    }
+  }
+  const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
+  if (file < 0) Refuse(variable, value, std::generic_category().message(errno));
+  close(file);
+  SetInPlace(variable, path);
 }
 
 constexpr struct {
   const char* name;
   void (*parse)(const char* variable, const std::string& value, KernelSetup& setup);
 } kVariables[] = {
-    {"TARNSIM_INTERFACE", ParseInterface},  {"TARNSIM_INTEGRITY", ParseIntegrity},
-    {"TARNSIM_TASK_LABEL", ParseTaskLabel}, {"TARNSIM_RESET_FILE", ParseResetFile},
-    {"TARNSIM_READ_ONLY", ParseReadOnly},   {"TARNSIM_FAIL", ParseFaults},
+    {"TARNSIM_INTERFACE", ParseInterface},
+    {"TARNSIM_INTEGRITY", ParseIntegrity},
+    {"TARNSIM_TASK_LABEL", ParseTaskLabel},
+    {"TARNSIM_RESET_FILE", ParseResetFile},
+    {"TARNSIM_READ_ONLY", ParseReadOnly},
+    {"TARNSIM_FAIL", ParseFaults},
+    {kJournal, PrepareJournal},
 };
+
+// A misspelt name would leave its setting without effect.
+void RefuseUnknownVariables() {
+  constexpr std::string_view kPrefix = "TARNSIM_";
+  for (char** entry = environ; *entry != nullptr; ++entry) {
+    const std::string_view text(*entry);
+    if (text.substr(0, kPrefix.size()) != kPrefix) continue;
+    const std::string name(text.substr(0, text.find('=')));
+    const bool isKnown = std::any_of(std::begin(kVariables), std::end(kVariables),
+                                     [&](const auto& variable) { return name == variable.name; });
+    if (isKnown) continue;
+    PrintDiagnostic(name + ": there is no such setting");
+    _exit(2);
+  }
+}
 
 // Writes each line with one write, so that the lines of several processes do not mix. Opens the
 // file for each line, so that the program never finds an extra open descriptor.
@@ -118,12 +190,13 @@ void Append(const std::string& path, const std::string& line) {
 
 std::unique_ptr<SimulatedKernel> KernelFromEnvironment() {
   if (getenv("TARNSIM_INTERFACE") == nullptr) return nullptr;
+  RefuseUnknownVariables();
   KernelSetup setup;
   setup.labelsInFiles = true;
   for (const auto& variable : kVariables) {
     if (const char* value = getenv(variable.name)) variable.parse(variable.name, value, setup);
   }
-  const char* path = getenv("TARNSIM_JOURNAL");
+  const char* path = getenv(kJournal);
   const std::string journal = path != nullptr ? path : "";
   return std::make_unique<SimulatedKernel>(std::move(setup), [journal](const Request& request) {
     if (!journal.empty()) Append(journal, ToJson(request) + "\n");

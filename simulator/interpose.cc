@@ -7,17 +7,15 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <charconv>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <string_view>
 
 #include <quillon/file_name.h>
 
 #include "integrity/libhx.h"
 #include "integrity/tarn_abi.h"
+#include "simulator/kernel_path.h"
 #include "simulator/process.h"
 
 // The functions that replace those of the C library. They get their names by an assembler label,
@@ -52,7 +50,10 @@ namespace {
 
 using tarnsim::Answer;
 using tarnsim::Call;
+using tarnsim::IsDevicePath;
+using tarnsim::IsLegacyMarkPath;
 using tarnsim::KernelTurn;
+using tarnsim::ParseTaskFile;
 using tarnsim::TarnInterface;
 
 // An open device is an anonymous file with this name, so it is recognised even after dup and fork.
@@ -89,35 +90,12 @@ class ErrnoOfCall {
   int error_ = errno;
 };
 
-// A null path is not one of ours; the next library handles it.
-bool IsFile(const char* path, const char* file) {
-  return path != nullptr && strcmp(path, file) == 0;
-}
-
-// Parses a path such as "/proc/self/integrity/value" or "/proc/12/integrity/label". A pid of 0
-// means "self". Returns false for other paths.
-bool IsTaskFile(const char* name, Call& call, int& pid) {
-  std::string_view path(name == nullptr ? "" : name);
-  constexpr std::string_view kStart = "/proc/";
-  constexpr std::string_view kValue = "/integrity/value";
-  constexpr std::string_view kLabel = "/integrity/label";
-  if (path.substr(0, kStart.size()) != kStart) return false;
-  path.remove_prefix(kStart.size());
-  const std::string_view task = path.substr(0, path.find('/'));
-  path.remove_prefix(task.size());
-  if (path != kValue && path != kLabel) return false;
-  call = path == kValue ? Call::kReadIntegrity : Call::kReadLabel;
-  pid = 0;
-  return task == "self" ||
-         std::from_chars(task.data(), task.data() + task.size(), pid).ptr == path.data();
-}
-
 }  // namespace
 
 int TarnsimStatvfs(const char* path, struct statvfs* info) {
   static auto* const next = Next<int(const char*, struct statvfs*)>("statvfs");
-  const bool isDevice = IsFile(path, Quill::kTarnDevice);
-  if (!isDevice && !IsFile(path, Quill::kTarnLegacyValue)) return next(path, info);
+  const bool isDevice = IsDevicePath(path);
+  if (!isDevice && !IsLegacyMarkPath(path)) return next(path, info);
 
   ErrnoOfCall call;
   const KernelTurn turn;
@@ -145,7 +123,7 @@ int TarnsimOpen(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = va_arg(arguments, mode_t);  // has a value only when the call creates a file
   va_end(arguments);
-  if (!IsFile(path, Quill::kTarnDevice)) return next(path, flags, mode);
+  if (!IsDevicePath(path)) return next(path, flags, mode);
 
   ErrnoOfCall call;
   const KernelTurn turn;
@@ -195,7 +173,7 @@ FILE* TarnsimFopen(const char* path, const char* mode) {
   static auto* const next = Next<FILE*(const char*, const char*)>("fopen");
   Call what{};
   int pid = 0;
-  if (!IsTaskFile(path, what, pid)) return next(path, mode);
+  if (!ParseTaskFile(path, what, pid)) return next(path, mode);
 
   ErrnoOfCall call;
   const KernelTurn turn;

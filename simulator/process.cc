@@ -5,6 +5,13 @@
 #include "simulator/environment.h"
 
 namespace tarnsim {
+namespace {
+
+// Reads the settings when the library is loaded, before the program changes its folder. An invalid
+// one ends a program that would never ask the kernel, too.
+__attribute__((constructor)) void ReadSettings() { const KernelTurn turn; }
+
+}  // namespace
 
 KernelTurn::KernelTurn() {
   // Never destroyed: the program may still call the kernel while it exits.
