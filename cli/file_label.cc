@@ -3,7 +3,6 @@
 #include "cli/file_label.h"
 
 #include <fmt/format.h>
-#include <sys/xattr.h>
 
 #include <cstring>
 #include <vector>
@@ -15,7 +14,7 @@
 
 #include "cli/log_recorder.h"
 #include "cli/regular_file.h"
-#include "simulator/label_attribute.h"
+#include "simulator/label_store.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
@@ -24,9 +23,9 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 Bytes ReadLabel(const std::string& file) {
-  Bytes label(sizeof(TarnExLabel) + UINT16_MAX);
-  const ssize_t size = getxattr(file.c_str(), tarnsim::kLabelAttribute, label.data(), label.size());
-  label.resize(size < 0 ? 0 : static_cast<size_t>(size));
+  const RegularFile opened = OpenRegularFile(file);
+  Bytes label;
+  if (!opened.fd || tarnsim::LabelStore().Load(opened.fd->GetFd(), label) != 0) label.clear();
   return label;
 }
 

@@ -86,12 +86,14 @@ set(QUILLON_HX_SOURCES
 # The simulated kernel. It compiles some helpers of the library and the tool again.
 set(TARNSIM_SOURCES
   simulator/call.cc
+  simulator/diagnostic.cc
   simulator/environment.cc
   simulator/fault.cc
   simulator/interpose.cc
   simulator/journal.cc
   simulator/kernel_path.cc
   simulator/label.cc
+  simulator/label_store.cc
   simulator/local_machine.cc
   simulator/process.cc
   simulator/simulator.cc
@@ -116,6 +118,7 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_verify.cc
   cli/content_diff.cc
   cli/diff_text.cc
+  simulator/label_store.cc
   util/escape.cc
   cli/expected_signer.cc
   cli/file_label.cc

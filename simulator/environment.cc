@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
@@ -17,6 +16,7 @@
 #include <system_error>
 #include <vector>
 
+#include "simulator/diagnostic.h"
 #include "simulator/fault.h"
 #include "simulator/journal.h"
 #include "simulator/kernel_path.h"
@@ -27,11 +27,6 @@ namespace tarnsim {
 namespace {
 
 constexpr char kJournal[] = "TARNSIM_JOURNAL";
-
-// Escapes the message: it may contain bytes that a terminal interprets.
-void PrintDiagnostic(const std::string& message) {
-  fprintf(stderr, "tarnsim: %s\n", Quill::EscapeForTerminal(message).c_str());
-}
 
 // `element` is the value, or the part of it that is wrong.
 [[noreturn]] void Refuse(const char* variable, std::string_view element,
@@ -122,18 +117,30 @@ void SetInPlace(const std::string& variable, const std::string& value) {
   const std::string start = variable + '=';
   for (char** entry = environ; *entry != nullptr; ++entry) {
     if (strncmp(*entry, start.c_str(), start.size()) != 0) continue;
-    static auto* const text = new std::string;  // never destroyed: the environment refers to it
-    *text = start + value;
-    *entry = text->data();
+    *entry = strdup((start + value).c_str());  // never freed: the environment refers to it
     return;
   }
 }
 
 // Makes the path absolute for this process and its children, which may change their folder.
-void PrepareJournal(const char* variable, const std::string& value, KernelSetup& /*setup*/) {
+std::filesystem::path MakeAbsolute(const char* variable, const std::string& value) {
   std::error_code problem;
-  const auto path = std::filesystem::absolute(value, problem);
+  auto path = std::filesystem::absolute(value, problem);
   if (value.empty() || problem) Refuse(variable, value, "it is no path");
+  SetInPlace(variable, path);
+  return path;
+}
+
+void PrepareLabels(const char* variable, const std::string& value, KernelSetup& /*setup*/) {
+  const auto path = MakeAbsolute(variable, value);
+  std::error_code problem;
+  std::filesystem::create_directories(path, problem);
+  if (problem) Refuse(variable, value, problem.message());
+}
+
+void PrepareJournal(const char* variable, const std::string& value, KernelSetup& /*setup*/) {
+  const auto path = MakeAbsolute(variable, value);
+  std::error_code problem;
   const auto resolved = std::filesystem::weakly_canonical(path, problem);
   Call call{};
   int pid = 0;
@@ -145,20 +152,16 @@ void PrepareJournal(const char* variable, const std::string& value, KernelSetup&
   const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
   if (file < 0) Refuse(variable, value, std::generic_category().message(errno));
   close(file);
-  SetInPlace(variable, path);
 }
 
 constexpr struct {
   const char* name;
   void (*parse)(const char* variable, const std::string& value, KernelSetup& setup);
 } kVariables[] = {
-    {"TARNSIM_INTERFACE", ParseInterface},
-    {"TARNSIM_INTEGRITY", ParseIntegrity},
-    {"TARNSIM_TASK_LABEL", ParseTaskLabel},
-    {"TARNSIM_RESET_FILE", ParseResetFile},
-    {"TARNSIM_READ_ONLY", ParseReadOnly},
-    {"TARNSIM_FAIL", ParseFaults},
-    {kJournal, PrepareJournal},
+    {"TARNSIM_INTERFACE", ParseInterface},  {"TARNSIM_INTEGRITY", ParseIntegrity},
+    {"TARNSIM_TASK_LABEL", ParseTaskLabel}, {"TARNSIM_RESET_FILE", ParseResetFile},
+    {"TARNSIM_READ_ONLY", ParseReadOnly},   {"TARNSIM_FAIL", ParseFaults},
+    {"TARNSIM_LABELS", PrepareLabels},      {kJournal, PrepareJournal},
 };
 
 // A misspelt name would leave its setting without effect.

@@ -51,7 +51,7 @@ struct KernelSetup {
   std::optional<std::string> labelText;
   // Labels that files have at the start, by open descriptor.
   std::vector<std::pair<int, Bytes>> labels;
-  // Keep labels in the files' extended attribute kLabelAttribute instead of in memory.
+  // Keep labels with the files, as LabelStore does, instead of in memory.
   bool labelsInFiles = false;
 };
 

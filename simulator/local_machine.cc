@@ -3,24 +3,24 @@
 #include "simulator/local_machine.h"
 
 #include <dlfcn.h>
+#include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <string>
+#include <system_error>
 
 #include <quillon/file_name.h>
 
+#include "simulator/diagnostic.h"
 #include "simulator/label.h"
-#include "simulator/label_attribute.h"
 
 namespace tarnsim {
 namespace {
-
-constexpr size_t kMaxLabelSize = sizeof(TarnExLabel) + 0xFFFF;
 
 // Copies through a file, so that the machine's own kernel checks whether the program can access the
 // memory. Calls `syscall` directly: a sanitizer would report the caller's bad address as our error.
@@ -46,11 +46,33 @@ OneShotDigest FindDigest(const char* name) {
   return library == nullptr ? nullptr : reinterpret_cast<OneShotDigest>(dlsym(library, name));
 }
 
+// Reads the file even if the descriptor is open for writing only, as a kernel does.
+int ReadWhole(int fd, Bytes& out) {
+  const std::string path = "/proc/self/fd/" + std::to_string(fd);
+  const int own = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+  const int reader = own >= 0 ? own : fd;
+  Bytes block(1 << 16);
+  ssize_t count;
+  while ((count = pread(reader, block.data(), block.size(), static_cast<off_t>(out.size()))) > 0) {
+    out.insert(out.end(), block.begin(), block.begin() + count);
+  }
+  const int error = count < 0 ? errno : 0;
+  if (own >= 0) close(own);
+  return error;
+}
+
 int Identify(int fd, FileId& file) {
   struct stat info;
   if (fstat(fd, &info) != 0) return errno;
   file = {info.st_dev, info.st_ino};
   return 0;
+}
+
+// The program sees a refusal that no kernel gives.
+void ReportUnkeptLabel(int fd, const std::string& folder, int error) {
+  PrintDiagnostic("cannot keep the label of " + GetFilenameByFd(fd) + " in its attribute or in " +
+                  (folder.empty() ? "TARNSIM_LABELS, which is not set" : folder) + ": " +
+                  std::generic_category().message(error));
 }
 
 }  // namespace
@@ -77,24 +99,14 @@ int LocalMachine::Digest(int fd, uint32_t algorithm, Bytes& out) {
   if (fstat(fd, &info) != 0) return errno;
   if (!S_ISREG(info.st_mode)) return EINVAL;
   Bytes contents;
-  Bytes block(1 << 16);
-  ssize_t count;
-  while ((count = pread(fd, block.data(), block.size(), static_cast<off_t>(contents.size()))) > 0) {
-    contents.insert(contents.end(), block.begin(), block.begin() + count);
-  }
-  if (count < 0) return errno;
+  if (const int error = ReadWhole(fd, contents); error != 0) return error;
   out.resize(DigestSize(algorithm));
   digest(contents.data(), contents.size(), out.data());
   return 0;
 }
 
 int LocalMachine::LoadLabel(int fd, Bytes& out) {
-  if (labelsInFiles_) {
-    out.resize(kMaxLabelSize);
-    const ssize_t size = fgetxattr(fd, kLabelAttribute, out.data(), out.size());
-    out.resize(size < 0 ? 0 : static_cast<size_t>(size));
-    return size < 0 ? errno : 0;
-  }
+  if (store_) return store_->Load(fd, out);
   FileId file;
   if (const int error = Identify(fd, file); error != 0) return error;
   const auto found = labels_.find(file);
@@ -104,8 +116,10 @@ int LocalMachine::LoadLabel(int fd, Bytes& out) {
 }
 
 int LocalMachine::StoreLabel(int fd, const Bytes& label) {
-  if (labelsInFiles_) {
-    return fsetxattr(fd, kLabelAttribute, label.data(), label.size(), 0) == 0 ? 0 : errno;
+  if (store_) {
+    const int error = store_->Store(fd, label);
+    if (error != 0 && error != EROFS) ReportUnkeptLabel(fd, store_->Folder(), error);
+    return error;
   }
   FileId file;
   if (const int error = Identify(fd, file); error != 0) return error;
@@ -114,7 +128,7 @@ int LocalMachine::StoreLabel(int fd, const Bytes& label) {
 }
 
 int LocalMachine::RemoveLabel(int fd) {
-  if (labelsInFiles_) return fremovexattr(fd, kLabelAttribute) == 0 ? 0 : errno;
+  if (store_) return store_->Remove(fd);
   FileId file;
   if (const int error = Identify(fd, file); error != 0) return error;
   return labels_.erase(file) == 1 ? 0 : ENODATA;

@@ -5,8 +5,10 @@
 #include <sys/types.h>
 
 #include <map>
+#include <optional>
 #include <utility>
 
+#include "simulator/label_store.h"
 #include "simulator/tarn_kernel.h"
 
 namespace tarnsim {
@@ -17,7 +19,9 @@ using FileId = std::pair<dev_t, ino_t>;
 class LocalMachine : public Machine {
  public:
   // `labelsInFiles`: see KernelSetup.
-  explicit LocalMachine(bool labelsInFiles) : labelsInFiles_(labelsInFiles) {}
+  explicit LocalMachine(bool labelsInFiles) {
+    if (labelsInFiles) store_.emplace();
+  }
 
   bool CopyIn(uint64_t address, void* out, size_t size) override;
   bool CopyOut(uint64_t address, const void* data, size_t size) override;
@@ -29,7 +33,7 @@ class LocalMachine : public Machine {
   int RemoveLabel(int fd) override;
 
  private:
-  bool labelsInFiles_;
+  std::optional<LabelStore> store_;  // none: labels are in memory
   std::map<FileId, Bytes> labels_;
 };
 

@@ -8,14 +8,16 @@
 #include <quillon/tarn.h>
 #include <quillon/base64.h>
 
-// usage: tarn_client [ALGORITHM] FILE
+// usage: tarn_client [ALGORITHM [EXTRA]] FILE
 // Signs the file with a label that does not fit, verifies, edits, verifies. The number of an algorithm
-// replaces that in the label.
+// replaces that in the label, which has so many bytes of extra data.
 int main(int argc, char** argv) {
-  const int fd = open(argv[argc - 1], O_RDWR);
+  const int fd = open(argv[argc - 1], O_RDONLY);
   uint8_t hash[20] = {0};
+  static uint8_t extra[UINT16_MAX];
+  const uint16_t extraLength = argc > 3 ? (uint16_t)strtoul(argv[2], NULL, 10) : 0;
   TarnExLabel* label = NULL;
-  if (TarnExLabelAlloc(TARN_SHA1, hash, sizeof(hash), NULL, 0, &label) != TARN_OK) return 1;
+  if (TarnExLabelAlloc(TARN_SHA1, hash, sizeof(hash), extra, extraLength, &label) != TARN_OK) return 1;
   printf("%zu %u %u\n", sizeof(*label), (unsigned)label->marker, (unsigned)label->algorithm);
   char text[29];
   if (base64encode(label->hash, sizeof(hash), text, base64encode_len(sizeof(hash))) != 0) return 1;

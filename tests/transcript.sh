@@ -32,6 +32,7 @@ PRELOAD=${emulator:+QEMU_SET_ENV=}LD_PRELOAD=$BUILD/libtarnsim.so
 export BUILD SAMPLES PRELOAD
 shift
 work=$(mktemp -d)
+export TARNSIM_LABELS=$work/labels  # where the simulator keeps labels that attributes cannot hold
 trap 'rm -rf "$work"' EXIT
 
 mkdir "$work/bin"
@@ -45,11 +46,8 @@ PATH=$work/bin:$PATH
 
 Has() {  # Has NEED
   case $1 in
-    simulator) [ -z "$emulator" ] && Has xattr ;;  # an emulated program cannot run itself again
-    xattr)  # the simulator keeps labels in attributes; here it would fail with EOPNOTSUPP
-      touch "$work/file"
-      ! env "$PRELOAD" TARNSIM_INTERFACE=device tarn_client "$work/file" | grep -qx 'sign ffffffa1'
-      ;;
+    simulator) [ -z "$emulator" ] ;;  # an emulated program cannot run itself again
+    xattr) touch "$work/file" && setfattr -n user.tarn.test "$work/file" 2>"$work/err" ;;
     jsonschema) python3 -c 'import jsonschema' 2>"$work/err" ;;
     native) [ -z "$emulator" ] ;;
     memory-limit) [ -z "$emulator" ] && (ulimit -v 400000 && quillon --version) >"$work/out" 2>&1 ;;
