@@ -61,7 +61,14 @@ ExitStatus ShowTask(int pid) {
       {"reset by", ResetFileLine(pid)},
   };
   ExitStatus status = kDone;
+  const bool isLegacy = kLines[0].line.code != TARN_NO_SUBSYSTEM;
   for (const auto& [title, line] : kLines) {
+    if (line.code == TARN_NO_SUBSYSTEM && isLegacy) {
+      if (!PrintLine(fmt::format("{}: not known, the older interface lacks it", title))) {
+        return kFailed;
+      }
+      continue;
+    }
     if (line.code == TARN_OK) {
       if (!PrintLine(fmt::format("{}: {}", title, line.text))) return kFailed;
       continue;

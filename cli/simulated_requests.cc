@@ -5,11 +5,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <nlohmann/json.hpp>
-#include <system_error>
 
 #include "cli/file_label.h"
 #include "cli/output.h"
+#include "cli/tarn_code.h"
+#include "integrity/libhx.h"
 
 namespace Quill::Tool {
 namespace {
@@ -27,6 +29,32 @@ std::string FileOf(const json& request) {
   return file;
 }
 
+// A request that is answered with a result but without an errno. The library takes it as a success
+// on the device, and as a failure on the legacy interface.
+bool IsAcceptedResult(const json& request) {
+  return request.value("errno", 0) == 0 && request.value("interface", "") == "device";
+}
+
+std::string OutcomeOf(const json& request) {
+  const std::string name = request.value("request", "");
+  const int error = request.value("errno", 0);
+  const int result = request.value("result", 0);
+  const std::string reason = error == 0 ? "" : ", " + ErrnoText(error);
+  if (name == "certificate" && result == kHxAlsoStored) {
+    return fmt::format("taken as success, result {:#x}", result);
+  }
+  if (result == 0) return "done";
+  if (name == "certificate") return fmt::format("refused, result {}{}", result, reason);
+  if (error == ENOENT && request.value("interface", "") == "device" &&
+      (name == "read-label" || name == "read-reset-file")) {
+    return "there is none";
+  }
+  if (error != 0) return "refused: " + ErrnoText(error);
+  if (!request.contains("command")) return "answered with an empty file";
+  return fmt::format("taken as {}, result {} without an errno",
+                     IsAcceptedResult(request) ? "success" : "failure", result);
+}
+
 // Describes the request and its outcome in words.
 std::string Describe(const json& request) {
   std::string text = request.value("request", "?");
@@ -37,14 +65,13 @@ std::string Describe(const json& request) {
                         request.value("certificate", "").size() / 2);
   }
   if (request.contains("integrity")) text += " = " + request["integrity"].get<std::string>();
-  const int error = request.value("errno", 0);
-  const int result = request.value("result", 0);
-  if (result == 0) return text + ", done";
-  return text + ", refused: " + std::generic_category().message(error);
+  return text + ", " + OutcomeOf(request);
 }
 
+// Returns true for a label that the library believes to be stored.
 bool IsSuccessfulSign(const json& request) {
-  return request.value("request", "") == "sign" && request.value("result", -1) == 0;
+  return request.value("request", "") == "sign" &&
+         (request.value("result", -1) == 0 || IsAcceptedResult(request));
 }
 
 // Returns the files that were signed, each once, in the order of the first time.

@@ -58,7 +58,8 @@ bool KeepOverExec(int fd) { return fcntl(fd, F_SETFD, 0) == 0; }
 // Turns this process into the second run. Returns only on failure, with errno set.
 void BecomeSecondRun(const std::string& interface, int simulator, const JournalFile& journal) {
   // LD_PRELOAD splits a path at blanks and colons, so name the library by its descriptor.
-  const std::string preload = "/proc/self/fd/" + std::to_string(simulator);
+  std::string preload = "/proc/self/fd/" + std::to_string(simulator);
+  if (const char* others = getenv("LD_PRELOAD")) preload += ':' + std::string(others);
   if (!KeepOverExec(simulator) || !KeepOverExec(journal.Descriptor()) ||
       !SetVariable(kSecondRun, "1") || !SetVariable("TARNSIM_INTERFACE", interface) ||
       !SetVariable("TARNSIM_JOURNAL", journal.Path()) || !SetVariable("LD_PRELOAD", preload)) {

@@ -8,9 +8,15 @@
 
 #include <quillon/tarn.h>
 
-namespace Quill::Tool {
+#include "util/errno_name.h"
 
-std::string TarnCodeText(uint32_t code) {
+namespace Quill::Tool {
+namespace {
+
+constexpr uint32_t kErrnoBit = 0x80000000;
+
+// Returns null for the code of an errno.
+const char* WordsOf(uint32_t code) {
   switch (code) {
     case TARN_OK:
       return "success";
@@ -27,11 +33,28 @@ std::string TarnCodeText(uint32_t code) {
     case TARN_FAILED:
       return "the kernel's answer could not be read";
     case TARN_CANNOT_OPEN:
-      return "the kernel's device cannot be opened";
+      return "the kernel's device cannot be opened, or it answered EPERM";
+    case kErrnoBit:
+      return "the kernel failed without an errno";
     default:
-      return fmt::format("{} (code {:#x})",
-                         std::generic_category().message(static_cast<int>(0U - code)), code);
+      return nullptr;
   }
+}
+
+}  // namespace
+
+std::string ErrnoText(int error) {
+  return fmt::format("{} ({})", std::generic_category().message(error), ErrnoName(error));
+}
+
+std::string TarnCodeText(uint32_t code) {
+  if (const char* words = WordsOf(code)) {
+    return fmt::format("{} (code {})", words,
+                       code < 10 ? std::to_string(code) : fmt::format("{:#x}", code));
+  }
+  const int error = static_cast<int>(0U - code);
+  return fmt::format("{} ({}, code {:#x})", std::generic_category().message(error),
+                     ErrnoName(error), code);
 }
 
 }  // namespace Quill::Tool

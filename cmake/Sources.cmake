@@ -119,6 +119,7 @@ set(QUILLON_CLI_SOURCES
   cli/content_diff.cc
   cli/diff_text.cc
   simulator/label_store.cc
+  util/errno_name.cc
   util/escape.cc
   cli/expected_signer.cc
   cli/file_label.cc

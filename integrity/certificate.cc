@@ -20,7 +20,6 @@ namespace {
 using Quill::Apk;
 
 constexpr size_t kJarCertificateSize = 128;
-constexpr int kHxAlsoStored = 0x10004;
 
 // Returns a chain of SHA-256 digests: the first of the path, each other of the one before it.
 std::vector<uint8_t> JarCertificate(const std::string& path) {
