@@ -10,30 +10,39 @@
 #include "cli/commands.h"
 #include "cli/file_label.h"
 #include "cli/help.h"
+#include "cli/kernel_command.h"
 #include "cli/log_recorder.h"
 #include "cli/open_files.h"
 #include "cli/output.h"
-#include "cli/simulate_option.h"
 #include "cli/tarn_code.h"
+#include "util/escape.h"
 
 namespace Quill::Tool {
 namespace {
 
-// Prints the kernel's verdict, and the label if it can be read. Only the simulated kernel keeps it
-// where a program can read it.
-ExitStatus ShowLabel(const std::string& file) {
+// Asks the kernel for its verdict, and reads the label if that can be read. Only the simulated
+// kernel keeps it where a program can read it.
+KernelReport ShowLabel(const std::string& file) {
   LogRecorder::Install();
   std::vector<std::unique_ptr<Fd>> opened;
-  if (!OpenFiles({file}, opened)) return kUnreadable;
+  const std::string obstacle = OpenFiles({file}, opened);
+  if (!obstacle.empty()) return Obstacle(kUnreadable, obstacle);
   const uint32_t code = TarnVerifyFdSync(opened[0]->GetFd());
-  const std::string verdict = code == TARN_OK ? "verified by the kernel"
-                                              : "not verified by the kernel, " + TarnCodeText(code);
+  const bool isVerified = code == TARN_OK;
   const auto label = DescribeLabel(file, /*package=*/"");
-  if (!PrintLine(
-          fmt::format("{}: {}{}", FileText(file), verdict, label ? "; label: " + *label : ""))) {
-    return kFailed;
-  }
-  return code == TARN_OK ? kDone : kFailed;
+  KernelReport report;
+  report.status = isVerified ? kDone : kFailed;
+  report.summary = fmt::format(
+      "{}: {}{}", FileText(file),
+      isVerified ? "verified by the kernel" : "not verified by the kernel, " + TarnCodeText(code),
+      label ? "; label: " + *label : "");
+  report.facts = {{"file", EscapeInvalidUtf8(file)},
+                  {"verified", isVerified},
+                  {"reason", nullptr},
+                  {"label", nullptr}};
+  if (!isVerified) report.facts["reason"] = TarnCodeText(code);
+  if (label) report.facts["label"] = *label;
+  return report;
 }
 
 }  // namespace
@@ -41,11 +50,11 @@ ExitStatus ShowLabel(const std::string& file) {
 CommandRun DeclareLabel(CLI::App& parser) {
   struct Options {
     std::string file;
-    std::string simulate;
+    KernelOptions kernel;
   };
   const auto options = std::make_shared<Options>();
   parser.add_option("FILE", options->file, "The labelled file")->required();
-  DeclareSimulate(parser, options->simulate);
+  DeclareKernelOptions(parser, options->kernel);
   SetHelp(
       parser,
       {{{"Ask the kernel whether compiled code is what was labelled", "quillon label base.odex"},
@@ -53,12 +62,13 @@ CommandRun DeclareLabel(CLI::App& parser) {
          "quillon label --simulate base.odex"}},
        {{kDone, "the kernel verified the file"},
         {kFailed,
-         "the kernel did not verify it, the simulator did not answer, or the output could not be "
-         "written"},
+         "the kernel did not verify it; the machine has no kernel for this, or the simulator did not "
+         "answer; or the output could not be written"},
         {kUsage, "wrong usage"},
         {kUnreadable, "the file could not be opened or is not a regular file"}}});
   return [options] {
-    return RunMaybeSimulated(options->simulate, "", [options] { return ShowLabel(options->file); });
+    return RunWithKernel("label", options->kernel, /*package=*/"",
+                         [options] { return ShowLabel(options->file); });
   };
 }
 

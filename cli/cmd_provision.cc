@@ -8,13 +8,13 @@
 
 #include "cli/commands.h"
 #include "cli/help.h"
+#include "cli/kernel_command.h"
 #include "cli/logged_run.h"
 #include "cli/open_files.h"
 #include "cli/sdk_level.h"
-#include "cli/simulate_option.h"
 
 // The commands for the entry points that the platform calls. Each opens its files, calls the entry
-// point and prints its log.
+// point, prints its log and says what came of it.
 
 namespace Quill::Tool {
 namespace {
@@ -22,7 +22,7 @@ namespace {
 struct ProvisionOptions {
   std::vector<std::string> files;
   bool ignoreHalyx = false;
-  std::string simulate;
+  KernelOptions kernel;
 };
 
 using EntryPoint = void (*)(const std::vector<std::unique_ptr<Fd>>& files,
@@ -37,28 +37,29 @@ CommandRun Declare(CLI::App& parser, const std::vector<std::pair<const char*, co
   for (size_t i = 0; i < names.size(); ++i) {
     parser.add_option(names[i].first, options->files[i], names[i].second)->required();
   }
-  DeclareSimulate(parser, options->simulate);
+  DeclareKernelOptions(parser, options->kernel);
   const bool hasPackage = std::string(names[0].first) == "APK";
   std::vector<StatusMeaning> statuses = {
-      {kDone, "the work was done, as the log says"},
+      {kDone, "the work was done"},
       {kFailed,
-       "the library logged an error, the simulator did not answer, or the output could not be "
-       "written"},
+       "a step failed, as the last line and the log say; the machine has no kernel for this, or the "
+       "simulator did not answer; or the output could not be written"},
       {kUsage, "wrong usage, or the variable QUILLON_SDK is not a number"},
       {kUnreadable, "a file could not be opened or is not a regular file"}};
   if (hasPackage) {
     statuses.push_back({kUnverified, "nothing was labelled, because the rules do not apply"});
   }
   SetHelp(parser, {std::move(examples), std::move(statuses)});
-  return [options, entryPoint, hasPackage] {
+  return [options, entryPoint, hasPackage, command = parser.get_name()] {
     if (!IsSdkLevelUsable()) return kUsage;
-    const auto run = [&options, entryPoint, hasPackage]() -> ExitStatus {
+    const auto run = [&]() -> KernelReport {
       std::vector<std::unique_ptr<Fd>> files;
-      if (!OpenFiles(options->files, files)) return kUnreadable;
+      const std::string obstacle = OpenFiles(options->files, files);
+      if (!obstacle.empty()) return Obstacle(kUnreadable, obstacle);
       const int archive = hasPackage ? files[0]->GetFd() : -1;
-      return RunLogged(archive, [&] { entryPoint(files, *options); });
+      return RunLogged(archive, options->kernel.json, [&] { entryPoint(files, *options); });
     };
-    return RunMaybeSimulated(options->simulate, hasPackage ? options->files[0] : "", run);
+    return RunWithKernel(command, options->kernel, hasPackage ? options->files[0] : "", run);
   };
 }
 
@@ -71,7 +72,9 @@ CommandRun DeclareProvision(CLI::App& parser) {
       {{"Label and certify the compiled files of a package",
         "quillon provision base.apk base.odex base.vdex"},
        {"Rehearse it with a simulated kernel, and list what is asked of it",
-        "quillon provision --simulate base.apk base.odex base.vdex"}},
+        "quillon provision --simulate base.apk base.odex base.vdex"},
+       {"Rehearse that the second label is refused",
+        "quillon provision --simulate --fail sign:2:EIO base.apk base.odex base.vdex"}},
       std::make_shared<ProvisionOptions>(), [](const auto& files, const ProvisionOptions&) {
         RunOEMFuncForProvisionOat(files[0]->GetFd(), files[1]->GetFd(), files[2]->GetFd());
       });

@@ -1,82 +1,95 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <CLI/CLI.hpp>
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <string>
 
 #include <quillon/tarn.h>
 
 #include "cli/commands.h"
 #include "cli/help.h"
-#include "cli/output.h"
-#include "cli/simulate_option.h"
+#include "cli/kernel_command.h"
 #include "cli/tarn_code.h"
 #include "cli/usage.h"
 #include "integrity/label_owner.h"
+#include "util/escape.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
 
-struct Line {
-  std::string text;
-  uint32_t code;
-};
-
-Line IntegrityLine(int pid) {
-  uint32_t value = 0;
-  const uint32_t code = TarnTaskReadIntegrity(pid, /*wait=*/0, &value);
-  return {fmt::format("{:#x}", value), code};
+// Adds a line and a field; `code` says whether there is an answer.
+void Add(const char* title, const char* field, uint32_t code, const std::string& text,
+         const nlohmann::ordered_json& value, KernelReport& report) {
+  if (code == TARN_OK) {
+    report.lines.push_back(fmt::format("{}: {}", title, text));
+    report.facts[field] = value;
+    return;
+  }
+  report.lines.push_back(fmt::format("{}: not known, {}", title, TarnCodeText(code)));
+  report.facts[field] = nullptr;
+  report.facts["failures"].push_back({{"field", field}, {"reason", TarnCodeText(code)}});
+  report.status = kFailed;
 }
 
-Line LabelLine(int pid) {
+void AddLabel(int pid, KernelReport& report) {
   TarnLabel* label = nullptr;
   const uint32_t code = TarnTaskGetIntegrityLabel(pid, &label);
   const LabelOwner owner(label);
-  if (!label) return {"none", code};
-  const size_t size = label->length;
-  return {fmt::format("{} ({} bytes)", ToHex(label->data, size), size), code};
+  if (code != TARN_OK || label == nullptr) {
+    Add("label", "label", code, "none", nullptr, report);
+    return;
+  }
+  const std::string digits = ToHex(label->data, label->length);
+  Add("label", "label", code, fmt::format("{} ({} bytes)", digits, size_t{label->length}), digits,
+      report);
 }
 
-Line ResetFileLine(int pid) {
+void AddResetFile(int pid, bool isLegacy, KernelReport& report) {
   TarnResetFile* record = nullptr;
   const uint32_t code = TarnGetResetFile(pid, &record);
   const ResetFileOwner owner(record);
-  if (!record) return {"none", code};
-  return {fmt::format("{} ({:#x}, {:#x})", record->path, uint64_t{record->wordA},
-                      uint32_t{record->wordB}),
-          code};
+  if (code == TARN_NO_SUBSYSTEM && isLegacy) {
+    Add("reset by", "resetBy", TARN_OK, "not known, the older interface lacks it", nullptr, report);
+  } else if (code != TARN_OK || record == nullptr) {
+    Add("reset by", "resetBy", code, "none", nullptr, report);
+  } else {
+    const std::string wordA = fmt::format("{:#x}", uint64_t{record->wordA});
+    const std::string wordB = fmt::format("{:#x}", uint32_t{record->wordB});
+    Add("reset by", "resetBy", code, fmt::format("{} ({}, {})", record->path, wordA, wordB),
+        {{"file", EscapeInvalidUtf8(record->path)}, {"wordA", wordA}, {"wordB", wordB}}, report);
+  }
 }
 
-ExitStatus ShowTask(int pid) {
-  const struct {
-    const char* title;
-    Line line;
-  } kLines[] = {
-      {"integrity", IntegrityLine(pid)},
-      {"label", LabelLine(pid)},
-      {"reset by", ResetFileLine(pid)},
-  };
-  ExitStatus status = kDone;
-  const bool isLegacy = kLines[0].line.code != TARN_NO_SUBSYSTEM;
-  for (const auto& [title, line] : kLines) {
-    if (line.code == TARN_NO_SUBSYSTEM && isLegacy) {
-      if (!PrintLine(fmt::format("{}: not known, the older interface lacks it", title))) {
-        return kFailed;
-      }
-      continue;
-    }
-    if (line.code == TARN_OK) {
-      if (!PrintLine(fmt::format("{}: {}", title, line.text))) return kFailed;
-      continue;
-    }
-    PrintDiagnostic(fmt::format("{}: {}", title, TarnCodeText(line.code)));
-    status = kFailed;
+// Says what the integrity value lets the task do.
+std::string MeaningOf(uint32_t integrity) {
+  if (integrity == 0) return "may not label or edit files: its integrity is 0";
+  if (integrity == TARN_INTEGRITY_PENDING) {
+    return fmt::format("waits: the kernel has not decided about its integrity yet ({:#x})",
+                       integrity);
   }
-  return status;
+  return fmt::format("may label and edit files (integrity {:#x})", integrity);
+}
+
+KernelReport ShowTask(int pid) {
+  KernelReport report;
+  report.facts["pid"] = pid == 0 ? getpid() : pid;
+  report.facts["failures"] = nlohmann::ordered_json::array();
+  uint32_t value = 0;
+  const uint32_t code = TarnTaskReadIntegrity(pid, /*wait=*/0, &value);
+  const std::string text = fmt::format("{:#x}", value);
+  Add("integrity", "integrity", code, text, text, report);
+  AddLabel(pid, report);
+  AddResetFile(pid, /*isLegacy=*/code != TARN_NO_SUBSYSTEM, report);
+  const std::string task = pid == 0 ? "this task" : fmt::format("task {}", pid);
+  report.summary =
+      task + " " + (code == TARN_OK ? MeaningOf(value) : "is not known: " + TarnCodeText(code));
+  return report;
 }
 
 }  // namespace
@@ -84,21 +97,24 @@ ExitStatus ShowTask(int pid) {
 CommandRun DeclareTask(CLI::App& parser) {
   struct Options {
     int pid = 0;
-    std::string simulate;
+    KernelOptions kernel;
   };
   const auto options = std::make_shared<Options>();
   AcceptNumbers(parser.add_option("PID", options->pid, "A process ID (default: this process)"), 0,
                 std::numeric_limits<int>::max());
-  DeclareSimulate(parser, options->simulate);
-  SetHelp(parser,
-          {{{"Show what the kernel knows of the shell", "quillon task $$"},
-            {"Try it with a simulated kernel", "quillon task --simulate"}},
-           {{kDone, "everything was shown"},
-            {kFailed,
-             "a query failed, the simulator did not answer, or the output could not be written"},
-            {kUsage, "wrong usage"}}});
+  DeclareKernelOptions(parser, options->kernel);
+  SetHelp(
+      parser,
+      {{{"Show what the kernel knows of the shell", "quillon task $$"},
+        {"Try it with a simulated kernel", "quillon task --simulate"}},
+       {{kDone, "everything was shown"},
+        {kFailed,
+         "a query failed; the machine has no kernel for this, or the simulator did not answer; or "
+         "the output could not be written"},
+        {kUsage, "wrong usage"}}});
   return [options] {
-    return RunMaybeSimulated(options->simulate, "", [options] { return ShowTask(options->pid); });
+    return RunWithKernel("task", options->kernel, /*package=*/"",
+                         [options] { return ShowTask(options->pid); });
   };
 }
 

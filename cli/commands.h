@@ -19,8 +19,6 @@ enum [[nodiscard]] ExitStatus : int{
                       // read, or cost more than it was allowed
     kUnverified = 4,  // a file was not verified: it never was a package, or is outside the Halyx
                       // feature
-    kOutputLost = 5,  // of the second run in simulated_run.h only: it could not write its output,
-                      // and has said so
 };
 
 // Runs a subcommand whose options have been parsed.

@@ -4,56 +4,37 @@
 
 #include <fmt/format.h>
 
-#include <string_view>
+#include <algorithm>
+#include <string>
 #include <vector>
 
 #include "cli/log_recorder.h"
 #include "cli/output.h"
 #include "cli/package_evidence.h"
-#include "util/text.h"
+#include "cli/step_report.h"
+#include "util/escape.h"
 
 namespace Quill::Tool {
-namespace {
 
-// The lines that the library logs when its rules leave a file without a label, and the reasons.
-constexpr struct {
-  std::string_view lineStart;
-  const char* reason;
-} kUnlabelled[] = {
-    {"HALYX permissions are absent.", "the package is outside the Halyx feature"},
-    {"TARN can't verify a file ", "a plain JAR, which the kernel does not verify"},
-};
-
-// Returns null when no rule left a file without a label.
-const char* WhyNothingLabelled(const std::vector<LogLine>& log) {
-  for (const LogLine& line : log) {
-    for (const auto& [lineStart, reason] : kUnlabelled) {
-      if (StartsWith(line.text, lineStart)) return reason;
-    }
-  }
-  return nullptr;
-}
-
-}  // namespace
-
-ExitStatus RunLogged(int archive, const std::function<void()>& entryPoint) {
+KernelReport RunLogged(int archive, bool json, const std::function<void()>& entryPoint) {
   LogRecorder::Install();
   const LogRecorder log;
+  const StepRecorder recorder;
   entryPoint();
-  ExitStatus status = kDone;
+  KernelReport report;
+  auto lines = nlohmann::ordered_json::array();
   for (const LogLine& line : log.Lines()) {
-    PrintErrorLine(fmt::format("{} {}", line.priority, line.text));
-    if (line.priority == 'E') status = kFailed;
+    if (!json) PrintErrorLine(fmt::format("{} {}", line.priority, line.text));
+    lines.push_back({std::string(1, line.priority), EscapeInvalidUtf8(line.text)});
+    if (line.priority == 'E') report.status = kFailed;
   }
-  const char* reason = WhyNothingLabelled(log.Lines());
-  if (status != kDone || reason == nullptr) return status;
-  if (archive != -1 && IsDamagedPackage(archive)) {
-    PrintDiagnostic(
-        "nothing labelled: the package is damaged, its AndroidManifest.xml cannot be read");
-    return kFailed;
-  }
-  PrintDiagnostic(fmt::format("nothing labelled: {}", reason));
-  return kUnverified;
+  const std::vector<Step>& steps = recorder.Steps();
+  const bool isLeftOut = std::any_of(steps.begin(), steps.end(), IsLeftOut);
+  const bool isDamaged = isLeftOut && archive != -1 && IsDamagedPackage(archive);
+  ReportSteps(steps, isDamaged, report);
+  if (report.status == kDone && isLeftOut) report.status = isDamaged ? kFailed : kUnverified;
+  if (json) report.facts["log"] = lines;
+  return report;
 }
 
 }  // namespace Quill::Tool

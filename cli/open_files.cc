@@ -9,16 +9,14 @@
 
 namespace Quill::Tool {
 
-bool OpenFiles(const std::vector<std::string>& files, std::vector<std::unique_ptr<Fd>>& out) {
+std::string OpenFiles(const std::vector<std::string>& files,
+                      std::vector<std::unique_ptr<Fd>>& out) {
   for (const std::string& file : files) {
     RegularFile opened = OpenRegularFile(file);
-    if (!opened.fd) {
-      PrintDiagnostic(FileText(file) + ": " + opened.obstacle);
-      return false;
-    }
+    if (!opened.fd) return FileText(file) + ": " + opened.obstacle;
     out.push_back(std::move(opened.fd));
   }
-  return true;
+  return "";
 }
 
 }  // namespace Quill::Tool

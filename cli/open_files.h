@@ -11,8 +11,8 @@
 namespace Quill::Tool {
 
 // Opens the files read-only, in order. At the first one that cannot be opened or is not a regular
-// file, prints a diagnostic and returns false.
-[[nodiscard]] bool OpenFiles(const std::vector<std::string>& files,
-                             std::vector<std::unique_ptr<Fd>>& out);
+// file, returns its name and the reason, otherwise an empty text.
+[[nodiscard]] std::string OpenFiles(const std::vector<std::string>& files,
+                                    std::vector<std::unique_ptr<Fd>>& out);
 
 }  // namespace Quill::Tool

@@ -12,6 +12,7 @@
 #include "cli/output.h"
 #include "cli/tarn_code.h"
 #include "integrity/libhx.h"
+#include "util/escape.h"
 
 namespace Quill::Tool {
 namespace {
@@ -87,20 +88,32 @@ std::vector<std::string> SignedFiles(const std::vector<json>& requests) {
 
 }  // namespace
 
-bool ShowRequests(const std::vector<json>& requests, const std::string& package) {
-  if (requests.empty()) return true;
-  bool shown = PrintLine("Requests to the simulated kernel:");
+std::vector<std::string> DescribeRequests(const std::vector<json>& requests,
+                                          const std::string& package) {
+  std::vector<std::string> lines;
+  if (!requests.empty()) lines.emplace_back("Requests to the simulated kernel:");
   for (size_t i = 0; i < requests.size(); ++i) {
     if (!requests[i].is_object()) continue;
-    shown = shown && PrintLine(fmt::format("  {}. {}", i + 1, Describe(requests[i])));
+    lines.push_back(fmt::format("  {}. {}", i + 1, Describe(requests[i])));
   }
   const std::vector<std::string> files = SignedFiles(requests);
-  if (!files.empty()) shown = shown && PrintLine("Labels:");
+  if (!files.empty()) lines.emplace_back("Labels:");
   for (const std::string& file : files) {
     const std::string label = DescribeLabel(file, package).value_or("none");
-    shown = shown && PrintLine(fmt::format("  {}: {}", FileText(file), label));
+    lines.push_back(fmt::format("  {}: {}", FileText(file), label));
   }
-  return shown;
+  return lines;
+}
+
+void AddRequests(const std::vector<json>& requests, const std::string& package,
+                 nlohmann::ordered_json& facts) {
+  facts["requests"] = requests;
+  facts["labels"] = nlohmann::ordered_json::array();
+  for (const std::string& file : SignedFiles(requests)) {
+    facts["labels"].push_back({{"file", EscapeInvalidUtf8(file)}, {"label", nullptr}});
+    const auto label = DescribeLabel(file, package);
+    if (label) facts["labels"].back()["label"] = *label;
+  }
 }
 
 }  // namespace Quill::Tool

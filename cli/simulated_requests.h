@@ -8,10 +8,14 @@
 
 namespace Quill::Tool {
 
-// Prints the requests of a journal in words, and then the labels of the files that were signed,
-// compared with these files and with `package` as they are now (with no package when it is empty).
-// Prints nothing for an empty journal. Returns false when standard output fails.
-[[nodiscard]] bool ShowRequests(const std::vector<nlohmann::json>& requests,
-                                const std::string& package);
+// Returns lines that describe the requests of a journal, and then the labels of the files that were
+// signed, compared with these files and with `package` as they are now (with no package when it is
+// empty). Returns none for an empty journal.
+[[nodiscard]] std::vector<std::string> DescribeRequests(const std::vector<nlohmann::json>& requests,
+                                                        const std::string& package);
+
+// Adds the same as "requests" and "labels".
+void AddRequests(const std::vector<nlohmann::json>& requests, const std::string& package,
+                 nlohmann::ordered_json& facts);
 
 }  // namespace Quill::Tool

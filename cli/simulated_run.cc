@@ -23,7 +23,6 @@
 
 #include <quillon/tarn.h>
 
-#include "cli/journal_file.h"
 #include "cli/output.h"
 #include "cli/regular_file.h"
 #include "integrity/libhx.h"
@@ -31,7 +30,8 @@
 namespace Quill::Tool {
 namespace {
 
-// This variable marks the second run of the program.
+// This variable marks the second run of the program. It is the number of the descriptor for its
+// report.
 constexpr char kSecondRun[] = "QUILLON_SIMULATED_RUN";
 
 // Returns the path of libtarnsim.so, which is installed in the folder of libhx.so.
@@ -56,13 +56,19 @@ bool SetVariable(const char* name, const std::string& value) {
 bool KeepOverExec(int fd) { return fcntl(fd, F_SETFD, 0) == 0; }
 
 // Turns this process into the second run. Returns only on failure, with errno set.
-void BecomeSecondRun(const std::string& interface, int simulator, const JournalFile& journal) {
+void BecomeSecondRun(const SecondRun& second, int simulator) {
   // LD_PRELOAD splits a path at blanks and colons, so name the library by its descriptor.
   std::string preload = "/proc/self/fd/" + std::to_string(simulator);
   if (const char* others = getenv("LD_PRELOAD")) preload += ':' + std::string(others);
-  if (!KeepOverExec(simulator) || !KeepOverExec(journal.Descriptor()) ||
-      !SetVariable(kSecondRun, "1") || !SetVariable("TARNSIM_INTERFACE", interface) ||
-      !SetVariable("TARNSIM_JOURNAL", journal.Path()) || !SetVariable("LD_PRELOAD", preload)) {
+  std::string faults = fmt::format("{}", fmt::join(second.faults, ","));
+  if (const char* more = getenv("TARNSIM_FAIL"); more != nullptr && !faults.empty()) {
+    faults += ',' + std::string(more);
+  }
+  if (!KeepOverExec(simulator) || !KeepOverExec(second.journal) || !KeepOverExec(second.report) ||
+      !SetVariable(kSecondRun, std::to_string(second.report)) ||
+      !SetVariable("TARNSIM_INTERFACE", second.interface) ||
+      !SetVariable("TARNSIM_JOURNAL", second.journalPath) || !SetVariable("LD_PRELOAD", preload) ||
+      (!faults.empty() && !SetVariable("TARNSIM_FAIL", faults))) {
     return;
   }
   std::vector<std::string> arguments = OwnArguments();
@@ -80,7 +86,7 @@ bool EndedWell(int status) {
                                 strsignal(WTERMSIG(status))));
     return false;
   }
-  if (WEXITSTATUS(status) <= kOutputLost) return true;
+  if (WEXITSTATUS(status) <= kUnverified) return true;
   PrintDiagnostic(fmt::format("the simulated run ended with status {}", WEXITSTATUS(status)));
   return false;
 }
@@ -92,7 +98,7 @@ ExitStatus Fail(const std::string& action, int error) {
 
 }  // namespace
 
-ExitStatus RunAgain(const std::string& interface, const JournalFile& journal) {
+ExitStatus RunAgain(const SecondRun& second) {
   const std::string path = SimulatorPath();
   const RegularFile simulator = OpenRegularFile(path);
   if (!simulator.fd) {
@@ -107,7 +113,7 @@ ExitStatus RunAgain(const std::string& interface, const JournalFile& journal) {
   if (child == 0) {
     // Kill the second run when the first one ends. The first one may have ended already.
     if (prctl(PR_SET_PDEATHSIG, SIGKILL) == 0 && getppid() == parent) {
-      BecomeSecondRun(interface, simulator.fd->GetFd(), journal);
+      BecomeSecondRun(second, simulator.fd->GetFd());
     }
     _exit(Fail("run this program again", errno));
   }
@@ -120,6 +126,21 @@ ExitStatus RunAgain(const std::string& interface, const JournalFile& journal) {
 }
 
 bool IsSecondRun() { return getenv(kSecondRun) != nullptr; }
+
+bool SendReport(const std::string& bytes) {
+  const char* number = getenv(kSecondRun);
+  const int fd = number == nullptr ? -1 : std::atoi(number);
+  size_t sent = 0;
+  while (sent < bytes.size()) {
+    const ssize_t size = write(fd, bytes.data() + sent, bytes.size() - sent);
+    if (size < 0) {
+      PrintDiagnostic("cannot report: " + std::generic_category().message(errno));
+      return false;
+    }
+    sent += static_cast<size_t>(size);
+  }
+  return true;
+}
 
 bool SimulatorAnswers() {
   using AnswerOnce = bool (*)(uint32_t nonce);

@@ -67,9 +67,11 @@ set(QUILLON_ANATOMY_SOURCES
 # What libquillon.so does with its findings, and what the tool and the tests do instead.
 set(QUILLON_LOG_ONLY_SOURCES
   findings/log_only.cc
+  findings/steps_unrecorded.cc
 )
 set(QUILLON_RECORDER_SOURCES
   findings/recorder.cc
+  findings/steps_recorder.cc
 )
 
 # Substitutes for what the platform supplies and a workstation lacks.
@@ -118,6 +120,8 @@ set(QUILLON_CLI_SOURCES
   cli/cmd_verify.cc
   cli/content_diff.cc
   cli/diff_text.cc
+  simulator/call.cc
+  simulator/fault.cc
   simulator/label_store.cc
   util/errno_name.cc
   util/escape.cc
@@ -131,6 +135,8 @@ set(QUILLON_CLI_SOURCES
   cli/inspect_picture.cc
   cli/inspect_text.cc
   cli/journal_file.cc
+  cli/kernel_command.cc
+  cli/kernel_report.cc
   cli/log_recorder.cc
   cli/logged_run.cc
   cli/main.cc
@@ -146,9 +152,9 @@ set(QUILLON_CLI_SOURCES
   cli/sdk_level.cc
   cli/signer_report.cc
   cli/signing_state.cc
-  cli/simulate_option.cc
   cli/simulated_requests.cc
   cli/simulated_run.cc
+  cli/step_report.cc
   cli/tarn_code.cc
   cli/usage.cc
   cli/verdict.cc

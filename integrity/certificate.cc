@@ -12,6 +12,7 @@
 #include <quillon/file_name.h>
 #include <quillon/strings.h>
 
+#include "findings/steps.h"
 #include "integrity/libhx.h"
 #include "util/log.h"
 
@@ -38,6 +39,8 @@ void ReportMissingTarget(int fd) {
 
 void Store(int fd, const std::string& identity, const std::vector<uint8_t>& certificate) {
   const int result = HxNewCertificate(fd, identity.c_str(), certificate.data(), certificate.size());
+  Quill::NoteStep(Quill::StepKind::kCertify, fd, Quill::StepEnd::kAnswered,
+                  static_cast<uint32_t>(result));
   if (result == 0 || result == kHxAlsoStored) {
     QUILL_LOGI("HxAddCertificate: HxNewCertificate return %d.\n", result);
   } else {

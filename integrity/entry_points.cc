@@ -12,6 +12,7 @@
 #include <quillon/signing.h>
 #include <quillon/tarn.h>
 
+#include "findings/steps.h"
 #include "util/log.h"
 
 namespace {
@@ -46,6 +47,12 @@ void ReportIntegrity() {
   } else {
     QUILL_LOGI("TARN current integrity: 0x%x", value);
   }
+}
+
+uint32_t EditAndNote(int fd) {
+  const uint32_t result = TarnEditFd(fd);
+  Quill::NoteStep(Quill::StepKind::kEdit, fd, Quill::StepEnd::kAnswered, result);
+  return result;
 }
 
 }  // namespace
@@ -89,12 +96,12 @@ void RunOEMFuncForStartProvisionOat(int oatFd, int vdexFd) {
   const Trace trace("StartProvisionOat");
   trace.Describe("OAT: " + std::to_string(oatFd) + " VDEX: " + std::to_string(vdexFd));
   // Deliberate: VDEX before OAT; signing takes OAT first.
-  if (const uint32_t result = TarnEditFd(vdexFd); result != TARN_OK) {
+  if (const uint32_t result = EditAndNote(vdexFd); result != TARN_OK) {
     const int error = errno;
     QUILL_LOGE("TARN can't edit a VDEX file fd=%d (result=%x, errno %d: %s).\n", vdexFd, result,
                error, strerror(error));
   }
-  if (const uint32_t result = TarnEditFd(oatFd); result != TARN_OK) {
+  if (const uint32_t result = EditAndNote(oatFd); result != TARN_OK) {
     const int error = errno;
     QUILL_LOGE("TARN can't edit an OAT file fd=%d (result=%x, errno %d: %s).\n", oatFd, result,
                error, strerror(error));

@@ -12,6 +12,7 @@
 #include <quillon/tarn.h>
 
 #include "crypto/hash.h"
+#include "findings/steps.h"
 #include "integrity/label_owner.h"
 #include "util/errno_keeper.h"
 #include "util/file_pages.h"
@@ -24,7 +25,10 @@
 namespace {
 
 using Quill::Apk;
+using Quill::NoteStep;
 using Quill::SavedErrno;
+using Quill::StepEnd;
+using Quill::StepKind;
 
 enum class Origin { kPackage, kJar };
 
@@ -37,10 +41,12 @@ uint32_t SignAndReport(int fd, const std::vector<uint8_t>& hash, const std::vect
                            static_cast<uint16_t>(extra.size()), &allocated);
       result != TARN_OK) {
     QUILL_LOGE("Can't allocate integrity label.\n");
+    NoteStep(StepKind::kLabel, fd, StepEnd::kAnswered, result);
     return result;
   }
   const Quill::ExLabelOwner label(allocated);
   const uint32_t result = TarnSignFdEx(fd, label.get());
+  NoteStep(StepKind::kLabel, fd, StepEnd::kAnswered, result);
   if (result != TARN_OK) {
     const SavedErrno saved;
     const int error = errno;
@@ -60,15 +66,20 @@ uint32_t SignForPackage(Apk& apk, int fd) {
   if (!Quill::TakesPartInHalyx(apk)) {
     QUILL_LOGI("HALYX permissions are absent.\n");
     TarnCloseFd(fd);
+    NoteStep(StepKind::kLabel, fd, StepEnd::kOutsideHalyx);
     return TARN_OK;
   }
   QUILL_LOGI("TarnSignOat: Apk case.\n");
-  if (!apk.IsGoodApk()) return TARN_FAILED;
+  if (!apk.IsGoodApk()) {
+    NoteStep(StepKind::kLabel, fd, StepEnd::kPackageRefused);
+    return TARN_FAILED;
+  }
 
   std::vector<uint8_t> hash;
   if (!CalcHashFile(fd, 0, hash)) {
     failure.emplace();
     QUILL_LOGE("Can't calculate hash of file: %d.\n", fd);
+    NoteStep(StepKind::kLabel, fd, StepEnd::kNotHashed);
     return TARN_FAILED;
   }
   const auto keyHash = Quill::MakeUniqueNoThrow<Quill::HashSHA256>();
@@ -92,12 +103,14 @@ uint32_t SignForJar(Apk& apk, int fd) {
     const int error = errno;
     QUILL_LOGI("TARN can't verify a file %d: %s/%s.\n", error, apk.GetPackageName().c_str(),
                strerror(error));
+    NoteStep(StepKind::kLabel, fd, StepEnd::kJarNotVerified, result);
     return result;
   }
 
   std::vector<uint8_t> hash;
   if (!CalcHashFile(fd, 0, hash)) {
     QUILL_LOGE("Can't calculate hash of file: %d.\n", fd);
+    NoteStep(StepKind::kLabel, fd, StepEnd::kNotHashed);
     // Deliberate: for a JAR, a file that cannot be hashed is skipped; for a package it is a
     // failure.
     return TARN_OK;

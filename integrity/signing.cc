@@ -16,6 +16,7 @@
 #include <quillon/strings.h>
 #include <quillon/tarn.h>
 
+#include "findings/steps.h"
 #include "integrity/file_signing.h"
 #include "util/errno_keeper.h"
 #include "util/log.h"
@@ -65,6 +66,8 @@ void SignLibrary(Apk& apk, const std::string& path) {
     const int error = errno;
     if (error != ENOENT) {
       QUILL_LOGE("File %s is not opened, errno %d: %s.\n", path.c_str(), error, strerror(error));
+      Quill::NoteStep(Quill::StepKind::kLabel, path, Quill::StepEnd::kNotOpened,
+                      static_cast<uint32_t>(error));
     }
     return;
   }
@@ -79,6 +82,7 @@ uint32_t TarnSign(Apk& apk, int zipFd, int fd) {
   if (!apk.IsGoodZip()) {
     const SavedErrno saved;
     QUILL_LOGE("Zip archive is not valid for fd=%d\n", zipFd);
+    Quill::NoteStep(Quill::StepKind::kLabel, fd, Quill::StepEnd::kNoArchive);
     return TARN_FAILED;
   }
   const uint32_t result = TarnSignOat(apk, fd);
