@@ -151,9 +151,10 @@ bool SimulatorAnswers() {
   }
   // RTLD_NEXT finds the first library after the program. The program does not define these names,
   // except that a sanitizer wraps some of them and calls that library.
-  constexpr const char* kNames[] = {"fcntl",      "fcntl64", "fopen",     "fopen64",
-                                    "fstatvfs",   "ioctl",   "open",      "open64",
-                                    "fstatvfs64", "statvfs", "statvfs64", "HxNewCertificate"};
+  constexpr const char* kNames[] = {
+      "fcntl",    "fcntl64",    "fopen",        "fopen64",  "fstatvfs",   "fstatvfs64",
+      "ioctl",    "open",       "open64",       "__open_2", "__open64_2", "openat",
+      "openat64", "__openat_2", "__openat64_2", "statvfs",  "statvfs64",  "HxNewCertificate"};
   const bool isFirst = std::all_of(std::begin(kNames), std::end(kNames), [&](const char* name) {
     Dl_info owner;
     return dladdr(dlsym(RTLD_NEXT, name), &owner) != 0 && owner.dli_fbase == simulator.dli_fbase;

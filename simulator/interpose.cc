@@ -10,6 +10,8 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
+#include <string>
 
 #include <quillon/file_name.h>
 
@@ -38,6 +40,16 @@ int TarnsimFstatvfs64(int fd, struct statvfs* info) TARNSIM_NAME("fstatvfs64")
     __attribute__((alias("fstatvfs")));
 int TarnsimOpen64(const char* path, int flags, ...) TARNSIM_NAME("open64")
     __attribute__((alias("open")));
+// Fortified programs call those that end in "_2" when they create no file.
+int TarnsimOpenChecked(const char* path, int flags) TARNSIM_NAME("__open_2");
+int TarnsimOpen64Checked(const char* path, int flags) TARNSIM_NAME("__open64_2")
+    __attribute__((alias("__open_2")));
+int TarnsimOpenat(int folder, const char* path, int flags, ...) TARNSIM_NAME("openat");
+int TarnsimOpenat64(int folder, const char* path, int flags, ...) TARNSIM_NAME("openat64")
+    __attribute__((alias("openat")));
+int TarnsimOpenatChecked(int folder, const char* path, int flags) TARNSIM_NAME("__openat_2");
+int TarnsimOpenat64Checked(int folder, const char* path, int flags) TARNSIM_NAME("__openat64_2")
+    __attribute__((alias("__openat_2")));
 int TarnsimFcntl64(int fd, int command, ...) TARNSIM_NAME("fcntl64")
     __attribute__((alias("fcntl")));
 FILE* TarnsimFopen64(const char* path, const char* mode) TARNSIM_NAME("fopen64")
@@ -56,9 +68,26 @@ using tarnsim::KernelTurn;
 using tarnsim::ParseTaskFile;
 using tarnsim::TarnInterface;
 
-// An open device is an anonymous file with this name, so it is recognised even after dup and fork.
-constexpr char kDeviceFileName[] = "task_integrity";
-constexpr char kDeviceFilePath[] = "/memfd:task_integrity (deleted)";
+// An open device is an anonymous file whose name is this and the flags that it was opened with, so
+// it is recognised even after dup and fork.
+constexpr char kDeviceFileName[] = "task_integrity:";
+constexpr char kDeviceFilePath[] = "/memfd:task_integrity:";
+
+// Returns false if the descriptor is no open device.
+bool FindDeviceFlags(int fd, int& flags) {
+  const std::string path = GetFilenameByFd(fd);
+  if (path.compare(0, strlen(kDeviceFilePath), kDeviceFilePath) != 0) return false;
+  flags = std::atoi(path.c_str() + strlen(kDeviceFilePath));
+  return true;
+}
+
+// Returns the flags of open that belong to a mode of fopen.
+int FlagsOfMode(const char* mode) {
+  const bool isUpdate = strchr(mode, '+') != nullptr;
+  const int close = strchr(mode, 'e') != nullptr ? O_CLOEXEC : 0;
+  if (mode[0] == 'r') return close | (isUpdate ? O_RDWR : O_RDONLY);
+  return close | O_CREAT | (mode[0] == 'a' ? O_APPEND : O_TRUNC) | (isUpdate ? O_RDWR : O_WRONLY);
+}
 
 // Returns the function that this one replaces.
 template <typename Function>
@@ -89,6 +118,38 @@ class ErrnoOfCall {
  private:
   int error_ = errno;
 };
+
+// Opens a legacy text file. Returns a descriptor, or -1 with errno set by `call`.
+int OpenTaskFile(KernelTurn& turn, ErrnoOfCall& call, Call what, int pid, int flags) {
+  std::string text;
+  const int error = turn.Kernel()->rules.OpenText(what, pid, flags, text);
+  if (error != 0) return call.Give(error);
+  const int fd = memfd_create("integrity", (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+  if (fd < 0) return call.Give(errno);
+  if (write(fd, text.data(), text.size()) < 0) text.clear();
+  lseek(fd, 0, SEEK_SET);
+  return fd;
+}
+
+int OpenDevice(KernelTurn& turn, ErrnoOfCall& call, int flags) {
+  if (const int error = turn.Kernel()->rules.Open(flags); error != 0) return call.Give(error);
+  const std::string name = kDeviceFileName + std::to_string(flags);
+  const int fd = memfd_create(name.c_str(), (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
+  return fd < 0 ? call.Give(errno) : fd;
+}
+
+// Opens what the simulated kernel has at this path, and anything else by `forward`.
+template <typename Forward>
+int OpenOr(const char* path, int flags, Forward forward) {
+  Call what{};
+  int pid = 0;
+  const bool isDevice = IsDevicePath(path);
+  if (!isDevice && !ParseTaskFile(path, what, pid)) return forward();
+  ErrnoOfCall call;
+  KernelTurn turn;
+  if (turn.Kernel() == nullptr) return call.Forward(forward());
+  return isDevice ? OpenDevice(turn, call, flags) : OpenTaskFile(turn, call, what, pid, flags);
+}
 
 }  // namespace
 
@@ -123,14 +184,26 @@ int TarnsimOpen(const char* path, int flags, ...) {
   va_start(arguments, flags);
   const mode_t mode = va_arg(arguments, mode_t);  // has a value only when the call creates a file
   va_end(arguments);
-  if (!IsDevicePath(path)) return next(path, flags, mode);
+  return OpenOr(path, flags, [=] { return next(path, flags, mode); });
+}
 
-  ErrnoOfCall call;
-  const KernelTurn turn;
-  if (turn.Kernel() == nullptr) return call.Forward(next(path, flags, mode));
-  if (const int error = turn.Kernel()->rules.Open(); error != 0) return call.Give(error);
-  const int fd = memfd_create(kDeviceFileName, (flags & O_CLOEXEC) != 0 ? MFD_CLOEXEC : 0);
-  return fd < 0 ? call.Give(errno) : fd;
+int TarnsimOpenChecked(const char* path, int flags) {
+  static auto* const next = Next<int(const char*, int)>("__open_2");
+  return OpenOr(path, flags, [=] { return next(path, flags); });
+}
+
+int TarnsimOpenat(int folder, const char* path, int flags, ...) {
+  static auto* const next = Next<int(int, const char*, int, ...)>("openat");
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = va_arg(arguments, mode_t);
+  va_end(arguments);
+  return OpenOr(path, flags, [=] { return next(folder, path, flags, mode); });
+}
+
+int TarnsimOpenatChecked(int folder, const char* path, int flags) {
+  static auto* const next = Next<int(int, const char*, int)>("__openat_2");
+  return OpenOr(path, flags, [=] { return next(folder, path, flags); });
 }
 
 int TarnsimIoctl(int fd, unsigned long code, ...) {
@@ -145,10 +218,12 @@ int TarnsimIoctl(int fd, unsigned long code, ...) {
 
   ErrnoOfCall call;
   const KernelTurn turn;
-  if (turn.Kernel() == nullptr || GetFilenameByFd(fd) != kDeviceFilePath) {
+  int flags = 0;
+  if (turn.Kernel() == nullptr || !FindDeviceFlags(fd, flags)) {
     return call.Forward(next(fd, code, argument));
   }
-  return call.Give(turn.Kernel()->rules.Ioctl(code32, reinterpret_cast<uintptr_t>(argument)));
+  return call.Give(
+      turn.Kernel()->rules.Ioctl(code32, reinterpret_cast<uintptr_t>(argument), flags));
 }
 
 int TarnsimFcntl(int fd, int command, ...) {
@@ -176,25 +251,23 @@ FILE* TarnsimFopen(const char* path, const char* mode) {
   if (!ParseTaskFile(path, what, pid)) return next(path, mode);
 
   ErrnoOfCall call;
-  const KernelTurn turn;
+  KernelTurn turn;
   if (turn.Kernel() == nullptr) {
     FILE* const file = next(path, mode);
     return call.Give(file == nullptr ? errno : 0) == 0 ? file : nullptr;
   }
-  std::string text;
-  if (call.Give(turn.Kernel()->rules.OpenText(what, pid, text)) != 0) return nullptr;
-  const int fd = memfd_create("integrity", MFD_CLOEXEC);
-  if (fd < 0) return nullptr;
-  if (write(fd, text.data(), text.size()) < 0) text.clear();
-  lseek(fd, 0, SEEK_SET);
-  return fdopen(fd, "r");
+  const int fd = OpenTaskFile(turn, call, what, pid, FlagsOfMode(mode));
+  return fd < 0 ? nullptr : fdopen(fd, "r");
 }
 
 int HxNewCertificate(int fd, const char* name, const uint8_t* data, size_t size) {
   static auto* const next = Next<int(int, const char*, const uint8_t*, size_t)>("HxNewCertificate");
-  const KernelTurn turn;
-  if (turn.Kernel() != nullptr) {
-    return turn.Kernel()->rules.StoreCertificate(fd, name, data, size);
+  {
+    ErrnoOfCall call;
+    const KernelTurn turn;
+    if (turn.Kernel() != nullptr) {
+      return call.Give(turn.Kernel()->rules.StoreCertificate(fd, name, data, size));
+    }
   }
   return next == nullptr ? 0 : next(fd, name, data, size);
 }

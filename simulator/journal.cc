@@ -2,8 +2,11 @@
 
 #include "simulator/journal.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <nlohmann/json.hpp>
 
 #include "simulator/label.h"
@@ -22,14 +25,39 @@ std::string Number(const char* format, uint32_t number) {
   return text;
 }
 
+std::string FlagNames(int flags) {
+  constexpr struct {
+    const char* name;
+    int flag;
+  } kFlags[] = {{"O_CREAT", O_CREAT},       {"O_EXCL", O_EXCL},          {"O_TRUNC", O_TRUNC},
+                {"O_APPEND", O_APPEND},     {"O_NONBLOCK", O_NONBLOCK},  {"O_CLOEXEC", O_CLOEXEC},
+                {"O_NOFOLLOW", O_NOFOLLOW}, {"O_DIRECTORY", O_DIRECTORY}};
+  const int access = flags & O_ACCMODE;
+  std::string names =
+      access == O_RDONLY ? "O_RDONLY" : (access == O_WRONLY ? "O_WRONLY" : "O_RDWR");
+  flags &= ~O_ACCMODE;
+  for (const auto& [name, flag] : kFlags) {
+    if ((flags & flag) != flag) continue;
+    names += std::string("|") + name;
+    flags &= ~flag;
+  }
+  return flags == 0 ? names : names + Number("|0x%x", static_cast<uint32_t>(flags));
+}
+
 Json DecodeLabel(const Bytes& label) {
   TarnExLabel front;
   if (IsExtended(label) && ReadFront(label, front)) {
     const size_t digestSize = DigestSize(front.algorithm);
     if (digestSize != 0) {
-      return {{"algorithm", "sha" + std::to_string(digestSize == 20 ? 1 : digestSize * 8)},
-              {"hash", ToHex(front.hash, digestSize)},
-              {"extra", ToHex(label.data() + sizeof(front), label.size() - sizeof(front))}};
+      Json decoded = {{"algorithm", "sha" + std::to_string(digestSize == 20 ? 1 : digestSize * 8)},
+                      {"hash", ToHex(front.hash, digestSize)},
+                      {"extra", ToHex(label.data() + sizeof(front), label.size() - sizeof(front))}};
+      const uint8_t* const behind = front.hash + digestSize;
+      const uint8_t* const end = std::end(front.hash);
+      if (std::any_of(behind, end, [](uint8_t byte) { return byte != 0; })) {
+        decoded["behindHash"] = ToHex(behind, sizeof(front.hash) - digestSize);
+      }
+      return decoded;
     }
   }
   const size_t start = std::min(label.size(), sizeof(TarnLabel));
@@ -56,6 +84,7 @@ std::string ToJson(const Request& request) {
     const bool isIoctl = request.interface == TarnInterface::kDevice;
     line["command"] = Number(isIoctl ? "0x%x" : "%u", request.command);
   }
+  if (request.flags) line["flags"] = FlagNames(*request.flags);
   switch (SubjectOf(request.call)) {
     case Subject::kNone:
       break;
@@ -79,6 +108,7 @@ std::string ToJson(const Request& request) {
   }
   line["result"] = request.result;
   line["errno"] = request.error;
+  line["time"] = request.time;
   return line.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 

@@ -2,9 +2,6 @@
 
 #include "simulator/label.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace tarnsim {
 
 size_t DigestSize(uint32_t algorithm) {
@@ -29,11 +26,8 @@ bool IsWellFormed(const Bytes& label) {
   if (!IsExtended(label)) return true;
   TarnExLabel front;
   if (!ReadFront(label, front)) return false;
-  const size_t digestSize = DigestSize(front.algorithm);
   return front.version == 2 && front.reserved[0] == 0 && front.reserved[1] == 0 &&
-         digestSize != 0 &&
-         std::all_of(front.hash + digestSize, std::end(front.hash),
-                     [](uint8_t byte) { return byte == 0; });
+         DigestSize(front.algorithm) != 0;
 }
 
 }  // namespace tarnsim

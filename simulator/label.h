@@ -27,7 +27,8 @@ template <typename Record>
 [[nodiscard]] bool IsExtended(const Bytes& label);
 
 // Returns true when the kernel accepts the label: a plain one, or an extended one with the right
-// version, zeros in its reserved and unused bytes, and a known algorithm.
+// version, zeros in its reserved bytes, and a known algorithm. The bytes behind the digest do not
+// matter: a label does not say how long its digest is, so it ends where its algorithm's does.
 [[nodiscard]] bool IsWellFormed(const Bytes& label);
 
 }  // namespace tarnsim

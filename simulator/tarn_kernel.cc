@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <iterator>
 #include <utility>
@@ -65,19 +66,21 @@ bool TarnKernel::LiesOnReadOnlyFs(int fd) const {
   });
 }
 
-int TarnKernel::Open() {
+int TarnKernel::Open(int flags) {
   const int refusal = setup_.interface == TarnInterface::kDevice ? 0 : ENOENT;
   if (nonce_) return refusal;
   Request request;
   request.call = Call::kOpen;
   request.interface = setup_.interface;
+  request.flags = flags;
   const Answer answer = Decide(request, [refusal] { return refusal; });
   if (answer.error != 0) journal_(request);
   return answer.error;
 }
 
-Answer TarnKernel::Ioctl(uint32_t code, uint64_t address) {
+Answer TarnKernel::Ioctl(uint32_t code, uint64_t address, int flags) {
   Request request;
+  request.flags = flags;
   request.interface = setup_.interface;
   request.command = code;
   if (!CallByIoctl(code, request.call)) {
@@ -114,7 +117,7 @@ Answer TarnKernel::Fcntl(int fd, int command, uint64_t argument) {
   return RunFileCommand(request, record);
 }
 
-int TarnKernel::OpenText(Call call, int pid, std::string& text) {
+int TarnKernel::OpenText(Call call, int pid, int flags, std::string& text) {
   if (nonce_ && call == Call::kReadIntegrity && setup_.interface == TarnInterface::kLegacy) {
     text = ValueText(*std::exchange(nonce_, std::nullopt));
     return 0;
@@ -122,6 +125,7 @@ int TarnKernel::OpenText(Call call, int pid, std::string& text) {
   Request request;
   request.call = call;
   request.interface = setup_.interface;
+  request.flags = flags;
   request.target = pid;
   const Answer answer = DecideAndRecord(request, [&] {
     if (setup_.interface != TarnInterface::kLegacy) return ENOENT;
@@ -138,7 +142,8 @@ int TarnKernel::OpenText(Call call, int pid, std::string& text) {
   return answer.error;
 }
 
-int TarnKernel::StoreCertificate(int fd, const char* identity, const uint8_t* data, size_t size) {
+Answer TarnKernel::StoreCertificate(int fd, const char* identity, const uint8_t* data,
+                                    size_t size) {
   Request request;
   request.call = Call::kCertificate;
   request.interface = setup_.interface;
@@ -146,11 +151,13 @@ int TarnKernel::StoreCertificate(int fd, const char* identity, const uint8_t* da
   request.file = machine_.PathOf(fd);
   request.identity = identity;
   request.certificate.assign(data, data + size);
-  return DecideAndRecord(request, [] { return 0; }).result;
+  return DecideAndRecord(request, [] { return 0; });
 }
 
 // Counts the request. Answers with the fault that is due, or else applies the rule.
 Answer TarnKernel::Decide(Request& request, const Rule& rule) {
+  const auto now = std::chrono::steady_clock::now().time_since_epoch();
+  request.time = std::chrono::duration_cast<std::chrono::microseconds>(now).count();
   const int number = ++counts_[request.call];
   const auto fault =
       std::find_if(setup_.faults.begin(), setup_.faults.end(), [&](const Fault& candidate) {

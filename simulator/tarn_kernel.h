@@ -60,16 +60,17 @@ class TarnKernel {
   // the opening of the device for it, are not counted, not recorded, and do not fail.
   void AnswerOnce(uint32_t nonce) { nonce_ = nonce; }
 
-  // Opens the device. Returns 0 or an errno.
-  [[nodiscard]] int Open();
-  [[nodiscard]] Answer Ioctl(uint32_t code, uint64_t address);
+  // Opens the device with these flags of open(). Returns 0 or an errno.
+  [[nodiscard]] int Open(int flags);
+  // `flags`: those that the device was opened with.
+  [[nodiscard]] Answer Ioctl(uint32_t code, uint64_t address, int flags);
   [[nodiscard]] Answer Fcntl(int fd, int command, uint64_t argument);
   // Opens a legacy text file: "value" for Call::kReadIntegrity, "label" for Call::kReadLabel.
   // Returns 0, with the file's text in `text`, or an errno. A pid of 0 is the caller.
-  [[nodiscard]] int OpenText(Call call, int pid, std::string& text);
-  // Returns the result of HxNewCertificate.
-  [[nodiscard]] int StoreCertificate(int fd, const char* identity, const uint8_t* data,
-                                     size_t size);
+  [[nodiscard]] int OpenText(Call call, int pid, int flags, std::string& text);
+  // Answers HxNewCertificate.
+  [[nodiscard]] Answer StoreCertificate(int fd, const char* identity, const uint8_t* data,
+                                        size_t size);
 
  private:
   using Rule = std::function<int()>;

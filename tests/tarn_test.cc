@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -11,10 +12,15 @@
 
 #include <quillon/tarn.h>
 
+#include "integrity/libhx.h"
 #include "simulator/simulator.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_file.h"
 #include "tests/support/wire.h"
+
+// What fortified programs call.
+extern "C" int __open_2(const char* path, int flags);
+extern "C" int __openat_2(int folder, const char* path, int flags);
 
 namespace Quill {
 namespace {
@@ -206,6 +212,43 @@ TEST_F(Tarn, LengthsFromTheDeviceAreChecked) {
   EXPECT_EQ(1u, TarnGetResetFile(-1, &record));
   EXPECT_EXIT(static_cast<void>(TarnGetResetFile(0, &record)), testing::KilledBySignal(SIGABRT),
               "");
+}
+
+TEST_F(Tarn, TheSimulatedKernelSeesEveryWayToOpenItsFiles) {
+  for (const auto& [interface, path] :
+       {std::pair(TarnInterface::kDevice, kTarnDevice), std::pair(kLegacy, kTarnLegacyValue)}) {
+    Simulation simulation(On(interface));
+    const Fd files[] = {Fd(open(path, O_RDWR)), Fd(openat(-1, path, O_RDONLY | O_CLOEXEC)),
+                        Fd(__open_2(path, O_WRONLY)), Fd(__openat_2(-1, path, O_RDONLY))};
+    std::string seen;
+    for (const Fd& file : files) {
+      TarnRequest request;
+      request.target = getpid();
+      char text[9] = {};
+      const bool isDevice = interface == TarnInterface::kDevice;
+      seen += isDevice ? std::to_string(ioctl(file.GetFd(), kTarnIoctlReadIntegrity, &request))
+                       : std::string(text, static_cast<size_t>(read(file.GetFd(), text, 9)));
+    }
+    EXPECT_EQ(interface == kLegacy ? "1\n1\n1\n1\n" : "0000", seen);
+    std::vector<int> flags;
+    for (const Request& request : simulation.TakeJournal()) flags.push_back(request.flags.value());
+    EXPECT_EQ((std::vector<int>{O_RDWR, O_RDONLY | O_CLOEXEC, O_WRONLY, O_RDONLY}), flags);
+  }
+}
+
+TEST_F(Tarn, TheSimulatedKernelTakesBytesBehindTheDigestAndSetsTheErrnoOfACertificate) {
+  KernelSetup setup;
+  setup.faults = {{Call::kCertificate, 1, EIO, -7}};
+  Simulation simulation(setup);
+  const ByteVector hash(64, 0xAA);
+  TarnExLabel* label = nullptr;
+  ASSERT_EQ(0u, TarnExLabelAlloc(TARN_SHA1, hash.data(), 64, nullptr, 0, &label));
+  EXPECT_EQ(0u, TarnSignFd(fd_, label));
+  TarnExLabelFree(label);
+  EXPECT_THAT(ToJson(simulation.TakeJournal().back()), testing::HasSubstr("\"behindHash\":\"aa"));
+  errno = 0;
+  EXPECT_EQ(-7, HxNewCertificate(fd_, "", hash.data(), hash.size()));
+  EXPECT_EQ(EIO, errno);
 }
 
 // The library asks for no label on a read-only file system, so the request goes past it.
