@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 
 #include "cli/journal_file.h"
 #include "cli/log_recorder.h"
@@ -17,6 +18,7 @@
 #include "cli/usage.h"
 #include "integrity/tarn_device.h"
 #include "simulator/fault.h"
+#include "simulator/kernel_path.h"
 
 namespace Quill::Tool {
 namespace {
@@ -68,9 +70,12 @@ ExitStatus RunSecond(const std::function<KernelReport()>& work) {
 
 std::unique_ptr<JournalFile> OpenJournal(const KernelOptions& options) {
   const char* variable = getenv("TARNSIM_JOURNAL");
-  if (!options.journal.empty()) return std::make_unique<JournalFile>(options.journal);
-  if (variable != nullptr) return std::make_unique<JournalFile>(variable);
-  return std::make_unique<JournalFile>();
+  if (variable == nullptr && options.journal.empty()) return std::make_unique<JournalFile>();
+  const std::string path = variable != nullptr ? variable : options.journal;
+  if (tarnsim::IsKernelFile(path)) {
+    throw std::runtime_error("the journal must not be a file of the kernel: " + path);
+  }
+  return std::make_unique<JournalFile>(path);
 }
 
 ExitStatus RunSimulated(const std::string& command, const KernelOptions& options,

@@ -107,7 +107,10 @@ std::vector<std::string> DescribeRequests(const std::vector<json>& requests,
 
 void AddRequests(const std::vector<json>& requests, const std::string& package,
                  nlohmann::ordered_json& facts) {
-  facts["requests"] = requests;
+  facts["requests"] = nlohmann::ordered_json::array();
+  for (const json& request : requests) {
+    if (request.is_object()) facts["requests"].push_back(nlohmann::ordered_json(request));
+  }
   facts["labels"] = nlohmann::ordered_json::array();
   for (const std::string& file : SignedFiles(requests)) {
     facts["labels"].push_back({{"file", EscapeInvalidUtf8(file)}, {"label", nullptr}});

@@ -122,6 +122,7 @@ set(QUILLON_CLI_SOURCES
   cli/diff_text.cc
   simulator/call.cc
   simulator/fault.cc
+  simulator/kernel_path.cc
   simulator/label_store.cc
   util/errno_name.cc
   util/escape.cc

@@ -16,7 +16,7 @@ Show() {  # Show TEXT ARGUMENT...: explains and runs one command of the tool
 }
 
 tool=$PWD/build/release/bin/quillon
-# In the build folder: labels need a file system with extended attributes, which /tmp may lack.
+# In the build folder, whose file system can most likely keep labels in extended attributes.
 work=$(mktemp -d "$PWD/build/demo-XXXXXX")
 trap 'rm -rf "$work"' EXIT
 

@@ -140,15 +140,7 @@ void PrepareLabels(const char* variable, const std::string& value, KernelSetup& 
 
 void PrepareJournal(const char* variable, const std::string& value, KernelSetup& /*setup*/) {
   const auto path = MakeAbsolute(variable, value);
-  std::error_code problem;
-  const auto resolved = std::filesystem::weakly_canonical(path, problem);
-  Call call{};
-  int pid = 0;
-  for (const std::filesystem::path& name : {path, resolved}) {
-    if (IsDevicePath(name.c_str()) || ParseTaskFile(name.c_str(), call, pid)) {
-      Refuse(variable, value, "it is a file of the simulated kernel");
-    }
-  }
+  if (IsKernelFile(path)) Refuse(variable, value, "it is a file of the simulated kernel");
   const int file = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0666);
   if (file < 0) Refuse(variable, value, std::generic_category().message(errno));
   close(file);

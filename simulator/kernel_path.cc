@@ -4,7 +4,9 @@
 
 #include <charconv>
 #include <cstring>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 
 #include "integrity/tarn_abi.h"
 
@@ -32,6 +34,17 @@ bool ParseTaskFile(const char* name, Call& call, int& pid) {
   pid = 0;
   return task == "self" ||
          std::from_chars(task.data(), task.data() + task.size(), pid).ptr == path.data();
+}
+
+bool IsKernelFile(const std::string& path) {
+  std::error_code problem;
+  const auto resolved = std::filesystem::weakly_canonical(path, problem);
+  Call call{};
+  int pid = 0;
+  for (const std::string& name : {path, resolved.string()}) {
+    if (IsDevicePath(name.c_str()) || ParseTaskFile(name.c_str(), call, pid)) return true;
+  }
+  return false;
 }
 
 }  // namespace tarnsim

@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <string>
+
 #include "simulator/call.h"
 
 namespace tarnsim {
@@ -14,5 +16,8 @@ namespace tarnsim {
 // Parses a path such as "/proc/self/integrity/value" or "/proc/12/integrity/label". A pid of 0
 // means "self". Returns false for other paths.
 [[nodiscard]] bool ParseTaskFile(const char* path, Call& call, int& pid);
+
+// Returns true for the device and the text files, also by a path with dots or links.
+[[nodiscard]] bool IsKernelFile(const std::string& path);
 
 }  // namespace tarnsim
