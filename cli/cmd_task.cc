@@ -24,8 +24,8 @@ namespace Quill::Tool {
 namespace {
 
 // Adds a line and a field; `code` says whether there is an answer.
-void Add(const char* title, const char* field, uint32_t code, const std::string& text,
-         const nlohmann::ordered_json& value, KernelReport& report) {
+void AddAnswer(const char* title, const char* field, uint32_t code, const std::string& text,
+               const nlohmann::ordered_json& value, KernelReport& report) {
   if (code == TARN_OK) {
     report.lines.push_back(fmt::format("{}: {}", title, text));
     report.facts[field] = value;
@@ -42,12 +42,12 @@ void AddLabel(int pid, KernelReport& report) {
   const uint32_t code = TarnTaskGetIntegrityLabel(pid, &label);
   const LabelOwner owner(label);
   if (code != TARN_OK || label == nullptr) {
-    Add("label", "label", code, "none", nullptr, report);
+    AddAnswer("label", "label", code, "none", nullptr, report);
     return;
   }
   const std::string digits = ToHex(label->data, label->length);
-  Add("label", "label", code, fmt::format("{} ({} bytes)", digits, size_t{label->length}), digits,
-      report);
+  AddAnswer("label", "label", code, fmt::format("{} ({} bytes)", digits, size_t{label->length}),
+            digits, report);
 }
 
 void AddResetFile(int pid, bool isLegacy, KernelReport& report) {
@@ -55,14 +55,16 @@ void AddResetFile(int pid, bool isLegacy, KernelReport& report) {
   const uint32_t code = TarnGetResetFile(pid, &record);
   const ResetFileOwner owner(record);
   if (code == TARN_NO_SUBSYSTEM && isLegacy) {
-    Add("reset by", "resetBy", TARN_OK, "not known, the older interface lacks it", nullptr, report);
+    AddAnswer("reset by", "resetBy", TARN_OK, "not known, the older interface lacks it", nullptr,
+              report);
   } else if (code != TARN_OK || record == nullptr) {
-    Add("reset by", "resetBy", code, "none", nullptr, report);
+    AddAnswer("reset by", "resetBy", code, "none", nullptr, report);
   } else {
     const std::string wordA = fmt::format("{:#x}", uint64_t{record->wordA});
     const std::string wordB = fmt::format("{:#x}", uint32_t{record->wordB});
-    Add("reset by", "resetBy", code, fmt::format("{} ({}, {})", record->path, wordA, wordB),
-        {{"file", EscapeInvalidUtf8(record->path)}, {"wordA", wordA}, {"wordB", wordB}}, report);
+    AddAnswer("reset by", "resetBy", code, fmt::format("{} ({}, {})", record->path, wordA, wordB),
+              {{"file", EscapeInvalidUtf8(record->path)}, {"wordA", wordA}, {"wordB", wordB}},
+              report);
   }
 }
 
@@ -83,7 +85,7 @@ KernelReport ShowTask(int pid) {
   uint32_t value = 0;
   const uint32_t code = TarnTaskReadIntegrity(pid, /*wait=*/0, &value);
   const std::string text = fmt::format("{:#x}", value);
-  Add("integrity", "integrity", code, text, text, report);
+  AddAnswer("integrity", "integrity", code, text, text, report);
   AddLabel(pid, report);
   AddResetFile(pid, /*isLegacy=*/code != TARN_NO_SUBSYSTEM, report);
   const std::string task = pid == 0 ? "this task" : fmt::format("task {}", pid);

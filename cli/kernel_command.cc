@@ -46,7 +46,7 @@ std::string FindContradiction(const KernelOptions& options) {
   return "";
 }
 
-ExitStatus Print(const KernelReport& report, const std::string& command, bool json) {
+ExitStatus PrintReport(const KernelReport& report, const std::string& command, bool json) {
   if (json) return PrintLine(ToJson(report, command)) ? report.status : kFailed;
   for (const std::string& line : report.lines) {
     if (!PrintLine(line)) return kFailed;
@@ -65,7 +65,7 @@ ExitStatus RunSecond(const std::function<KernelReport()>& work) {
     return kFailed;
   }
   const KernelReport report = work();
-  return SendReport(ToBytes(report)) ? report.status : kFailed;
+  return SendReport(ReportToBytes(report)) ? report.status : kFailed;
 }
 
 std::unique_ptr<JournalFile> OpenJournal(const KernelOptions& options) {
@@ -98,7 +98,7 @@ ExitStatus RunSimulated(const std::string& command, const KernelOptions& options
       report->lines.push_back(std::move(line));
     }
   }
-  return Print(*report, command, options.json);
+  return PrintReport(*report, command, options.json);
 }
 
 }  // namespace
@@ -137,10 +137,10 @@ ExitStatus RunWithKernel(const std::string& command, const KernelOptions& option
     return IsSecondRun() ? RunSecond(work) : RunSimulated(command, options, package);
   }
   const bool hasKernel = FindTarnInterface() != TarnInterface::kNone;
-  return Print(hasKernel
-                   ? work()
-                   : Obstacle(kFailed, "no integrity subsystem here; --simulate rehearses it"),
-               command, options.json);
+  return PrintReport(
+      hasKernel ? work()
+                : Obstacle(kFailed, "no integrity subsystem here; --simulate rehearses it"),
+      command, options.json);
 }
 
 }  // namespace Quill::Tool

@@ -34,7 +34,7 @@ KernelReport Obstacle(ExitStatus status, const std::string& reason) {
   return report;
 }
 
-std::string ToBytes(const KernelReport& report) {
+std::string ReportToBytes(const KernelReport& report) {
   std::string bytes;
   nlohmann::ordered_json::to_msgpack(
       {report.status, report.lines, report.summary, report.isObstacle, report.facts}, bytes);

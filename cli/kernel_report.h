@@ -23,9 +23,9 @@ struct KernelReport {
 // Returns a report of a command that did nothing.
 [[nodiscard]] KernelReport Obstacle(ExitStatus status, const std::string& reason);
 
-// The second run of a simulated command sends its report as bytes to the first one. FromBytes
+// The second run of a simulated command sends its report as bytes to the first one. ReportFromBytes
 // returns nothing for bytes that no healthy run sends.
-[[nodiscard]] std::string ToBytes(const KernelReport& report);
+[[nodiscard]] std::string ReportToBytes(const KernelReport& report);
 [[nodiscard]] std::optional<KernelReport> ReportFromBytes(const std::string& bytes);
 
 // Returns the JSON object of a command, as one line.

@@ -21,7 +21,7 @@ constexpr struct {
   const char* participle;
 } kKinds[] = {{"label", "labelled"}, {"edit", "opened for editing"}, {"certificate", "certified"}};
 
-const auto& WordsOf(StepKind kind) { return kKinds[static_cast<size_t>(kind)]; }
+const auto& NamesOf(StepKind kind) { return kKinds[static_cast<size_t>(kind)]; }
 
 bool IsDone(const Step& step) {
   if (step.end != StepEnd::kAnswered) return false;
@@ -62,7 +62,7 @@ std::string CountOf(const std::vector<Step>& steps, StepKind kind) {
   });
   if (all == 0) return "";
   const bool isPlain = kind == StepKind::kCertify && all == done;
-  return fmt::format("{} {}", WordsOf(kind).participle, done) +
+  return fmt::format("{} {}", NamesOf(kind).participle, done) +
          (isPlain ? "" : fmt::format(" of {}", all));
 }
 
@@ -93,7 +93,7 @@ void ReportSteps(const std::vector<Step>& steps, bool isDamaged, KernelReport& r
       isOneReason = isOneReason && reason == ReasonOf(*first, isDamaged);
       ++undone;
     }
-    report.facts["steps"].push_back({{"step", WordsOf(step.kind).name},
+    report.facts["steps"].push_back({{"step", NamesOf(step.kind).name},
                                      {"file", EscapeInvalidUtf8(step.file)},
                                      {"done", IsDone(step)},
                                      {"reason", nullptr}});
@@ -107,7 +107,7 @@ void ReportSteps(const std::vector<Step>& steps, bool isDamaged, KernelReport& r
     return;
   }
   report.summary += fmt::format("; {} not {}: {}", FileText(first->file),
-                                WordsOf(first->kind).participle, reason);
+                                NamesOf(first->kind).participle, reason);
   if (undone > 1) report.summary += fmt::format(", and {} more", undone - 1);
 }
 

@@ -26,7 +26,7 @@ std::string FolderFromEnvironment() {
     const char* value = getenv(name);
     return std::string(value != nullptr ? value : "");
   };
-  if (const std::string folder = valueOf("TARNSIM_LABELS"); !folder.empty()) return folder;
+  if (std::string folder = valueOf("TARNSIM_LABELS"); !folder.empty()) return folder;
   if (const std::string state = valueOf("XDG_STATE_HOME"); !state.empty()) {
     return state + "/tarnsim/labels";
   }
