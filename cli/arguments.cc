@@ -4,6 +4,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <sstream>
 #include <utility>
 
 namespace Quill::Tool {
@@ -11,6 +12,9 @@ namespace {
 
 // A first character that has no meaning to the parser, whatever follows.
 constexpr char kMark = '=';
+
+// How the parser joins the name of a value and the description of its check.
+constexpr std::string_view kCheck = ":one of";
 
 // Removes the mark from an operand or a value. Returns an error message for the parser; empty on
 // success.
@@ -100,7 +104,23 @@ bool IsFlag(const CLI::Option& option) { return option.get_items_expected_max() 
 
 std::string ValueName(const CLI::Option& option) {
   const std::string name = option.get_type_name();
-  return name.substr(0, name.find(':'));  // a check's description would follow
+  return name.substr(0, name.find(kCheck));  // a check's description would follow
+}
+
+ValueKind KindOfValue(const CLI::Option& option) {
+  const std::string name = option.get_type_name();
+  const size_t check = name.find(kCheck);
+  if (check == std::string::npos) return {};
+  ValueKind kind = {/*isFile=*/false, {}};
+  std::istringstream values(name.substr(check + kCheck.size()));
+  for (std::string value; values >> value;) kind.values.push_back(value);
+  return kind;
+}
+
+std::string DescribeValues(const std::vector<std::string>& values) {
+  std::string description(kCheck.substr(1));
+  for (const std::string& value : values) description += ' ' + value;
+  return description;
 }
 
 std::vector<Argument> TakeApart(const CLI::App& parser, Words::const_iterator first,

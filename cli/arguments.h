@@ -33,6 +33,16 @@ struct Argument {
 // Returns what the help calls the option's value; empty if it takes none.
 [[nodiscard]] std::string ValueName(const CLI::Option& option);
 
+// What the values of an option or operand are.
+struct ValueKind {
+  bool isFile = true;               // the name of one; so unless something else is declared
+  std::vector<std::string> values;  // all that there are; empty: any
+};
+[[nodiscard]] ValueKind KindOfValue(const CLI::Option& option);
+
+// Returns the description of a check that keeps these values, or that keeps none, for KindOfValue.
+[[nodiscard]] std::string DescribeValues(const std::vector<std::string>& values);
+
 // Takes words apart as GNU getopt_long does, but does not complete abbreviated options. The result
 // refers to the words and to the parser.
 [[nodiscard]] std::vector<Argument> TakeApart(const CLI::App& parser, Words::const_iterator first,

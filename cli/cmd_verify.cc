@@ -215,6 +215,7 @@ void DeclareRules(CLI::App& parser, VerifyOptions& options) {
                   "Let a JAR signature show the signer, if it covers every entry");
   parser.add_option("--package", rules.packageName, "Refuse packages with another name")
       ->type_name("NAME");
+  AcceptText(parser.get_option("--package"));
   parser.add_option("--min-scheme", rules.minScheme, "Refuse packages verified by a lower scheme")
       ->type_name("N");
   AcceptNumbers(parser.get_option("--min-scheme"), 1, 3);
@@ -223,7 +224,7 @@ void DeclareRules(CLI::App& parser, VerifyOptions& options) {
       ->type_name("CODE,...")
       ->delimiter(',')
       ->allow_extra_args(false);
-  AcceptOnly(parser.get_option("--fail-on"), "codes of warnings", IsWarningCode);
+  AcceptOneOf(parser.get_option("--fail-on"), "codes of warnings", WarningCodes());
 }
 
 }  // namespace

@@ -24,7 +24,7 @@ enum [[nodiscard]] ExitStatus : int{
 // Runs a subcommand whose options have been parsed.
 using CommandRun = std::function<ExitStatus()>;
 
-// A subcommand; main.cc has the list. `declare` adds its options to `parser` and returns the
+// A subcommand; program.cc has the list. `declare` adds its options to `parser` and returns the
 // function that runs it. `parser` outlives that function.
 struct Command {
   const char* name;

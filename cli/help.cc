@@ -59,11 +59,6 @@ std::string OptionName(const CLI::Option& option) {
   return name + (IsFlag(option) ? "[=" + value + ']' : ' ' + value);
 }
 
-std::string OptionDescription(const CLI::Option& option) {
-  const std::string& standard = option.get_default_str();
-  return option.get_description() + (standard.empty() ? "" : " (default: " + standard + ')');
-}
-
 // Returns " FILE", " [FILE]..." or the like.
 std::string OperandUsage(const CLI::Option& operand) {
   const std::string name = operand.get_name(/*positional=*/true);
@@ -102,6 +97,8 @@ class HelpFormatter : public CLI::FormatterBase {
            Section("Options", options) + Notes();
   }
 
+  const HelpNotes& GetNotes() const { return notes_; }
+
  private:
   static std::string Section(const char* title, const std::string& entries) {
     return entries.empty() ? "" : fmt::format("\n{}:\n{}", title, entries);
@@ -130,6 +127,15 @@ class HelpFormatter : public CLI::FormatterBase {
 
 void SetHelp(CLI::App& parser, HelpNotes notes) {
   parser.formatter(std::make_shared<HelpFormatter>(std::move(notes)));
+}
+
+const HelpNotes& NotesOf(const CLI::App& parser) {
+  return static_cast<const HelpFormatter&>(*parser.get_formatter()).GetNotes();
+}
+
+std::string OptionDescription(const CLI::Option& option) {
+  const std::string& standard = option.get_default_str();
+  return option.get_description() + (standard.empty() ? "" : " (default: " + standard + ')');
 }
 
 std::string HelpText(const CLI::App& parser) {

@@ -7,6 +7,10 @@
 
 #include "cli/commands.h"
 
+namespace CLI {
+class Option;
+}
+
 namespace Quill::Tool {
 
 struct Example {
@@ -28,6 +32,12 @@ struct HelpNotes {
 
 // Lets `parser` print its help in 80 columns, with these notes.
 void SetHelp(CLI::App& parser, HelpNotes notes);
+
+// Returns the notes that SetHelp was given.
+[[nodiscard]] const HelpNotes& NotesOf(const CLI::App& parser);
+
+// Returns an option's description with the value that it has if it is not given.
+[[nodiscard]] std::string OptionDescription(const CLI::Option& option);
 
 // Returns the help of the program or of one of its commands.
 [[nodiscard]] std::string HelpText(const CLI::App& parser);

@@ -109,8 +109,7 @@ void DeclareKernelOptions(CLI::App& parser, KernelOptions& options) {
       "Run with a simulated kernel, and show the requests that it receives. KERNEL is its "
       "interface: device (the default) or legacy");
   simulate->type_name("KERNEL");
-  AcceptOnly(simulate, "\"device\" or \"legacy\"",
-             [](const std::string& text) { return text == "device" || text == "legacy"; });
+  AcceptOneOf(simulate, "\"device\" or \"legacy\"", {"device", "legacy"});
   CLI::Option* fail = parser.add_option(
       "--fail", options.faults,
       "Let the simulated kernel refuse a request. FAULT is REQUEST:N:ERRNO, as in sign:1:EIO: the "

@@ -8,43 +8,17 @@
 #include <algorithm>
 #include <exception>
 #include <string>
-#include <utility>
 #include <vector>
-
-#include <quillon/version.h>
 
 #include "cli/arguments.h"
 #include "cli/commands.h"
 #include "cli/help.h"
 #include "cli/output.h"
+#include "cli/program.h"
 #include "cli/usage.h"
 
 namespace Quill::Tool {
 namespace {
-
-constexpr Command kCommands[] = {
-    {"verify", "Verify the signatures of packages", DeclareVerify},
-    {"inspect", "Show what a package is made of, and what its signatures cover", DeclareInspect},
-    {"diff", "Show in what two packages differ: their signers and their entries", DeclareDiff},
-    {"provision", "Label and certify a package's OAT and VDEX files", DeclareProvision},
-    {"provision-art", "Label a package's ART file", DeclareProvisionArt},
-    {"start-provision", "Open OAT and VDEX files for editing", DeclareStartProvision},
-    {"sign-apk", "Label a package and its native libraries, and certify it", DeclareSignApk},
-    {"label", "Let the kernel verify a file against its label", DeclareLabel},
-    {"task", "Show a process's integrity value, its label, and which file reset it", DeclareTask},
-};
-
-using Runs = std::vector<std::pair<CLI::App*, CommandRun>>;
-
-Runs DeclareCommands(CLI::App& program) {
-  Runs runs;
-  for (const Command& command : kCommands) {
-    CLI::App* parser = program.add_subcommand(command.name, command.help);
-    SetHelp(*parser, {});
-    runs.emplace_back(parser, command.declare(*parser));
-  }
-  return runs;
-}
 
 bool IsGiven(const std::vector<Argument>& arguments, const CLI::Option* option) {
   return std::any_of(arguments.begin(), arguments.end(), [option](const Argument& argument) {
@@ -80,10 +54,8 @@ ExitStatus RunCommand(CLI::App& parser, const CommandRun& run, Words::const_iter
 }
 
 ExitStatus Run(const Words& words) {
-  CLI::App program("Verify signed Android packages and label their files", "quillon");
-  program.set_version_flag("--version", "quillon " QUILLON_VERSION);
-  const Runs runs = DeclareCommands(program);
-  SetHelp(program, {{}, {}, "\"quillon COMMAND --help\" explains a command."});
+  CLI::App program;
+  const std::vector<DeclaredCommand> commands = DeclareProgram(program);
 
   const auto name = std::find_if_not(words.begin(), words.end(), LooksLikeOption);
   const std::vector<Argument> arguments = TakeApart(program, words.begin(), name);
@@ -92,7 +64,7 @@ ExitStatus Run(const Words& words) {
   if (!mistake.empty()) return RefuseUsage(mistake, program.get_name());
   if (!arguments.empty()) return Answer(program.version() + '\n');
   if (name == words.end()) return RefuseUsage("no command is named", program.get_name());
-  for (const auto& [parser, run] : runs) {
+  for (const auto& [parser, run] : commands) {
     if (parser->get_name() == *name) return RunCommand(*parser, run, name + 1, words.end());
   }
   return RefuseUsage(UnknownCommand(program, *name), program.get_name());

@@ -126,8 +126,9 @@ std::string MistakeInOperands(const CLI::App& parser, const std::vector<std::str
                      fmt::join(names, " "));
 }
 
-// Lets the option take only values that `convert` accepts and may change.
-void Convert(CLI::Option* option, const std::string& what,
+// Lets the option take only values that `convert` accepts and may change. `values` are all of them,
+// or empty.
+void Convert(CLI::Option* option, const std::string& what, const std::vector<std::string>& values,
              const std::function<bool(std::string&)>& convert) {
   option->transform(CLI::Validator(
       [option, what, convert](std::string& value) -> std::string {
@@ -136,7 +137,7 @@ void Convert(CLI::Option* option, const std::string& what,
         throw CLI::ConversionError(
             fmt::format("{} takes {}, not {}", option->get_name(), what, Quote(value)));
       },
-      ""));
+      DescribeValues(values)));
 }
 
 }  // namespace
@@ -173,14 +174,30 @@ std::string UnknownCommand(const CLI::App& program, const std::string& name) {
 
 void AcceptOnly(CLI::Option* option, const std::string& what,
                 const std::function<bool(const std::string&)>& accepts) {
-  Convert(option, what, accepts);
+  Convert(option, what, {}, accepts);
+}
+
+void AcceptOneOf(CLI::Option* option, const std::string& what,
+                 const std::vector<std::string>& values) {
+  Convert(option, what, values, [values](const std::string& value) {
+    return std::find(values.begin(), values.end(), value) != values.end();
+  });
+}
+
+void AcceptText(CLI::Option* option) {
+  AcceptOnly(option, "text", [](const std::string&) { return true; });
 }
 
 void AcceptNumbers(CLI::Option* option, int32_t least, int32_t most) {
   const std::string range = most == std::numeric_limits<int32_t>::max()
                                 ? fmt::format("{} up", least)
                                 : fmt::format("{} to {}", least, most);
-  Convert(option, "a number from " + range, [least, most](std::string& value) {
+  constexpr int32_t kFew = 9;  // values that are worth a list
+  std::vector<std::string> values;
+  for (int64_t value = least; most <= least + kFew && value <= most; ++value) {
+    values.push_back(std::to_string(value));
+  }
+  Convert(option, "a number from " + range, values, [least, most](std::string& value) {
     int32_t number = 0;
     const char* textEnd = value.data() + value.size();
     const auto [end, error] = std::from_chars(value.data(), textEnd, number);

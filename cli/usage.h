@@ -26,6 +26,13 @@ namespace Quill::Tool {
 void AcceptOnly(CLI::Option* option, const std::string& what,
                 const std::function<bool(const std::string&)>& accepts);
 
+// Lets the option take only these values.
+void AcceptOneOf(CLI::Option* option, const std::string& what,
+                 const std::vector<std::string>& values);
+
+// Lets the option take any text. It is no file's name, so completion offers none.
+void AcceptText(CLI::Option* option);
+
 // Lets the option take only decimal numbers from `least` to `most`. The largest int32_t as `most`
 // is not mentioned in messages.
 void AcceptNumbers(CLI::Option* option, int32_t least, int32_t most);

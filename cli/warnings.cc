@@ -120,9 +120,10 @@ std::vector<FileWarning> FindWarnings(Apk& apk, const Findings& findings,
   return out;
 }
 
-bool IsWarningCode(const std::string& code) {
-  return std::any_of(std::begin(kWarningTexts), std::end(kWarningTexts),
-                     [&](const WarningText& text) { return text.code == code; });
+std::vector<std::string> WarningCodes() {
+  std::vector<std::string> codes;
+  for (const WarningText& text : kWarningTexts) codes.emplace_back(text.code);
+  return codes;
 }
 
 }  // namespace Quill::Tool

@@ -28,7 +28,7 @@ struct FileWarning {
                                                     const DirectoryFacts& directory,
                                                     bool areEntriesChecked);
 
-// Returns true for the code of a warning.
-[[nodiscard]] bool IsWarningCode(const std::string& code);
+// Returns the codes of all warnings.
+[[nodiscard]] std::vector<std::string> WarningCodes();
 
 }  // namespace Quill::Tool

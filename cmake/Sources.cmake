@@ -146,6 +146,7 @@ set(QUILLON_CLI_SOURCES
   cli/output.cc
   cli/package_evidence.cc
   cli/package_report.cc
+  cli/program.cc
   cli/progress.cc
   cli/reference.cc
   cli/regular_file.cc
@@ -161,6 +162,13 @@ set(QUILLON_CLI_SOURCES
   cli/verdict.cc
   cli/warnings.cc
   cli/zip_directory.cc
+)
+
+# Writes the tool's manual pages and completion scripts.
+set(QUILLON_MANUAL_SOURCES
+  manual/completion.cc
+  manual/main.cc
+  manual/manual_page.cc
 )
 
 # Builds signed packages for the tests, the fuzz targets and the benchmarks.

@@ -29,9 +29,11 @@ for option in "$@"; do
     --ci)
       packages+=(clang clang-format clang-tidy libclang-rt-dev libc++-dev)
       packages+=(shellcheck golang-go golang-github-google-blueprint-dev)
-      packages+=(apksigner default-jre-headless openssl git jq libxml2-utils) ;;
+      packages+=(apksigner default-jre-headless openssl git jq libxml2-utils)
+      packages+=(abigail-tools fish mandoc zsh) ;;
     --long)
-      packages+=(mmdebstrap apksigner default-jre-headless jq openssl) ;;
+      packages+=(mmdebstrap apksigner default-jre-headless jq openssl)
+      packages+=(file lintian parallel sqlite3) ;;
     *) sed -n '4,9s/^# //p' "$0" >&2; exit 2 ;;
   esac
 done

@@ -107,6 +107,7 @@ Reasons() {
   return "$status"
 }
 
+Check_manual() { tests/manual.sh build/release; }  # manual pages and completion scripts parse, and bash completes
 Check_licence() {  # every file names its licence
   local unnamed
   unnamed=$(git grep -LF 'SPDX-License-Identifier: Apache-2.0' -- . \
