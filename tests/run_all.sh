@@ -116,12 +116,18 @@ Check_licence() {  # every file names its licence
 }
 
 Check_android_bp() { cmake -P tests/android_bp.cmake; }  # Android.bp parses and lists the sources of this build
-Check_library() {  # the library alone builds without the packages that tool, simulator and tests need
+Check_library() { BuildLibrary; }  # the library alone builds without the packages that tool, simulator and tests need
+Check_abi() {  # the library's binary interface is the agreed one
+  BuildLibrary
+  tests/abi.sh build/library/libquillon.so
+}
+
+BuildLibrary() {
   local unneeded=()
   for package in nlohmann_json CLI11 fmt GTest benchmark; do
     unneeded+=(-D "CMAKE_DISABLE_FIND_PACKAGE_$package=ON")
   done
-  cmake -G Ninja -S . -B build/library -D CMAKE_BUILD_TYPE=Release -D QUILLON_BUILD_TOOL=OFF \
+  cmake -G Ninja -S . -B build/library -D CMAKE_BUILD_TYPE=Release -D CMAKE_CXX_FLAGS=-g -D QUILLON_BUILD_TOOL=OFF \
     -D QUILLON_BUILD_SIMULATOR=OFF -D QUILLON_BUILD_TESTS=OFF "${unneeded[@]}"
   cmake --build build/library
 }
@@ -129,6 +135,7 @@ Check_library() {  # the library alone builds without the packages that tool, si
 Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
 Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
 Long_differences() { scripts/differences.sh --check; }  # docs/differences.md has the table that its script makes
+Long_packages() { tests/packages.sh; }  # the Debian packages install into a bare root, verify, and leave nothing behind
 Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a Debian root that has only the base system and git
 
 # Fuzz RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
