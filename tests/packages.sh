@@ -14,7 +14,7 @@ rm -rf build/package/packages
 cpack --preset package
 lintian --allow-root --fail-on error build/package/packages/*.deb
 
-MakeRoot
+MakeRoot ""
 InRoot apt-get -qq update
 mkdir "$root/packages"
 cp build/package/packages/*.deb samples/v3-rotated.apk samples/v3.apk "$root/packages"

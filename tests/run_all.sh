@@ -58,11 +58,13 @@ Check_libcxx() {  # the library compiles with the device's C++ library, and with
       -Wall -Wextra -Wshadow -Wconversion -Werror -I. -Iinclude -Ihost/include -isystem /usr/include/android
 }
 
-Check_shell() {  # the scripts, and those in docs/ci.md, pass shellcheck
+Check_shell() {  # the scripts, and those in docs/ci.md and docs/fleet.md, pass shellcheck
   rm -rf build/recipes
   mkdir -p build/recipes
-  (cd build/recipes && eval "$(sed -n 's,^awk .* ,&../../,p' ../../docs/ci.md)")
-  git grep -lE '^#!/bin/bash' -- ':!*.md' | xargs shellcheck --severity=info build/recipes/*
+  (cd build/recipes && for document in ci fleet; do
+    eval "$(sed -n 's,^awk .* ,&../../,p' "../../docs/$document.md")"
+  done)
+  git grep -lE '^#!/bin/bash' -- ':!*.md' | xargs shellcheck --severity=info build/recipes/[!.]*-*
 }
 
 Check_includes() { tests/includes.sh; }  # a folder includes only headers of folders before it
@@ -135,6 +137,7 @@ BuildLibrary() {
 Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
 Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
 Long_differences() { scripts/differences.sh --check; }  # docs/differences.md has the table that its script makes
+Long_fleet() { tests/fleet.sh build/release; }  # a list of packages is judged once each, though jobs are killed; the throughput
 Long_packages() { tests/packages.sh; }  # the Debian packages install into a bare root, verify, and leave nothing behind
 Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a Debian root that has only the base system and git
 
