@@ -256,6 +256,7 @@ CommandRun DeclareInspect(CLI::App& parser) {
       .add_option("--field", options->field,
                   "Show this branch alone, and its bytes, such as signingBlock.v3.signers[0]")
       ->type_name("PATH");
+  AcceptText(parser.get_option("--field"));
   parser
       .add_option("--sdk", options->sdk,
                   "Verify as a platform of SDK level N does (default: $QUILLON_SDK, or 30)")
