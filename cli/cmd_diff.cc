@@ -46,7 +46,7 @@ struct DiffSide {
   RegularFile opened;
 };
 
-std::shared_ptr<const MapFile> MapSide(const DiffSide& side) {
+std::shared_ptr<MapFile> MapSide(const DiffSide& side) {
   return side.opened.fd ? MapFileRO(side.opened.fd->GetFd()) : nullptr;
 }
 

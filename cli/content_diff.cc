@@ -69,7 +69,7 @@ struct PackageEntry {
 // One of the packages, without the files of its JAR signature.
 class PackageContents {
  public:
-  explicit PackageContents(std::shared_ptr<const MapFile> mapping)
+  explicit PackageContents(std::shared_ptr<MapFile> mapping)
       : package_(Anatomy::ReadPackage(std::move(mapping))) {
     const ByteCursor bytes = Bytes();
     const int32_t result =
@@ -408,7 +408,7 @@ class ContentComparison {
 
 }  // namespace
 
-Json CompareContents(std::shared_ptr<const MapFile> a, std::shared_ptr<const MapFile> b) {
+Json CompareContents(std::shared_ptr<MapFile> a, std::shared_ptr<MapFile> b) {
   const bool isIdentical =
       AreSame(ByteCursor(a->Data(), a->Size()), ByteCursor(b->Data(), b->Size()));
   const PackageContents left(std::move(a));

@@ -16,7 +16,7 @@ namespace Quill::Tool {
 // Entries whose stored bytes are the same are not extracted. Of others, the digests of the
 // extracted bytes are compared; no checksum of the archive counts. Memory does not grow with the
 // sizes of entries. A file that shrinks meanwhile raises SIGBUS.
-[[nodiscard]] nlohmann::ordered_json CompareContents(std::shared_ptr<const MapFile> a,
-                                                     std::shared_ptr<const MapFile> b);
+[[nodiscard]] nlohmann::ordered_json CompareContents(std::shared_ptr<MapFile> a,
+                                                     std::shared_ptr<MapFile> b);
 
 }  // namespace Quill::Tool
