@@ -106,13 +106,13 @@ std::string ZshAction(const CLI::Option& option) {
 }
 
 // Returns the arguments of _arguments for one parser.
-std::string ZshSpecifications(const CLI::App& parser) {
-  std::string specifications;
+std::string ZshArgumentTexts(const CLI::App& parser) {
+  std::string texts;
   for (const CLI::Option* option : parser.get_options()) {
     if (option->get_positional()) {
       const bool isRepeated = option->get_items_expected_max() > 1;
       const char* start = isRepeated ? "*:" : option->get_required() ? ":" : "::";
-      specifications +=
+      texts +=
           " \\\n    " + Quoted(fmt::format("{}{}:{}", start, option->get_name(/*positional=*/true),
                                            ZshAction(*option)));
       continue;
@@ -131,10 +131,10 @@ std::string ZshSpecifications(const CLI::App& parser) {
         text += fmt::format("{}{}:{}", IsFlag(*option) ? "::" : ":", ZshText(value),
                             ZshAction(*option));
       }
-      specifications += " \\\n    " + Quoted(text);
+      texts += " \\\n    " + Quoted(text);
     }
   }
-  return specifications;
+  return texts;
 }
 
 // Returns fish's options for one option of a parser.
@@ -226,7 +226,7 @@ std::string ZshCompletion(const CLI::App& program) {
   for (const CLI::App* command : program.get_subcommands({})) {
     commands += "\n      " + Quoted(command->get_name() + ':' + command->get_description());
     cases += fmt::format("  ({})\n  _arguments -s -S{}\n  ;;\n", command->get_name(),
-                         ZshSpecifications(*command));
+                         ZshArgumentTexts(*command));
   }
   return fmt::format("#compdef quillon\n{}", kOrigin) + fmt::format(R"(
 _quillon() {{
@@ -250,7 +250,7 @@ _quillon() {{
 
 _quillon "$@"
 )",
-                                                                    ZshSpecifications(program),
+                                                                    ZshArgumentTexts(program),
                                                                     commands, cases);
 }
 
