@@ -105,6 +105,7 @@ bool Print(const FileOutput& output, const VerifyOptions& options) {
 bool PrepareRules(VerifyOptions& options) {
   VerifyRules& rules = options.rules;
   rules.ignoreHalyxFilter = !options.halyxFilter;
+  rules.locatesFields = options.json;
   if (!options.sdk.empty()) rules.sdk = ParseSdkLevels(options.sdk);
   rules.asksForSigner = !options.signers.empty() || options.sameSigner;
   if (rules.allowsJar && !rules.asksForSigner) {

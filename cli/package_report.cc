@@ -10,12 +10,14 @@
 #include <csignal>
 #include <cstring>
 #include <map>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <utility>
 
 #include <quillon/file.h>
 
+#include "anatomy/blame.h"
 #include "cli/output.h"
 #include "cli/package_evidence.h"
 #include "cli/regular_file.h"
@@ -79,6 +81,16 @@ void Examine(int fd, const VerifyRules& rules, PackageReport& report,
   }
   report.log = log.Lines();
   report.refusals = findings.refusals;
+}
+
+// Finds the field of the file that a refusal is about, where it is about one.
+void LocateField(int fd, FileReason& reason) {
+  const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
+  if (!mapping || !reason.refusal) return;
+  const Anatomy::Package package = Anatomy::ReadPackage(mapping);
+  const std::string path = Anatomy::BlamedField(package, *reason.refusal);
+  const Anatomy::Field* field = path.empty() ? nullptr : Find(package.file, path);
+  if (field != nullptr) reason.place = {path, field->offset, field->size};
 }
 
 // Splits `wanted` where the signer for a level may change.
@@ -194,6 +206,11 @@ Json ToJson(const FileReason& reason) {
                  {"message", EscapeInvalidUtf8(reason.message)},
                  {"hint", reason.hint.empty() ? Json() : Json(reason.hint)}};
   if (!reason.name.empty()) object["name"] = EscapeInvalidUtf8(reason.name);
+  if (!reason.place.field.empty()) {
+    object.update({{"field", reason.place.field},
+                   {"offset", reason.place.offset},
+                   {"size", reason.place.size}});
+  }
   for (const auto& [name, bytes] :
        {std::pair("expected", &reason.expected), {"found", &reason.found}}) {
     if (!bytes->empty()) object[name] = ToHex(bytes->data(), bytes->size());
@@ -273,6 +290,9 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   std::vector<SdkRange> ranges;
   Examine(fd, rules, report, ranges);
   if (!isForOne) report = ExamineLevels(fd, sdk, rules, blank, ranges, std::move(report));
+  if (rules.locatesFields && report.verdict.status == Status::kRefused) {
+    LocateField(fd, report.verdict.reason);
+  }
   if (!IsAsBefore(fd, opened.info)) {
     report = blank;
     report.verdict = {

@@ -31,6 +31,7 @@ struct VerifyRules {
   int minScheme = 0;
   bool isStrict = false;             // any warning refuses the package
   std::vector<std::string> refused;  // so do those with these codes
+  bool locatesFields = false;        // find the field of the file that a refusal is about
 };
 
 // The verdict for some SDK levels.

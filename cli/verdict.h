@@ -12,6 +12,13 @@
 
 namespace Quill::Tool {
 
+// A field of the file, by its path in the tree that quillon inspect shows.
+struct FieldPlace {
+  std::string field;    // empty: not known
+  uint64_t offset = 0;  // bytes from the start of the file
+  uint64_t size = 0;
+};
+
 // Why a file is not verified, for people and for programs.
 struct FileReason {
   std::string code;     // such as "v2.digest-mismatch"; stable, docs/reasons.md lists them
@@ -21,6 +28,7 @@ struct FileReason {
   std::vector<uint8_t> expected = {};
   std::vector<uint8_t> found = {};
   std::optional<Refusal> refusal = {};  // where it comes from
+  FieldPlace place = {};                // what it is about
 };
 
 enum class Status {
