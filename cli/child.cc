@@ -101,26 +101,30 @@ uint64_t SecondsFor(const ChildLimits& limits) {
 
 }  // namespace
 
-Child::Child(const std::function<std::string()>& work, const ChildLimits& limits)
-    : seconds_(SecondsFor(limits)),
-      deadline_(std::chrono::steady_clock::now() + 5 * std::chrono::seconds(limits.seconds)) {
+std::unique_ptr<Child> Child::Start(const std::function<std::string()>& work,
+                                    const ChildLimits& limits) {
   int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) throw std::system_error(errno, std::generic_category(), "pipe");
+  if (pipe2(ends, O_CLOEXEC) != 0) return nullptr;
   const pid_t parent = getpid();
-  pid_ = fork();
-  if (pid_ == 0) {
+  const pid_t pid = fork();
+  if (pid == 0) {
     close(ends[0]);
     Work(work, limits, parent, ends[1]);
   }
-  const int error = errno;
   close(ends[1]);
-  pipe_ = ends[0];
-  fcntl(pipe_, F_SETFL, O_NONBLOCK);
-  if (pid_ < 0) {
-    close(pipe_);
-    throw std::system_error(error, std::generic_category(), "fork");
+  if (pid < 0) {
+    close(ends[0]);
+    return nullptr;
   }
+  fcntl(ends[0], F_SETFL, O_NONBLOCK);
+  return std::unique_ptr<Child>(new Child(ends[0], pid, limits));
 }
+
+Child::Child(int pipe, pid_t pid, const ChildLimits& limits)
+    : pipe_(pipe),
+      pid_(pid),
+      seconds_(SecondsFor(limits)),
+      deadline_(std::chrono::steady_clock::now() + 5 * std::chrono::seconds(limits.seconds)) {}
 
 Child::~Child() {
   if (pid_ > 0) static_cast<void>(Finish());

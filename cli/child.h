@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <string>
 
 namespace Quill::Tool {
@@ -41,9 +42,10 @@ class Child {
  public:
   // Forks. The child calls `work` and reports what it returns, at most kMostReport bytes. When an
   // allocation fails there, or `work` throws an exception of the standard library for lack of
-  // memory or threads, the end is kMemoryLimit. Throws std::system_error when there is no pipe or
-  // no process left.
-  Child(const std::function<std::string()>& work, const ChildLimits& limits);
+  // memory or threads, the end is kMemoryLimit. Returns null when there is no pipe or no process
+  // left.
+  static std::unique_ptr<Child> Start(const std::function<std::string()>& work,
+                                      const ChildLimits& limits);
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
   // Kills the child if it still runs.
@@ -63,10 +65,12 @@ class Child {
   [[nodiscard]] ChildResult Finish();
 
  private:
+  Child(int pipe, pid_t pid, const ChildLimits& limits);
+
+  int pipe_;
+  pid_t pid_;
   const uint64_t seconds_;  // of processor time
   const std::chrono::steady_clock::time_point deadline_;
-  int pipe_ = -1;
-  pid_t pid_ = -1;
   std::string report_;
   bool isAtEnd_ = false;  // the child has closed its end of the pipe
   bool hasReportedTooMuch_ = false;

@@ -7,7 +7,6 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -66,19 +65,17 @@ size_t ChildQueue::ResultSize() const {
 
 // Returns false when no process can be started, and others may end that hinder it.
 bool ChildQueue::Start(size_t index, const Work& work) {
-  try {
-    const auto workApart = [this, &work] {
-      for (const auto& [other, piece] : running_) close(piece.child->Pipe());
-      return work();
-    };
-    auto child = std::make_unique<Child>(workApart, limits_);
+  const auto workApart = [this, &work] {
+    for (const auto& [other, piece] : running_) close(piece.child->Pipe());
+    return work();
+  };
+  if (auto child = Child::Start(workApart, limits_)) {
     running_.emplace(index, Piece{work, std::move(child)});
     return true;
-  } catch (const std::system_error&) {
-    if (!running_.empty()) return false;
-    Deliver(index, {ChildEnd::kNotStarted, 0, {}});
-    return true;
   }
+  if (!running_.empty()) return false;
+  Deliver(index, {ChildEnd::kNotStarted, 0, {}});
+  return true;
 }
 
 void ChildQueue::Listen(milliseconds time) {
