@@ -188,10 +188,12 @@ done
 failedCount=0
 for function in "${functions[@]}"; do
   echo "== ${function#*_}"
+  SECONDS=0
   (set -e; "$function")
   if [ $? -ne 0 ]; then
     echo "== ${function#*_} failed" >&2
     failedCount=$((failedCount + 1))
   fi
+  echo "== ${function#*_} took $SECONDS s"
 done
 exit "$failedCount"
