@@ -1,8 +1,8 @@
 #!/bin/bash
 # SPDX-License-Identifier: Apache-2.0
 #
-# Checks the order of folders, which the README shows too: a folder includes its own headers and those of folders
-# before it.
+# Checks the order of folders, which docs/architecture.md shows too: a folder includes its own headers and those of
+# folders before it.
 # usage: includes.sh
 set -euo pipefail
 cd "$(dirname "$0")/.."
