@@ -10,21 +10,23 @@ cd "$(dirname "$0")/.."
 
 cmake --preset package
 cmake --build --preset package
-rm -rf build/package/packages
+rm -rf build/package/packages build/package/next
 cpack --preset package
 lintian --allow-root --fail-on error build/package/packages/*.deb
+cpack --preset package -D CPACK_PACKAGE_VERSION=999 -B "$PWD/build/package/next"
 
 MakeRoot ""
 InRoot apt-get -qq update
-mkdir "$root/packages"
+mkdir -p "$root/packages/next"
 cp build/package/packages/*.deb samples/v3-rotated.apk samples/v3.apk "$root/packages"
+cp build/package/next/*.deb "$root/packages/next"
 InRoot dpkg --get-selections >"$work/before"
 
-Install() {  # Install [OPTION]
-  InRoot env DEBIAN_FRONTEND=noninteractive sh -c "apt-get -qq -y install ${1:-} /packages/*.deb" >/dev/null
+Install() {  # Install FOLDER
+  InRoot env DEBIAN_FRONTEND=noninteractive sh -c "apt-get -qq -y install $1/*.deb" >/dev/null
 }
 Log "installing"
-Install
+Install /packages
 Log "using"
 InRoot quillon verify /packages/v3-rotated.apk | tee "$work/verdict"
 grep -q ': verified, v3, org.quillon.sample.rotated, key sha256:' "$work/verdict"
@@ -32,7 +34,9 @@ InRoot sh -c 'cd packages && echo code >base.odex && cp base.odex base.vdex &&
   quillon provision --simulate v3.apk base.odex base.vdex && quillon label --simulate base.odex' >"$work/label"
 grep -q '^base.odex: verified by the kernel' "$work/label"
 Log "upgrading, and removing"
-Install --reinstall
+Install /packages/next
+[ "$(InRoot dpkg-query --showformat='${Version}\n' --show '*quillon*' libtarnsim | sort -u)" = 999 ]
+InRoot quillon verify /packages/v3-rotated.apk
 InRoot apt-get -qq -y purge quillon libquillon1 libquillon-dev libtarnsim >/dev/null
 InRoot apt-get -qq -y autoremove --purge >/dev/null
 InRoot dpkg --get-selections | diff "$work/before" -
