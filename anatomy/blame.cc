@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "anatomy/coverage.h"
+#include "util/text.h"
 
 namespace Quill::Anatomy {
 namespace {
@@ -80,6 +81,55 @@ std::string EntryPath(const Package& package, const std::string& name) {
   return entry == nullptr ? "" : JoinPath(entry->Name(), "data");
 }
 
+// The path in what an entry holds; empty: all of it.
+std::string PathInside(const Decoded& decoded, const Refusal& refusal) {
+  const Field& root = decoded.root;
+  const std::string signedData = "contentInfo.content.signedData";
+  const std::string signer = signedData + ".signerInfos[0]";
+  switch (refusal.reason) {
+    case Reason::kJarManifestMalformed:
+    case Reason::kJarSignatureFileMalformed:
+      return FindUnread(root, "");
+    case Reason::kJarClaimsScheme:
+      for (const Field& section : root.fields) {
+        for (const Field& attribute : section.fields) {
+          if (StartsWith(ValueText(attribute, ByteCursor(decoded.bytes)), "X-Android-APK-Signed")) {
+            return JoinPath(section.Name(), attribute.Name());
+          }
+        }
+      }
+      return "";
+    case Reason::kJarBlockMalformed: {
+      const std::string attributes = signer + ".signedAttributes";
+      return Find(root, attributes) != nullptr ? attributes : FindUnread(root, "");
+    }
+    case Reason::kJarBlockDigestUnsupported:
+      return signer + ".digestAlgorithm";
+    case Reason::kJarKeyUnusable: {
+      const std::string path = signedData + ".certificates";
+      const Field* certificates = Find(root, path);
+      const bool isRead = certificates != nullptr && !certificates->fields.empty() &&
+                          certificates->fields.back().shape == Shape::kCertificate;
+      return isRead ? path + certificates->fields.back().Name() : path;
+    }
+    case Reason::kJarSignatureMismatch:
+      return signer + ".signature";
+    default:
+      return "";
+  }
+}
+
+// Leads from an entry into what it holds, where that is known.
+std::string LeadInside(const Package& package, const Refusal& refusal, const std::string& path) {
+  const Field* data = path.empty() ? nullptr : Find(package.file, path);
+  const Decoded* decoded = data == nullptr ? nullptr : data->DecodedBytes();
+  if (decoded == nullptr) return path;
+  const std::string inside = PathInside(*decoded, refusal);
+  const bool isThere = !inside.empty() && Find(decoded->root, inside) != nullptr;
+  const std::string root = JoinPath(path, "decoded");
+  return isThere ? JoinPath(root, inside) : root;
+}
+
 std::string PathOf(const Package& package, const Refusal& refusal) {
   const Field* block = package.file.Child("signingBlock");
   switch (refusal.reason) {
@@ -89,8 +139,6 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
       const Field* entry = FindEntryOf(package, "AndroidManifest.xml");
       return entry == nullptr ? "" : entry->Name();
     }
-    case Reason::kJarManifestMalformed:
-    case Reason::kJarManifestMismatch:
     case Reason::kJarNoManifest:
       return EntryPath(package, "META-INF/MANIFEST.MF");
     case Reason::kBlockSize:
@@ -102,15 +150,17 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
       return block == nullptr ? "" : FindUnread(*block, "signingBlock");
     case Reason::kBlockNoScheme:
       return "signingBlock";
-    case Reason::kJarSignatureFileMalformed:
-    case Reason::kJarClaimsScheme:
     case Reason::kJarNoBlock:
       return EntryPath(package, package.signatureFile);
+    case Reason::kJarManifestMalformed:
+    case Reason::kJarManifestMismatch:
+    case Reason::kJarSignatureFileMalformed:
+    case Reason::kJarClaimsScheme:
     case Reason::kJarBlockMalformed:
     case Reason::kJarBlockDigestUnsupported:
     case Reason::kJarKeyUnusable:
     case Reason::kJarSignatureMismatch:
-      return EntryPath(package, package.signatureBlock);
+      return LeadInside(package, refusal, EntryPath(package, BlamedEntry(package, refusal)));
     case Reason::kJarEntryUnreadable:
     case Reason::kJarEntryUnlisted:
     case Reason::kJarEntryMismatch:
@@ -147,6 +197,26 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
 }
 
 }  // namespace
+
+std::string BlamedEntry(const Package& package, const Refusal& refusal) {
+  switch (refusal.reason) {
+    case Reason::kManifestMalformed:
+      return "AndroidManifest.xml";
+    case Reason::kJarManifestMalformed:
+    case Reason::kJarManifestMismatch:
+      return "META-INF/MANIFEST.MF";
+    case Reason::kJarSignatureFileMalformed:
+    case Reason::kJarClaimsScheme:
+      return package.signatureFile;
+    case Reason::kJarBlockMalformed:
+    case Reason::kJarBlockDigestUnsupported:
+    case Reason::kJarKeyUnusable:
+    case Reason::kJarSignatureMismatch:
+      return package.signatureBlock;
+    default:
+      return "";
+  }
+}
 
 std::string BlamedField(const Package& package, const Refusal& refusal) {
   std::string path = PathOf(package, refusal);

@@ -83,14 +83,23 @@ void Examine(int fd, const VerifyRules& rules, PackageReport& report,
   report.refusals = findings.refusals;
 }
 
-// Finds the field of the file that a refusal is about, where it is about one.
-void LocateField(int fd, FileReason& reason) {
+// Finds the fields of the file that the reasons are about, where they are about one.
+void LocateFields(int fd, Verdict& verdict) {
   const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
-  if (!mapping || !reason.refusal) return;
+  if (!mapping) return;
   const Anatomy::Package package = Anatomy::ReadPackage(mapping);
-  const std::string path = Anatomy::BlamedField(package, *reason.refusal);
-  const Anatomy::Field* field = path.empty() ? nullptr : Find(package.file, path);
-  if (field != nullptr) reason.place = {path, field->offset, field->size};
+  const auto locate = [&package](FileReason& reason) {
+    if (!reason.refusal) return;
+    FieldPlace& place = reason.place;
+    place.in = Anatomy::BlamedEntry(package, *reason.refusal);
+    const std::string path = Anatomy::BlamedField(package, *reason.refusal);
+    const Anatomy::Place found = path.empty() ? Anatomy::Place() : FindPlace(package.file, path);
+    const bool isInside = found.in != nullptr;
+    if (found.field == nullptr || isInside == place.in.empty()) return;
+    place = {place.in, path, found.field->offset, found.field->size};
+  };
+  locate(verdict.reason);
+  for (FileReason& reason : verdict.others) locate(reason);
 }
 
 // Splits `wanted` where the signer for a level may change.
@@ -206,6 +215,7 @@ Json ToJson(const FileReason& reason) {
                  {"message", EscapeInvalidUtf8(reason.message)},
                  {"hint", reason.hint.empty() ? Json() : Json(reason.hint)}};
   if (!reason.name.empty()) object["name"] = EscapeInvalidUtf8(reason.name);
+  if (!reason.place.in.empty()) object["in"] = EscapeInvalidUtf8(reason.place.in);
   if (!reason.place.field.empty()) {
     object.update({{"field", reason.place.field},
                    {"offset", reason.place.offset},
@@ -291,7 +301,7 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   Examine(fd, rules, report, ranges);
   if (!isForOne) report = ExamineLevels(fd, sdk, rules, blank, ranges, std::move(report));
   if (rules.locatesFields && report.verdict.status == Status::kRefused) {
-    LocateField(fd, report.verdict.reason);
+    LocateFields(fd, report.verdict);
   }
   if (!IsAsBefore(fd, opened.info)) {
     report = blank;

@@ -14,8 +14,9 @@ namespace Quill::Tool {
 
 // A field of the file, by its path in the tree that quillon inspect shows.
 struct FieldPlace {
+  std::string in;       // the entry inside which it lies; empty: the file itself
   std::string field;    // empty: not known
-  uint64_t offset = 0;  // bytes from the start of the file
+  uint64_t offset = 0;  // bytes from the start of the file, or of what the entry holds
   uint64_t size = 0;
 };
 
