@@ -37,11 +37,15 @@ const ApkSignatureBlock* FindPair(const std::vector<const ApkSignatureBlock*>& p
   return found == pairs.end() ? nullptr : *found;
 }
 
-// Warns of each ID that several pairs have.
+// Warns of each ID that several pairs have. Padding says nothing, however often it stands there.
 void WarnOfRepeatedPairs(const std::vector<const ApkSignatureBlock*>& pairs) {
+  constexpr uint32_t kPaddingId = 0x42726577;
   std::vector<uint32_t> ids;
   ids.reserve(pairs.size());
-  for (const ApkSignatureBlock* pair : pairs) ids.push_back(CopyRecord<ApkSignatureBlock>(pair).id);
+  for (const ApkSignatureBlock* pair : pairs) {
+    const uint32_t id = CopyRecord<ApkSignatureBlock>(pair).id;
+    if (id != kPaddingId) ids.push_back(id);
+  }
   std::sort(ids.begin(), ids.end());
   for (auto id = std::adjacent_find(ids.begin(), ids.end()); id != ids.end();
        id = std::adjacent_find(std::upper_bound(id, ids.end(), *id), ids.end())) {
