@@ -135,10 +135,12 @@ int Badness(Status status) {
 }
 
 // Judges for all levels that count. `first` is the report for the level `sdk`, which has found
-// `ranges`. Levels with the same signers are judged once.
+// `ranges`. Levels with the same signers are judged once. Each costs what the whole package does,
+// so there is a limit; a key that is rotated needs two.
 PackageReport ExamineLevels(int fd, uint32_t sdk, const VerifyRules& rules,
                             const PackageReport& blank, const std::vector<SdkRange>& ranges,
                             PackageReport first) {
+  constexpr size_t kMostJudged = 100;
   const SdkRange wanted = rules.sdk.value_or(SdkRange{0, kMostSdkLevel});
   std::map<std::vector<size_t>, PackageReport> reports;
   reports.emplace(RangesWith(sdk, ranges), first);
@@ -149,6 +151,16 @@ PackageReport ExamineLevels(int fd, uint32_t sdk, const VerifyRules& rules,
     // Unless the user names levels, those that nobody signed for do not count.
     if (!rules.sdk && signers.empty() && !ranges.empty()) continue;
     auto known = reports.find(signers);
+    if (known == reports.end() && reports.size() == kMostJudged) {
+      PackageReport report = blank;
+      report.verdict = {
+          Status::kUndecided,
+          {"too-many-signers",
+           fmt::format("its signers differ so often that more than {} SDK levels would count",
+                       kMostJudged),
+           "verify it for one level with --sdk", ""}};
+      return report;
+    }
     if (known == reports.end()) {
       if (!SetSdkLevel(piece.min)) return first;
       PackageReport report = blank;
