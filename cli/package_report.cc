@@ -295,8 +295,8 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   report.file = file;
   report.ignoreHalyxFilter = rules.ignoreHalyxFilter;
   const RegularFile opened = OpenRegularFile(file);
-  report.size = static_cast<uint64_t>(opened.info.st_size);
-  const bool isEmpty = opened.fd && report.size == 0;
+  if (opened.fd) report.size = static_cast<uint64_t>(opened.info.st_size);
+  const bool isEmpty = report.size == 0U;
   if (!opened.fd || isEmpty) {
     report.verdict = {
         Status::kUnreadable,
@@ -382,7 +382,7 @@ std::string ToJson(const PackageReport& report) {
   Json object = {
       {"schemaVersion", 2},
       {"file", EscapeInvalidUtf8(report.file)},
-      {"size", report.size},
+      {"size", OrNull(report.size)},
       {"status", NameOf(verdict.status)},
       {"reason", verdict.status == Status::kVerified ? Json() : ToJson(verdict.reason)},
       {"also", others},

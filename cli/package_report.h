@@ -46,8 +46,8 @@ struct LevelReport {
 // known, and isGoodApk, scheme and manufacturerKey are empty; isGoodZip is then true only of a file
 // that could not be mapped.
 struct PackageReport {
-  std::string file;   // as named on the command line
-  uint64_t size = 0;  // bytes
+  std::string file;              // as named on the command line
+  std::optional<uint64_t> size;  // in bytes; none: it was not opened, or the attempt was given up
   bool isGoodZip = false;
   bool isApk = false;
   bool isGoodApk = false;
