@@ -144,6 +144,7 @@ class FactReader {
     constexpr uint32_t kDebuggable = 0x0101000f;
     if (!hasManifest_ && Equals(element, length, "manifest")) {
       hasManifest_ = true;
+      facts_.isDebuggable = false;
       facts_.versionCode = NumberOf(tree, kVersionCode);
       const uint64_t major = NumberOf(tree, kVersionCodeMajor).value_or(0);
       if (facts_.versionCode) *facts_.versionCode += major << 32;
@@ -153,24 +154,36 @@ class FactReader {
       facts_.targetSdk = NumberOf(tree, kTargetSdkVersion);
     } else if (!hasApplication_ && Equals(element, length, "application")) {
       hasApplication_ = true;
-      facts_.isDebuggable = NumberOf(tree, kDebuggable).value_or(0) != 0;
+      if (const auto index = IndexOf(tree, kDebuggable)) {
+        const std::optional<uint32_t> number = NumberAt(tree, *index);
+        facts_.isDebuggable = number ? std::optional(*number != 0) : std::nullopt;
+      }
     }
   }
 
   const ManifestFacts& Facts() const { return facts_; }
 
  private:
-  // Returns the value of the current element's attribute with that resource ID.
-  static std::optional<uint32_t> NumberOf(const ResXMLTree& tree, uint32_t id) {
+  // Returns which attribute of the current element has that resource ID.
+  static std::optional<size_t> IndexOf(const ResXMLTree& tree, uint32_t id) {
     for (size_t i = 0; i < tree.getAttributeCount(); ++i) {
-      if (tree.getAttributeNameResID(i) != id) continue;
-      android::Res_value value;
-      if (tree.getAttributeValue(i, &value) < 0) return std::nullopt;
-      const bool isNumber = value.dataType >= android::Res_value::TYPE_FIRST_INT &&
-                            value.dataType <= android::Res_value::TYPE_LAST_INT;
-      return isNumber ? std::optional<uint32_t>(value.data) : std::nullopt;
+      if (tree.getAttributeNameResID(i) == id) return i;
     }
     return std::nullopt;
+  }
+
+  // Returns the value of an attribute; nothing for a text, and for a resource that has the value.
+  static std::optional<uint32_t> NumberAt(const ResXMLTree& tree, size_t index) {
+    android::Res_value value;
+    if (tree.getAttributeValue(index, &value) < 0) return std::nullopt;
+    const bool isNumber = value.dataType >= android::Res_value::TYPE_FIRST_INT &&
+                          value.dataType <= android::Res_value::TYPE_LAST_INT;
+    return isNumber ? std::optional<uint32_t>(value.data) : std::nullopt;
+  }
+
+  static std::optional<uint32_t> NumberOf(const ResXMLTree& tree, uint32_t id) {
+    const std::optional<size_t> index = IndexOf(tree, id);
+    return index ? NumberAt(tree, *index) : std::nullopt;
   }
 
   ManifestFacts facts_;

@@ -393,7 +393,7 @@ std::string ToJson(const PackageReport& report) {
       {"versionCode", OrNull(manifest.versionCode)},
       {"minSdk", OrNull(manifest.minSdk)},
       {"targetSdk", OrNull(manifest.targetSdk)},
-      {"debuggable", manifest.isDebuggable},
+      {"debuggable", OrNull(manifest.isDebuggable)},
       {"isGoodZip", report.isGoodZip},
       {"isApk", report.isApk},
       {"isGoodApk", report.isGoodApk},

@@ -47,7 +47,7 @@ struct ManifestFacts {
   std::optional<uint64_t> versionCode;  // with the major part in the upper half
   std::optional<uint32_t> minSdk;
   std::optional<uint32_t> targetSdk;
-  bool isDebuggable = false;
+  std::optional<bool> isDebuggable;  // false where it says nothing
 };
 
 // The functions below take note of what the verifier accepts, on the calling thread. libquillon.so
