@@ -2,8 +2,6 @@
 
 #include "cli/signer_report.h"
 
-#include <openssl/bytestring.h>
-#include <openssl/evp.h>
 #include <openssl/nid.h>
 #include <openssl/x509.h>
 
@@ -11,6 +9,7 @@
 
 #include <quillon/digest.h>
 
+#include "anatomy/certificate_facts.h"
 #include "util/text.h"
 
 namespace Quill::Tool {
@@ -29,30 +28,15 @@ bool IsDebugCertificate(const std::vector<uint8_t>& der) {
   return std::string(name) == "Android Debug";
 }
 
-const char* NameOfType(int type) {
-  switch (type) {
-    case EVP_PKEY_RSA:
-      return "RSA";
-    case EVP_PKEY_EC:
-      return "EC";
-    case EVP_PKEY_DSA:
-      return "DSA";
-    default:
-      return "unknown";
-  }
-}
-
 KeyReport Report(const AcceptedKey& key) {
   KeyReport report;
   report.certificateSha256 = Sha256Of(key.certificate);
   report.publicKeySha256 = Sha256Of(key.publicKey);
   report.flags = key.flags;
   report.isDebug = IsDebugCertificate(key.certificate);
-  CBS bytes;
-  CBS_init(&bytes, key.publicKey.data(), key.publicKey.size());
-  const bssl::UniquePtr<EVP_PKEY> parsed(EVP_parse_public_key(&bytes));
-  report.type = NameOfType(parsed ? EVP_PKEY_id(parsed.get()) : EVP_PKEY_NONE);
-  if (parsed) report.bits = static_cast<uint32_t>(EVP_PKEY_bits(parsed.get()));
+  const auto facts = Anatomy::ReadPublicKey(ByteCursor(key.publicKey));
+  report.type = facts ? facts->type : "unknown";
+  report.bits = facts ? facts->bits : 0;
   return report;
 }
 
