@@ -16,8 +16,6 @@
 namespace Quill::Tool {
 namespace {
 
-constexpr char kAskWho[] = "find out who made this package before you trust it";
-
 std::string SignersText(const std::vector<SignerReport>& signers) {
   std::vector<KeyChain> chains;
   for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
@@ -46,18 +44,20 @@ FileReason CheckFacts(const VerifyRules& rules, const PackageReport& report) {
   return {};
 }
 
-// Returns the first entry that a JAR manifest lists and the package does not have. Empty: none.
-std::string MissingEntry(Apk& apk) {
+// Returns the entries that the JAR manifest lists and the archive library cannot find. The manifest
+// itself stands for those of one that cannot be read.
+std::vector<std::string> LostEntries(Apk& apk) {
   std::string text;
   ManifestMf manifest;
   if (apk.ExtractByName(Apk::kMANIFEST_MF, text) != 0 || !manifest.load(std::move(text))) {
-    return Apk::kMANIFEST_MF;
+    return {Apk::kMANIFEST_MF};
   }
+  std::vector<std::string> names;
   for (const auto& [name, digest] : CollectEntryDigests(manifest)) {
     ZipEntry entry;
-    if (apk.FindEntry(name, &entry) != 0) return name;
+    if (apk.FindEntry(name, &entry) != 0) names.push_back(name);
   }
-  return "";
+  return names;
 }
 
 // Checks that a JAR signature covers every entry, and that none was added or taken away.
@@ -65,11 +65,17 @@ FileReason CheckEntries(Apk& apk, const Findings& findings) {
   const bool isCovered = ForEachEntry(apk, [&](const std::string& name, ZipEntry& entry) {
     return IsSignatureRelated(name) || apk.VerifyFileHash(name, &entry);
   });
-  if (!isCovered) return WhyEntryRefused(findings.refusals);
-  if (const std::string name = MissingEntry(apk); !name.empty()) {
+  const std::vector<std::string> lost = LostEntries(apk);
+  if (!isCovered) {
+    // The iteration stops at a damaged entry without its name. This notes a refusal with it.
+    for (const std::string& name : lost) static_cast<void>(apk.VerifyFileHash(name));
+    return WhyEntryRefused(findings.refusals);
+  }
+  if (!lost.empty()) {
     return {"v1.entry-missing",
-            "META-INF/MANIFEST.MF lists " + NameText(name) + ", which is missing",
-            "it was changed after signing: get it again from its source, or sign it again", name};
+            "META-INF/MANIFEST.MF lists " + NameText(lost.front()) + ", which is missing",
+            "it was changed after signing: get it again from its source, or sign it again",
+            lost.front()};
   }
   return {};
 }
@@ -92,7 +98,7 @@ FileReason CheckCover(Apk& apk, const Findings& findings, const DirectoryFacts& 
     // A block signature covers the whole directory, a JAR signature no more than entries.
     if (warning.code == "block.entries-inside" ||
         (isJar && warning.code == "archive.two-directories")) {
-      return {warning.code, warning.message, kAskWho, ""};
+      return {warning.code, warning.message, warning.hint, ""};
     }
   }
   return {};
@@ -120,6 +126,10 @@ FileReason CheckSigners(const PackageReport& report, SdkRange levels, const Veri
 
 FileReason CheckSet(const PackageReport& report, SdkRange levels, const Sibling& sibling) {
   const std::string first = FileText(sibling.file);
+  if (sibling.chains.empty() && report.file == sibling.file) {
+    return {"set.no-first", "it was not verified when it was read as the first of the set",
+            "verify it again", ""};
+  }
   if (sibling.chains.empty()) {
     return {"set.no-first", first + " is not verified, so there is nothing to compare with",
             "see what is wrong with that file", ""};
@@ -146,7 +156,7 @@ FileReason CheckWarnings(const VerifyRules& rules, const PackageReport& report) 
   for (const FileWarning& warning : report.warnings) {
     const bool isRefused =
         std::find(rules.refused.begin(), rules.refused.end(), warning.code) != rules.refused.end();
-    if (rules.isStrict || isRefused) return {warning.code, warning.message, "", ""};
+    if (rules.isStrict || isRefused) return {warning.code, warning.message, warning.hint, ""};
   }
   return {};
 }
@@ -171,8 +181,9 @@ void ApplyRules(Apk& apk, const Findings& findings, const DirectoryFacts& direct
     reason = CheckCover(apk, findings, directory, rules, report);
   }
   if (reason.code.empty() && !rules.expected.empty()) reason = CheckSigners(report, levels, rules);
-  if (reason.code.empty() && rules.sibling) reason = CheckSet(report, levels, *rules.sibling);
+  // Before the set: a first file with such a warning is none to compare others with.
   if (reason.code.empty()) reason = CheckWarnings(rules, report);
+  if (reason.code.empty() && rules.sibling) reason = CheckSet(report, levels, *rules.sibling);
   if (!reason.code.empty()) report.verdict = {Status::kRefused, reason};
 }
 

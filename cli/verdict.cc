@@ -26,7 +26,6 @@ struct ReasonText {
 };
 
 constexpr char kGetAgain[] = "get it again from its source";
-constexpr char kSignAgain[] = "get it again from its source, or sign it again";
 constexpr char kAskSigner[] = "whoever signed it must sign it again";
 constexpr ReasonText kTexts[] = {
     {Reason::kManifestUnreadable, Way::kArchive, "archive.manifest-damaged",
@@ -291,7 +290,8 @@ Verdict Judge(const Circumstances& file, const std::vector<Refusal>& refusals) {
 FileReason WhyEntryRefused(const std::vector<Refusal>& refusals) {
   const Refusal* refusal = First(refusals, Way::kJar);
   if (refusal != nullptr) return Describe(*refusal, 1);
-  return {"v1.entry-unreadable", "an entry cannot be found", "get it again from its source", ""};
+  return {"v1.entry-unreadable", "an entry that META-INF/MANIFEST.MF does not list cannot be found",
+          kGetAgain, ""};
 }
 
 const char* NameOf(Status status) {

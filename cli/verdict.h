@@ -12,6 +12,10 @@
 
 namespace Quill::Tool {
 
+// What several reasons and warnings advise.
+inline constexpr char kSignAgain[] = "get it again from its source, or sign it again";
+inline constexpr char kAskWho[] = "find out who made this package before you trust it";
+
 // A field of the file, by its path in the tree that quillon inspect shows.
 struct FieldPlace {
   std::string in;       // the entry inside which it lies; empty: the file itself

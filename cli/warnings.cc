@@ -18,36 +18,48 @@ struct WarningText {
   Warning warning;
   const char* code;
   const char* message;  // {0} is the number, {1} the name
-  bool isCount;         // the number counts entries
+  const char* hint;
+  bool isCount;  // the number counts entries
 };
 
+constexpr char kSignByBlock[] = "sign it with v2 or v3";
+constexpr char kNewKey[] = "sign it with RSA of 2048 bits or more, or with EC";
 constexpr WarningText kWarningTexts[] = {
     {Warning::kRepeatedPair, "block.repeated-pairs",
-     "several pairs of the signing block have the ID {0:#x}, and the first counts", false},
+     "several pairs of the signing block have the ID {0:#x}, and the first counts", kSignAgain,
+     false},
     {Warning::kFurtherSigners, "v2.further-signers",
-     "the identity is the first signer's; {0} more signed it", true},
+     "the identity is the first signer's; {0} more signed it", "check that all of them may sign it",
+     true},
     {Warning::kStrippedSchemeNamed, "v2.names-v3",
-     "the v2 signature says that there is a v3 signature, but there is none", false},
+     "the v2 signature says that there is a v3 signature, but there is none",
+     "get it again from its source: somebody may have removed a signature", false},
     {Warning::kLineageAlgorithmsDiffer, "v3.lineage-algorithms",
-     "level {0} of the lineage is signed with another algorithm than it states", false},
+     "level {0} of the lineage is signed with another algorithm than it states",
+     "whoever signed it must make the lineage again", false},
     {Warning::kSeveralCertificates, "v1.several-certificates",
-     "the signature block has {0} certificates, and the key of the last one counts", true},
-    {Warning::kWeakDigest, "v1.weak-digest", "it was checked by {1} alone", false},
+     "the signature block has {0} certificates, and the key of the last one counts", kSignAgain,
+     true},
+    {Warning::kWeakDigest, "v1.weak-digest", "it was checked by {1} alone",
+     "sign it with SHA-256, or with v2 or v3", false},
     {Warning::kPartlyCovered, "v1.partly-covered",
-     "only classes.dex was checked; entries that were not: {0}", true},
+     "only classes.dex was checked; entries that were not: {0}", kSignByBlock, true},
     {Warning::kNoClassesDex, "v1.no-classes-dex",
-     "there is no classes.dex, and nothing else is checked; entries: {0}", true},
+     "there is no classes.dex, and nothing else is checked; entries: {0}", kSignByBlock, true},
     {Warning::kJarForTargetSdk, "v1.target-sdk",
-     "it is for SDK level {0}, where platforms demand a v2 signature", false},
+     "it is for SDK level {0}, where platforms demand a v2 signature", kSignByBlock, false},
     {Warning::kSeveralFiles, "v1.several-signature-files",
-     "it has {0} signature files, and the first counts", true},
-    {Warning::kRsaShort, "key.rsa-short", "a key is RSA with {0} bits, fewer than 2048", false},
-    {Warning::kDsaKey, "key.dsa", "the identity is a DSA key", false},
-    {Warning::kDebugCertificate, "key.debug", "it is signed with a debug certificate", false},
+     "it has {0} signature files, and the first counts", kSignAgain, true},
+    {Warning::kRsaShort, "key.rsa-short", "a key is RSA with {0} bits, fewer than 2048", kNewKey,
+     false},
+    {Warning::kDsaKey, "key.dsa", "the identity is a DSA key", kNewKey, false},
+    {Warning::kDebugCertificate, "key.debug", "it is signed with a debug certificate",
+     "sign it with the key for releases", false},
     {Warning::kEntriesInBlock, "block.entries-inside",
-     "entries that lie inside the signing block, where no signature covers them: {0}", true},
+     "entries that lie inside the signing block, where no signature covers them: {0}", kAskWho,
+     true},
     {Warning::kTwoDirectories, "archive.two-directories",
-     "entries of the central directory that the end record does not count: {0}", true},
+     "entries of the central directory that the end record does not count: {0}", kAskWho, true},
 };
 static_assert(std::size(kWarningTexts) == static_cast<size_t>(Warning::kTwoDirectories) + 1);
 
@@ -64,7 +76,8 @@ void Add(std::vector<FileWarning>& out, Warning warning, uint64_t number,
     known->count += count;
     return;
   }
-  out.push_back({text.code, fmt::format(fmt::runtime(text.message), number, name), count});
+  out.push_back(
+      {text.code, fmt::format(fmt::runtime(text.message), number, name), text.hint, count});
 }
 
 void WarnOfKeys(const std::vector<SignerReport>& signers, std::vector<FileWarning>& out) {

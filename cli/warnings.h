@@ -18,6 +18,7 @@ namespace Quill::Tool {
 struct FileWarning {
   std::string code;     // such as "key.dsa"; stable, docs/reasons.md lists them
   std::string message;  // one sentence without a full stop
+  std::string hint;     // what to do next
   uint64_t count = 1;   // of entries, or of the times that it was found
 };
 
