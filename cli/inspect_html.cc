@@ -212,7 +212,7 @@ class PageWriter {
     Put(Code(signer.path));
     if (!signer.block.empty()) Put(' ' + Code(signer.block));
     if (signer.minSdk && signer.maxSdk) {
-      Put(fmt::format(", SDK {} to {}", *signer.minSdk, *signer.maxSdk));
+      Put(", SDK " + SdkRangeText(*signer.minSdk, *signer.maxSdk));
     }
     Put("</p>\n");
     for (const Anatomy::AlgorithmFacts& algorithm : signer.signatures) {

@@ -9,6 +9,7 @@
 
 #include "cli/inspection.h"
 #include "util/escape.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -173,7 +174,7 @@ class TextWriter {
     std::string text = signer.scheme + ", " + signer.path;
     if (!signer.block.empty()) text += ' ' + Quote(Shown(signer.block));
     if (!signer.minSdk || !signer.maxSdk) return text;
-    return text + fmt::format(", SDK {} to {}", *signer.minSdk, *signer.maxSdk);
+    return text + ", SDK " + SdkRangeText(*signer.minSdk, *signer.maxSdk);
   }
 
   void WriteOther(const Anatomy::SignerFacts& signer) {

@@ -33,7 +33,9 @@ void PrintDiagnostic(std::string_view message) {
 }
 
 std::string FileText(const std::string& file) {
-  return file.find_first_of(":,") == std::string::npos && file[0] != '"' ? file : Quote(file);
+  const bool isPlain =
+      !file.empty() && file.find_first_of(":,") == std::string::npos && file[0] != '"';
+  return isPlain ? file : Quote(file);
 }
 
 std::string NameText(const std::string& name) {

@@ -285,7 +285,7 @@ std::string LevelsText(const PackageReport& report) {
       report.levels.begin(), report.levels.end(),
       [&](const LevelReport& level) { return level.verdict.status == report.verdict.status; });
   if (found == report.levels.end()) return "";
-  return fmt::format(" at SDK level {}-{}", found->levels.min, found->levels.max);
+  return " at SDK level " + SdkRangeText(found->levels.min, found->levels.max);
 }
 
 }  // namespace

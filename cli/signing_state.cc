@@ -14,6 +14,7 @@
 #include "cli/expected_signer.h"
 #include "cli/sdk_level.h"
 #include "util/escape.h"
+#include "util/text.h"
 
 namespace Quill::Tool {
 namespace {
@@ -116,7 +117,7 @@ void AddSigner(const Anatomy::Package& package, const SignerFacts& signer, Json&
   }
   add("algorithms", AlgorithmsOf(package, signer), ", ");
   if (signer.minSdk && signer.maxSdk) {
-    add("sdkRanges", {fmt::format("{}-{}", *signer.minSdk, *signer.maxSdk)}, "");
+    add("sdkRanges", {SdkRangeText(*signer.minSdk, *signer.maxSdk)}, "");
   }
   std::vector<std::string> certificates;
   for (const auto& certificate : signer.certificates) {
@@ -167,8 +168,8 @@ Json SigningFacts(const PackageReport& report, const Anatomy::Package* package) 
     facts[name] = Json::array();
   }
   for (const LevelSigners& level : LevelsIn(report)) {
-    facts["keys"].push_back(fmt::format("SDK {}-{}: {}", level.levels.min, level.levels.max,
-                                        TextOf(ChainsIn({level}))));
+    facts["keys"].push_back(fmt::format(
+        "SDK {}: {}", SdkRangeText(level.levels.min, level.levels.max), TextOf(ChainsIn({level}))));
   }
   if (package == nullptr) return facts;
   // All that there are: a tree has a limited number of fields.

@@ -13,6 +13,7 @@
 #include "findings/refusal.h"
 #include "schemes/signer_fields.h"
 #include "util/log.h"
+#include "util/text.h"
 
 namespace Quill {
 namespace {
@@ -40,14 +41,14 @@ bool TakeSdkRange(ByteCursor& fields, uint32_t& minSdk, uint32_t& maxSdk) {
   return true;
 }
 
-// Lists the SDK ranges of the first signers, such as "24-27, 28-33".
+// Lists the SDK ranges of the first signers, such as "24-27, 28 and later".
 std::string RangesOf(const std::vector<ApkSigningBlockV3::SignerV3>& signers) {
   constexpr size_t kMost = 8;
   std::string ranges;
   for (size_t i = 0; i < std::min(signers.size(), kMost); ++i) {
     const auto& signer = signers[i];
     if (!ranges.empty()) ranges += ", ";
-    ranges += std::to_string(signer.minSdk) + "-" + std::to_string(signer.maxSdk);
+    ranges += SdkRangeText(signer.minSdk, signer.maxSdk);
   }
   return ranges;
 }

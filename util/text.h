@@ -20,4 +20,7 @@ namespace Quill {
 // Returns the bytes as lowercase hexadecimal digits, two for each.
 [[nodiscard]] std::string ToHex(const uint8_t* data, size_t size);
 
+// Returns a range of SDK levels for people, such as "28", "24-27" or "28 and later".
+[[nodiscard]] std::string SdkRangeText(uint32_t min, uint32_t max);
+
 }  // namespace Quill
