@@ -16,6 +16,7 @@
 #include "anatomy/signing_block_fields.h"
 #include "anatomy/tiling.h"
 #include "anatomy/zip_fields.h"
+#include "anatomy/zip_records.h"
 #include "signing_block/apk_package.h"
 #include "signing_block/zip_format.h"
 #include "util/text.h"
@@ -228,10 +229,11 @@ class PackageReader {
       }
       constexpr uint16_t kHasDescriptor = 8;
       ZipEntry found;
-      LocalEntry known = {record.compressedSize, (record.flags & kHasDescriptor) != 0};
+      LocalEntry known = {record.dataSize, (record.flags & kHasDescriptor) != 0};
       const int32_t result = archive_.IsOpen() ? archive_.Find(record.name, found) : -1;
       if (result == 0) {
-        known.dataSize = found.compressed_length;
+        known.dataSize =
+            DataSizeOf(found.method, found.compressed_length, found.uncompressed_length);
         known.hasDescriptor = found.has_data_descriptor != 0;
       }
       ByteCursor cursor = From(record.localHeaderOffset);

@@ -6,6 +6,7 @@
 #include <string>
 #include <utility>
 
+#include "anatomy/zip_records.h"
 #include "signing_block/zip_format.h"
 
 namespace Quill::Anatomy {
@@ -17,8 +18,8 @@ struct RecordField {
   Shape shape;
 };
 
-constexpr RecordField kLocalHeader[] = {
-    {"signature", 4, Shape::kId},
+// In the local header and in the central record, behind what they start with.
+constexpr RecordField kEntry[] = {
     {"versionNeeded", 2, Shape::kNumber},
     {"flags", 2, Shape::kId},
     {"method", 2, Shape::kMethod},
@@ -30,22 +31,18 @@ constexpr RecordField kLocalHeader[] = {
     {"extraLength", 2, Shape::kNumber},
 };
 
-constexpr RecordField kCentralRecord[] = {
+constexpr RecordField kLocalStart[] = {
+    {"signature", 4, Shape::kId},
+};
+
+constexpr RecordField kCentralStart[] = {
     {"signature", 4, Shape::kId},
     {"versionMadeBy", 2, Shape::kId},
-    {"versionNeeded", 2, Shape::kNumber},
-    {"flags", 2, Shape::kId},
-    {"method", 2, Shape::kMethod},
-    {"modified", 4, Shape::kTime},
-    {"crc32", 4, Shape::kId},
-    {"compressedSize", 4, Shape::kNumber},
-    {"uncompressedSize", 4, Shape::kNumber},
-    {"nameLength", 2, Shape::kNumber},
-    {"extraLength", 2, Shape::kNumber},
-    {"commentLength", 2, Shape::kNumber},
-    {"diskNumber", 2, Shape::kNumber},
-    {"internalAttributes", 2, Shape::kId},
-    {"externalAttributes", 4, Shape::kId},
+};
+
+constexpr RecordField kCentralEnd[] = {
+    {"commentLength", 2, Shape::kNumber},     {"diskNumber", 2, Shape::kNumber},
+    {"internalAttributes", 2, Shape::kId},    {"externalAttributes", 4, Shape::kId},
     {"localHeaderOffset", 4, Shape::kNumber},
 };
 
@@ -67,25 +64,6 @@ constexpr RecordField kDescriptor[] = {
     {"uncompressedSize", 4, Shape::kNumber},
 };
 
-// APPNOTE 4.3.7 and 4.3.12: the same fields as in the tables above.
-struct __attribute__((packed)) LocalHeaderRecord {
-  static constexpr uint32_t kSignature = 0x04034b50;  // "PK\3\4"
-  uint32_t signature;
-  uint16_t versionNeeded, flags, method;
-  uint32_t modified, crc32, compressedSize, uncompressedSize;
-  uint16_t nameLength, extraLength;
-};
-static_assert(sizeof(LocalHeaderRecord) == 30);
-
-struct __attribute__((packed)) CentralDirectoryRecord {
-  uint32_t signature;
-  uint16_t versionMadeBy, versionNeeded, flags, method;
-  uint32_t modified, crc32, compressedSize, uncompressedSize;
-  uint16_t nameLength, extraLength, commentLength, diskNumber, internalAttributes;
-  uint32_t externalAttributes, localHeaderOffset;
-};
-static_assert(sizeof(CentralDirectoryRecord) == 46);
-
 constexpr uint16_t kHasDescriptor = 8;                 // in flags
 constexpr uint32_t kDescriptorSignature = 0x08074b50;  // "PK\7\8"
 
@@ -95,8 +73,10 @@ constexpr uint64_t SizeOf(const RecordField (&table)[count]) {
   for (const RecordField& field : table) size += field.size;
   return size;
 }
-static_assert(SizeOf(kLocalHeader) == sizeof(LocalHeaderRecord));
-static_assert(SizeOf(kCentralRecord) == sizeof(CentralDirectoryRecord));
+static_assert(SizeOf(kEntry) == sizeof(EntryRecord));
+static_assert(SizeOf(kLocalStart) + sizeof(EntryRecord) == sizeof(LocalHeaderRecord));
+static_assert(SizeOf(kCentralStart) + sizeof(EntryRecord) + SizeOf(kCentralEnd) ==
+              sizeof(CentralDirectoryRecord));
 static_assert(SizeOf(kEndRecord) == sizeof(EocdRecord));
 static_assert(SizeOf(kDescriptor) == 16);
 
@@ -137,11 +117,12 @@ void Enclose(Field& field) {
 
 // Returns false when name or extra field is cut short.
 bool TakeLocalHeader(const FieldReader& reader, ByteCursor& cursor, Field& entry,
-                     const LocalHeaderRecord& record) {
+                     const EntryRecord& record) {
   Field header = reader.Make("localHeader", ByteCursor(cursor.Data(), 0), Shape::kGroup);
-  header.fields.reserve(std::size(kLocalHeader) + (record.nameLength != 0) +
+  header.fields.reserve(std::size(kLocalStart) + std::size(kEntry) + (record.nameLength != 0) +
                         (record.extraLength != 0));
-  TakeTable(reader, kLocalHeader, cursor, header);
+  TakeTable(reader, kLocalStart, cursor, header);
+  TakeTable(reader, kEntry, cursor, header);
   const bool isWhole =
       TakeVariable(reader, cursor, header, "name", record.nameLength, Shape::kText) &&
       TakeVariable(reader, cursor, header, "extra", record.extraLength, Shape::kBytes);
@@ -175,19 +156,22 @@ bool TakeCentralRecord(const FieldReader& reader, ByteCursor& cursor, Field& par
   if (record.signature != CentralDirectory::kSignature) {
     return reader.Fail(cursor, parent, "no record of the central directory");
   }
-  const uint64_t size =
-      sizeof record + record.nameLength + record.extraLength + record.commentLength;
+  const EntryRecord& entry = record.entry;
+  const uint64_t size = sizeof record + entry.nameLength + entry.extraLength + record.commentLength;
   if (size > cursor.Remaining()) return reader.Fail(cursor, parent, "a record is cut short");
   ByteCursor bytes = cursor.TakeAtMost(size);
   Field field = reader.Make("", bytes, Shape::kGroup, index);
-  field.fields.reserve(std::size(kCentralRecord) + (record.nameLength != 0) +
-                       (record.extraLength != 0) + (record.commentLength != 0));
-  TakeTable(reader, kCentralRecord, bytes, field);
-  out = {record.flags, record.compressedSize, record.localHeaderOffset,
-         TextOf(ByteCursor(bytes.Data(), record.nameLength))};
+  field.fields.reserve(std::size(kCentralStart) + std::size(kEntry) + std::size(kCentralEnd) +
+                       (entry.nameLength != 0) + (entry.extraLength != 0) +
+                       (record.commentLength != 0));
+  TakeTable(reader, kCentralStart, bytes, field);
+  TakeTable(reader, kEntry, bytes, field);
+  TakeTable(reader, kCentralEnd, bytes, field);
+  out = {entry.flags, DataSizeOf(entry), record.localHeaderOffset,
+         TextOf(ByteCursor(bytes.Data(), entry.nameLength))};
   static_cast<void>(
-      TakeVariable(reader, bytes, field, "name", record.nameLength, Shape::kText) &&
-      TakeVariable(reader, bytes, field, "extra", record.extraLength, Shape::kBytes) &&
+      TakeVariable(reader, bytes, field, "name", entry.nameLength, Shape::kText) &&
+      TakeVariable(reader, bytes, field, "extra", entry.extraLength, Shape::kBytes) &&
       TakeVariable(reader, bytes, field, "comment", record.commentLength, Shape::kText));
   reader.Append(parent, std::move(field));
   return true;
@@ -212,12 +196,12 @@ Field TakeEntry(const FieldReader& reader, ByteCursor& cursor, int32_t index,
     entry.AddNote("no local header at " + std::to_string(entry.offset));
     return entry;
   }
-  const auto record = CopyRecord<LocalHeaderRecord>(cursor.Data());
+  const EntryRecord record = CopyRecord<LocalHeaderRecord>(cursor.Data()).entry;
   LocalEntry data;
   if (known != nullptr) {
     data = *known;
   } else if ((record.flags & kHasDescriptor) == 0 || record.compressedSize != 0) {
-    data = {record.compressedSize, (record.flags & kHasDescriptor) != 0};
+    data = {DataSizeOf(record), (record.flags & kHasDescriptor) != 0};
   } else {
     entry.AddNote("its size stands behind its data, whose end is not known without it");
   }

@@ -16,7 +16,7 @@ namespace Quill::Anatomy {
 // What a record of the central directory says that others need.
 struct CentralRecord {
   uint16_t flags = 0;
-  uint64_t compressedSize = 0;
+  uint64_t dataSize = 0;
   uint64_t localHeaderOffset = 0;
   std::string_view name;  // borrowed from the file
 };
@@ -28,7 +28,7 @@ struct CentralRecord {
 
 // What the archive says of an entry besides its local header.
 struct LocalEntry {
-  uint64_t dataSize = 0;       // of the compressed data
+  uint64_t dataSize = 0;       // as it is stored in the archive
   bool hasDescriptor = false;  // behind the data
 };
 

@@ -196,7 +196,12 @@ std::string Inspect(const InspectOptions& options, const OutputFile& output) {
 }
 
 ExitStatus PrintEnd(const InspectOptions& options, const ChildResult& result) {
-  const PackageReport report = ReportOfEnd(options.file, options.rules, result, options.limits);
+  PackageReport report = ReportOfEnd(options.file, options.rules, result, options.limits);
+  if (result.end == ChildEnd::kTimeLimit || result.end == ChildEnd::kLate ||
+      result.end == ChildEnd::kMemoryLimit) {
+    report.verdict.reason.hint =
+        "if you trust it, use quillon verify, which has --time-limit and --memory-limit";
+  }
   if (options.json) {
     Inspection inspection;
     inspection.report = report;

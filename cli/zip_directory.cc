@@ -9,47 +9,21 @@
 #include <cstring>
 #include <vector>
 
+#include "anatomy/zip_records.h"
+
 namespace Quill::Tool {
 namespace {
 
-// A central directory file header without its name, extra field and comment (APPNOTE 4.3.12).
-struct __attribute__((packed)) DirectoryRecord {
-  uint32_t signature;
-  uint8_t versionsAndFlags[6];  // not read
-  uint16_t method;
-  uint8_t timeToChecksum[8];  // not read
-  uint32_t compressedSize;
-  uint32_t uncompressedSize;
-  uint16_t nameLength;
-  uint16_t extraLength;
-  uint16_t commentLength;
-  uint8_t attributes[8];  // not read
-  uint32_t localHeaderOffset;
-};
-static_assert(sizeof(DirectoryRecord) == 46);
-
-// A local file header without its name and extra field (APPNOTE 4.3.7).
-struct __attribute__((packed)) LocalHeader {
-  uint8_t signatureToSizes[26];  // not read
-  uint16_t nameLength;
-  uint16_t extraLength;
-};
-static_assert(sizeof(LocalHeader) == 30);
-
-// Returns how many bytes of the archive a reader may take as the data of an entry. Of one that is
-// stored, the archive library reads the uncompressed size, and does not compare the two.
-uint64_t DataSize(const DirectoryRecord& record) {
-  const uint32_t compressed = record.compressedSize;
-  const uint32_t uncompressed = record.uncompressedSize;
-  return record.method == 0 ? std::max(compressed, uncompressed) : compressed;
-}
+using Anatomy::CentralDirectoryRecord;
+using Anatomy::LocalHeaderRecord;
 
 // Returns the offset behind the data of an entry; where that cannot be read, behind its header.
-uint64_t EndOf(int fd, const DirectoryRecord& record) {
+uint64_t EndOf(int fd, const CentralDirectoryRecord& record) {
   const uint64_t start = record.localHeaderOffset;
-  LocalHeader header;
+  LocalHeaderRecord header;
   if (!ReadAt(fd, start, &header, sizeof header)) return start + sizeof header;
-  return start + sizeof header + header.nameLength + header.extraLength + DataSize(record);
+  return start + sizeof header + header.entry.nameLength + header.entry.extraLength +
+         DataSizeOf(record.entry);
 }
 
 }  // namespace
@@ -86,23 +60,24 @@ DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize) {
   std::memcpy(&counted, &end.diskFields[6], sizeof counted);
   uint64_t count = 0;
   size_t offset = 0;
-  while (bytes.size() - offset >= sizeof(DirectoryRecord)) {
-    const auto record = CopyRecord<DirectoryRecord>(&bytes[offset]);
+  while (bytes.size() - offset >= sizeof(CentralDirectoryRecord)) {
+    const auto record = CopyRecord<CentralDirectoryRecord>(&bytes[offset]);
     const size_t size =
-        sizeof record + record.nameLength + record.extraLength + record.commentLength;
+        sizeof record + record.entry.nameLength + record.entry.extraLength + record.commentLength;
     if (record.signature != CentralDirectory::kSignature || size > bytes.size() - offset) break;
     offset += size;
     ++count;
     // Only an entry that may reach the block is looked at more closely.
     const uint64_t start = record.localHeaderOffset;
     const bool isNear =
-        start + sizeof(LocalHeader) + kMostNameAndExtra + DataSize(record) > blockOffset;
+        start + sizeof(LocalHeaderRecord) + kMostNameAndExtra + DataSizeOf(record.entry) >
+        blockOffset;
     if (isNear && start < blockOffset + blockSize && EndOf(fd, record) > blockOffset) {
       ++facts.entriesInBlock;
     }
   }
   // More records may stand behind other bytes.
-  for (; bytes.size() - offset >= sizeof(DirectoryRecord); ++offset) {
+  for (; bytes.size() - offset >= sizeof(CentralDirectoryRecord); ++offset) {
     uint32_t signature;
     std::memcpy(&signature, &bytes[offset], sizeof signature);
     if (signature == CentralDirectory::kSignature) ++count;
