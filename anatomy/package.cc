@@ -335,4 +335,17 @@ const Field* FindEntryOf(const Package& package, const std::string& name) {
   return found;
 }
 
+std::string NumberedPath(const Package& package, const std::string& path) {
+  constexpr std::string_view kStart = "entries[";
+  if (!StartsWith(path, kStart) || Find(package.file, path) != nullptr) return path;
+  // A name may have brackets, too.
+  for (size_t end = path.find(']'); end != std::string::npos; end = path.find(']', end + 1)) {
+    const Field* entry = FindEntryOf(package, path.substr(kStart.size(), end - kStart.size()));
+    if (entry == nullptr) continue;
+    std::string numbered = entry->Name() + path.substr(end + 1);
+    if (Find(package.file, numbered) != nullptr) return numbered;
+  }
+  return path;
+}
+
 }  // namespace Quill::Anatomy

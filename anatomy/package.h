@@ -40,4 +40,9 @@ struct Package {
 // Returns the entry of that name: the last that the central directory lists. Null: there is none.
 [[nodiscard]] const Field* FindEntryOf(const Package& package, const std::string& name);
 
+// Returns the path of the field that a user means. It may have the name of an entry in place of its
+// number, as in "entries[classes.dex].data"; a number of an entry counts as such. A path that leads
+// nowhere is returned as it is.
+[[nodiscard]] std::string NumberedPath(const Package& package, const std::string& path);
+
 }  // namespace Quill::Anatomy

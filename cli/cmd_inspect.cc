@@ -161,7 +161,6 @@ std::string FindConflict(const InspectOptions& options) {
 std::string Inspect(const InspectOptions& options, const OutputFile& output) {
   output.Clear();
   Inspection inspection;
-  inspection.field = options.field;
   // One open file for both readings, so that they see the same one.
   const RegularFile opened = OpenRegularFile(options.file);
   inspection.report = VerifyPackage(
@@ -181,7 +180,8 @@ std::string Inspect(const InspectOptions& options, const OutputFile& output) {
     const auto& refusal = report.verdict.reason.refusal;
     if (refusal) inspection.blamed = Anatomy::BlamedField(package, *refusal);
     if (report.verdict.reason.code == "block.magic") inspection.blamed = "signingBlock.magic";
-    if (Find(package.file, options.field) == nullptr) return {kNoSuchField};
+    inspection.field = NumberedPath(package, options.field);
+    if (Find(package.file, inspection.field) == nullptr) return {kNoSuchField};
   } else if (!options.json) {
     return static_cast<char>(kFirstStatus + ExitOf(report.verdict.status)) + ToText(report);
   }
@@ -259,7 +259,8 @@ CommandRun DeclareInspect(CLI::App& parser) {
       ->type_name("OUT");
   parser
       .add_option("--field", options->field,
-                  "Show this branch alone, and its bytes, such as signingBlock.v3.signers[0]")
+                  "Show this branch alone, and its bytes, such as signingBlock.v3.signers[0], or "
+                  "entries[classes.dex] for the entry of that name")
       ->type_name("PATH");
   AcceptText(parser.get_option("--field"));
   parser
@@ -273,6 +274,8 @@ CommandRun DeclareInspect(CLI::App& parser) {
   SetHelp(parser, {{{"Show what a package is made of", "quillon inspect app.apk"},
                     {"Show its first v3 signer, and the bytes of it",
                      "quillon inspect --field 'signingBlock.v3.signers[0]' app.apk"},
+                    {"Show one of its entries",
+                     "quillon inspect --field 'entries[AndroidManifest.xml]' app.apk"},
                     {"Draw it in a page for a browser", "quillon inspect --html app.html app.apk"},
                     {"Write every field as JSON", "quillon inspect --json app.apk >app.json"}},
                    {{kDone, "the package was verified"},
