@@ -131,7 +131,6 @@ std::string LeadInside(const Package& package, const Refusal& refusal, const std
 }
 
 std::string PathOf(const Package& package, const Refusal& refusal) {
-  const Field* block = package.file.Child("signingBlock");
   switch (refusal.reason) {
     case Reason::kManifestUnreadable:
     case Reason::kManifestMalformed:
@@ -147,7 +146,7 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
     case Reason::kBlockEndRecord:
       return "endRecord";
     case Reason::kBlockPairs:
-      return block == nullptr ? "" : FindUnread(*block, "signingBlock");
+      return "signingBlock.unread";
     case Reason::kBlockNoScheme:
       return "signingBlock";
     case Reason::kJarNoBlock:

@@ -13,11 +13,12 @@ namespace Quill::Anatomy {
 namespace {
 
 constexpr uint64_t kLeastPair = sizeof(ApkSignatureBlock::id);
+constexpr uint32_t kSourceStampId = 0x6dff800d;
 
 struct PairKind {
   uint32_t id;
   const char* name;
-  int scheme;  // 0: its value is not read
+  int scheme;  // 0: none
 };
 
 constexpr PairKind kPairKinds[] = {
@@ -25,7 +26,7 @@ constexpr PairKind kPairKinds[] = {
     {ApkSignatureBlock::kSchemeV3Id, "v3", 3},
     {0x1b93ad61, "v31", 3},
     {0x42726577, "padding", 0},
-    {0x6dff800d, "sourceStamp", 0},
+    {kSourceStampId, "sourceStamp", 0},
     {0x504b4453, "dependencyMetadata", 0},
 };
 constexpr PairKind kUnknownPair = {0, "pairs", 0};
@@ -35,6 +36,63 @@ const PairKind& KindOf(uint32_t id) {
     if (kind.id == id) return kind;
   }
   return kUnknownPair;
+}
+
+// Takes what `items` hold: each with a length, an ID, and what `takeValue` takes behind that.
+template <class TakeValue>
+void TakeIdItems(const FieldReader& reader, ByteCursor items, Field& sequence, const char* idName,
+                 Shape shape, TakeValue takeValue) {
+  for (int32_t i = 0; items.Remaining() != 0; ++i) {
+    ByteCursor item;
+    uint32_t id;
+    Field* field = reader.TakeItem(items, sequence, "", i, item);
+    if (field == nullptr) return;
+    if (reader.TakeU32(item, *field, idName, shape, id)) takeValue(item, *field);
+    reader.TakeRest(item, *field, "unused");
+  }
+}
+
+// Takes the value of a source stamp: who vouches for the origin of the package, by signatures over
+// the digests of each scheme and over attributes. The verifier reads none of it.
+void TakeSourceStamp(const FieldReader& reader, ByteCursor value, Field& pair) {
+  const auto takeSignatures = [&reader](ByteCursor& cursor, Field& parent) {
+    ByteCursor items;
+    Field* sequence = reader.TakeItem(cursor, parent, "signatures", -1, items);
+    if (sequence == nullptr) return;
+    TakeIdItems(reader, items, *sequence, "algorithm", Shape::kAlgorithm,
+                [&reader](ByteCursor& item, Field& signature) {
+                  ByteCursor bytes;
+                  Field* field = reader.TakeItem(item, signature, "signature", -1, bytes);
+                  if (field != nullptr) reader.TakeRest(bytes, *field, "value");
+                });
+  };
+  ByteCursor body;
+  ByteCursor inner;
+  Field* stamp = reader.TakeItem(value, pair, "stamp", -1, body);
+  if (stamp == nullptr) return;
+  if (Field* field = reader.TakeItem(body, *stamp, "certificate", -1, inner)) {
+    if (inner.Remaining() != 0) {
+      reader.TakeBytes(inner, *field, "certificate", inner.Remaining(), Shape::kCertificate);
+    }
+  }
+  if (body.Remaining() != 0) {
+    if (Field* field = reader.TakeItem(body, *stamp, "schemes", -1, inner)) {
+      TakeIdItems(reader, inner, *field, "scheme", Shape::kNumber, takeSignatures);
+    }
+  }
+  if (body.Remaining() != 0) {
+    ByteCursor items;
+    Field* field = reader.TakeItem(body, *stamp, "attributes", -1, inner);
+    Field* list = field == nullptr ? nullptr : reader.TakeItem(inner, *field, "list", -1, items);
+    if (list != nullptr) {
+      TakeIdItems(reader, items, *list, "id", Shape::kId,
+                  [&reader](ByteCursor& item, Field& to) { reader.TakeRest(item, to, "value"); });
+      reader.TakeRest(inner, *field, "unused");
+    }
+  }
+  if (body.Remaining() != 0) takeSignatures(body, *stamp);
+  reader.TakeRest(body, *stamp, "unused");
+  reader.TakeRest(value, pair, "unused");
 }
 
 // Numbers the pairs of each name; the first has no number. Those without a name of their own have
@@ -73,6 +131,8 @@ bool TakePair(const FieldReader& reader, ByteCursor& pairs, PairNumbers& numbers
   reader.TakeBytes(value, pair, "id", sizeof id, Shape::kPairId);
   if (kind.scheme != 0) {
     TakeSigners(reader, value, kind.scheme == 3, pair);
+  } else if (id == kSourceStampId) {
+    TakeSourceStamp(reader, value, pair);
   } else {
     reader.TakeRest(value, pair, "value");
   }
