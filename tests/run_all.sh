@@ -46,10 +46,8 @@ Check_tidy() {  # clang-tidy finds nothing
     sed -n 's/^ *"file": "\(.*\)",\{0,1\}$/\1/p' build/clang/compile_commands.json | sort -u)
 }
 
-Check_analyzer() {  # clang's static analyzer finds nothing in the products
-  cmake --preset clang -D CMAKE_UNITY_BUILD=OFF  # it does not look into included files
-  Tidy '-*,clang-analyzer-*,-clang-analyzer-optin.performance.Padding' < <(
-    git ls-files '*.cc' ':!tests' ':!fuzz' ':!benchmarks')
+Check_analyzer() {  # clang's static analyzer finds nothing in the library and the simulator
+  Analyze util findings crypto jar signing_block schemes apk integrity simulator host
 }
 
 Check_libcxx() {  # the library compiles with the device's C++ library, and without run-time type information
@@ -134,6 +132,7 @@ BuildLibrary() {
   cmake --build build/library
 }
 
+Long_analyzer_tool() { Analyze anatomy cli manual; }  # clang's static analyzer finds nothing in the tool
 Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
 Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
 Long_differences() { scripts/differences.sh --check; }  # docs/differences.md has the table that its script makes
@@ -161,6 +160,11 @@ Fuzz() {
 Tidy() {  # Tidy CHECKS: over the files of the list on standard input
   xargs -d '\n' -n 1 -P "$(nproc)" clang-tidy -p build/clang --checks="$1" --quiet \
     2> >(grep -v 'warnings generated' >&2)
+}
+
+Analyze() {  # Analyze FOLDER...
+  cmake --preset clang -D CMAKE_UNITY_BUILD=OFF  # it does not look into included files
+  Tidy '-*,clang-analyzer-*,-clang-analyzer-optin.performance.Padding' < <(git ls-files "${@/%//*.cc}")
 }
 
 Names() {  # Names TIER
