@@ -167,10 +167,9 @@ class PackageReader {
   const uint8_t* TakeDirectory() {
     const uint64_t offset = end_.centralDirectoryOffset;
     if (offset > file_.Remaining()) return nullptr;
-    ByteCursor cursor = From(offset);
-    cursor = cursor.TakeAtMost(end_.centralDirectorySize);
-    ByteCursor start = cursor;
-    uint32_t signature;
+    ByteCursor start = From(offset);
+    ByteCursor cursor = ByteCursor(start).TakeAtMost(end_.centralDirectorySize);
+    uint32_t signature;  // the verifier reads it even where the stated size is too small for it
     if (!start.TakeU32(signature) || signature != CentralDirectory::kSignature) return nullptr;
     uint16_t count;
     std::memcpy(&count, end_.diskFields + sizeof end_.diskFields - sizeof count, sizeof count);
