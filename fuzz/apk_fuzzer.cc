@@ -93,6 +93,7 @@ ByteVector Rebuild(const ByteVector& package, Random& random) {
   };
   Quill::JarOptions options;
   options.key = &Quill::FixedKeys().back();
+  options.isComplete = !random.OneIn(8);
   if (random.OneIn(4)) options.digestName = "SHA1";
   if (random.OneIn(8)) options.signatureDigest = EVP_sha512();
   if (random.OneIn(8)) options.certificates = {&random.OneOf(Quill::FixedKeys())};

@@ -8,11 +8,16 @@
 
 namespace Quill {
 
+std::vector<std::string>& FixedKeyNames() {
+  // The RSA key suits the largest digest.
+  static std::vector<std::string> names = {"p256-0", "p256-1", "p256-2", "rsa1128-0"};
+  return names;
+}
+
 const std::vector<SigningKey>& FixedKeys() {
   static const std::vector<SigningKey> keys = [] {
     std::vector<SigningKey> loaded;
-    for (const char* name : {"p256-0", "p256-1", "p256-2"}) loaded.push_back(LoadKey(name));
-    loaded.push_back(LoadKey("rsa1128-0"));  // suits the largest digest
+    for (const std::string& name : FixedKeyNames()) loaded.push_back(LoadKey(name));
     return loaded;
   }();
   return keys;

@@ -2,6 +2,7 @@
 
 #include "fuzz/package_mutator.h"
 
+#include "fuzz/archive_mutator.h"
 #include "fuzz/signers_mutator.h"
 #include "signing_block/apk_package.h"
 #include "tests/support/temp_file.h"
@@ -60,7 +61,8 @@ ByteVector PutTogether(PackageParts parts) {
 
 void ChangeParts(PackageParts& parts, Random& random) {
   Regions& regions = parts.regions;
-  switch (random.Below(8)) {
+  ByteVector firstPair;
+  switch (random.Below(16)) {
     case 0:
       MutateBytes(parts.pairs);
       break;
@@ -75,8 +77,13 @@ void ChangeParts(PackageParts& parts, Random& random) {
       regions[2].insert(regions[2].end(), comment.begin(), comment.end());
       break;
     }
-    default:
+    case 3:
+    case 4:
+    case 5:
       MutateBytes(random.OneOf(regions));
+      break;
+    default:
+      firstPair = ChangeArchive(parts, random);
       break;
   }
   if (random.OneIn(4)) return;
@@ -84,6 +91,7 @@ void ChangeParts(PackageParts& parts, Random& random) {
   FitEndRecord(regions[2], regions[1].size(), regions[0].size());
   const size_t versions = 1 + random.Below(3);
   Wire pairs;
+  pairs.Bytes(firstPair);
   if (versions & 1) {
     pairs.Bytes(
         Pair(ApkSignatureBlock::kSchemeV2Id, FreshValue(SchemeVersion::kV2, random, regions)));

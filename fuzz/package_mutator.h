@@ -20,7 +20,7 @@ std::optional<PackageParts> TakeApart(const ByteVector& package);
 // Builds a package from the parts, with sizes and offsets that match them.
 ByteVector PutTogether(PackageParts parts);
 
-// Changes the parts, and usually signs the regions again with fixed keys.
+// Changes the parts, often by ChangeArchive, and usually signs the regions again with fixed keys.
 void ChangeParts(PackageParts& parts, Random& random);
 
 }  // namespace Quill

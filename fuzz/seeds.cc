@@ -14,8 +14,8 @@
 #include <quillon/apk.h>
 #include <quillon/digest.h>
 
-#include "fuzz/fixed_keys.h"
 #include "fuzz/package_mutator.h"
+#include "fuzz/seed_packages.h"
 #include "signing_block/zip_format.h"
 #include "tests/support/log_capture.h"
 #include "tests/support/temp_file.h"
@@ -75,52 +75,12 @@ void SavePieces(const fs::path& folder, const ByteVector& package) {
   if (apk.IsGoodZip()) SaveEntries(folder, apk);
 }
 
-std::vector<ByteVector> MakePackages() {
-  const auto start = [] {
-    return PackageBuilder()
-        .Manifest(
-            BinaryXml({{"manifest", {{"package", "org.quillon.test"}}},
-                       {"uses-permission", {{"name", "com.vrk.android.SECURE_STORAGE"}}},
-                       {"meta-data", {{"name", "access"}, {"value", "SS_META"}, {"level", 1U}}}}))
-        .Entry("classes.dex", {'d', 'e', 'x'}, Compression::kDeflated);
-  };
-  std::vector<ByteVector> packages = {start().Build()};
-  for (const char* type : {"rsa2048-0", "p256-0", "p384-0", "p521-0", "dsa1024-0"}) {
-    SignerOptions signer;
-    signer.key = &TestKey(type);
-    packages.push_back(start().V2({signer}).Build());
-    packages.push_back(start().V3({signer}).Build());
-    JarOptions options;
-    options.key = signer.key;
-    packages.push_back(start().JarSignature(options).Build());
-  }
-
-  JarOptions options;
-  options.key = &FixedKeys().back();
-  options.digestName = "SHA1";
-  options.signatureDigest = EVP_sha1();
-  packages.push_back(start().JarSignature(options).Comment({'P', 'K', 5, 6}).Build());
-  options.digestName = "SHA-256";
-  options.signatureDigest = EVP_md5();
-  options.apkSigned = "2,3";
-  packages.push_back(start().JarSignature(options).Build());
-
-  SignerOptions newest;
-  SignerOptions other;
-  newest.key = &FixedKeys()[0];
-  other.key = &FixedKeys()[1];
-  packages.push_back(start().JarSignature(options).V2({newest, other}).Build());
-  newest.attributes = {LineageAttribute(Lineage({&FixedKeys().back(), other.key, newest.key}))};
-  packages.push_back(start().V2().V3({newest}).Pair(0x42726577, {0, 0, 0}).Build());
-  return packages;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
   if (argc < 2) return 2;
   const fs::path folder = argv[1];
-  for (const ByteVector& package : MakePackages()) {
+  for (const ByteVector& package : SeedPackages()) {
     Save(folder, "apk", package);
     Save(folder, "signing_block", package);
     SavePieces(folder, package);

@@ -10,8 +10,6 @@
 namespace Quill {
 namespace {
 
-constexpr uint32_t kAlgorithmIds[] = {0x0101, 0x0102, 0x0103, 0x0104, 0x0201, 0x0202, 0x0301};
-
 // The fields of a signer. Sequences do not include their own length.
 struct SignerFields {
   ByteVector digests, certificates, signedSdkRange, attributes, behindAttributes;

@@ -2,9 +2,12 @@
 
 #include "tests/support/jar_signature.h"
 
+#include <openssl/asn1.h>
 #include <openssl/evp.h>
+#include <openssl/mem.h>
 #include <openssl/nid.h>
 #include <openssl/obj.h>
+#include <openssl/x509.h>
 
 #include <quillon/base64.h>
 
@@ -19,7 +22,9 @@ ByteVector Der(uint8_t tag, const std::vector<ByteVector>& elements) {
   for (const ByteVector& element : elements) content.Bytes(element);
   const auto low = static_cast<uint8_t>(content.Size());
   const auto high = static_cast<uint8_t>(content.Size() >> 8);
-  const ByteVector length = content.Size() < 0x80 ? ByteVector{low} : ByteVector{0x82, high, low};
+  const ByteVector length = content.Size() < 0x80    ? ByteVector{low}
+                            : content.Size() < 0x100 ? ByteVector{0x81, low}
+                                                     : ByteVector{0x82, high, low};
   return Wire().U8(tag).Bytes(length).Bytes(content);
 }
 
@@ -28,11 +33,27 @@ ByteVector Oid(int nid) {
   return Der(0x06, {{OBJ_get0_data(object), OBJ_get0_data(object) + OBJ_length(object)}});
 }
 
-// Returns a SignedData of PKCS #7 without its content. The issuer that names the certificate is
-// empty.
+// Returns the issuer and the serial number of a certificate, as a signer information names it.
+ByteVector IssuerAndSerial(const ByteVector& certificate) {
+  const uint8_t* cursor = certificate.data();
+  const bssl::UniquePtr<X509> parsed(
+      d2i_X509(nullptr, &cursor, static_cast<long>(certificate.size())));
+  const auto encode = [](auto function, auto* object) {
+    uint8_t* bytes = nullptr;
+    const int size = function(object, &bytes);
+    const bssl::UniquePtr<uint8_t> owner(bytes);
+    return ByteVector(bytes, bytes + size);
+  };
+  return Der(kSequence, {encode(i2d_X509_NAME, X509_get_issuer_name(parsed.get())),
+                         encode(i2d_ASN1_INTEGER, X509_get0_serialNumber(parsed.get()))});
+}
+
+// Returns a SignedData of PKCS #7 without its content. Unless it is complete, the issuer that
+// names the certificate is empty.
 ByteVector Pkcs7(const JarOptions& options, const ByteVector& signatureFile) {
   const ByteVector null = {0x05, 0x00}, one = {0x02, 0x01, 0x01};
-  const ByteVector issuerAndSerial = Der(kSequence, {Der(kSequence, {}), one});
+  const ByteVector issuerAndSerial = options.isComplete ? IssuerAndSerial(options.key->certificate)
+                                                        : Der(kSequence, {Der(kSequence, {}), one});
   const ByteVector digest = Der(kSequence, {Oid(EVP_MD_type(options.signatureDigest)), null});
   const ByteVector algorithm = Der(kSequence, {Oid(EVP_PKEY_id(options.key->key.get())), null});
   const ByteVector signature =
@@ -55,9 +76,15 @@ std::vector<ZipFile> SignJar(const std::vector<ZipFile>& entries, const JarOptio
   const auto digestLine = [&](const std::string& suffix, const ByteVector& data) {
     return options.digestName + suffix + ": " + Base64Encode(DigestOf(md, data)) + "\r\n";
   };
+  const auto section = [&](const ZipFile& entry, const ByteVector& data) {
+    return "Name: " + entry.name + "\r\n" + digestLine("-Digest", data) + "\r\n";
+  };
   std::string manifest = "Manifest-Version: 1.0\r\n\r\n";
+  std::string sections;  // of the signature file
   for (const ZipFile& entry : entries) {
-    manifest += "Name: " + entry.name + "\r\n" + digestLine("-Digest", entry.contents) + "\r\n";
+    const std::string listed = section(entry, entry.contents);
+    manifest += listed;
+    if (options.isComplete) sections += section(entry, Wire().Text(listed));
   }
   if (options.editManifest) options.editManifest(manifest);
   const ByteVector manifestBytes = Wire().Text(manifest);
@@ -66,7 +93,7 @@ std::vector<ZipFile> SignJar(const std::vector<ZipFile>& entries, const JarOptio
   if (!options.apkSigned.empty()) {
     signatureFile += "X-Android-APK-Signed: " + options.apkSigned + "\r\n";
   }
-  signatureFile += digestLine("-Digest-Manifest", manifestBytes) + "\r\n";
+  signatureFile += digestLine("-Digest-Manifest", manifestBytes) + "\r\n" + sections;
   if (options.editSignatureFile) options.editSignatureFile(signatureFile);
   const ByteVector signatureFileBytes = Wire().Text(signatureFile);
 

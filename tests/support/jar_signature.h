@@ -29,6 +29,9 @@ struct JarOptions {
   const EVP_MD* signatureDigest = EVP_sha256();  // of the .SF file, in the signature block
   std::vector<const SigningKey*> certificates;   // default: the key's
   std::string apkSigned;                         // X-Android-APK-Signed of the .SF, none when empty
+  // Writes what other verifiers ask for too: the block names its certificate, and the .SF file has
+  // a section for each entry.
+  bool isComplete = false;
   std::function<void(std::string&)> editManifest;
   std::function<void(std::string&)> editSignatureFile;
   std::function<void(ByteVector&)> editBlock;
