@@ -136,6 +136,10 @@ Long_analyzer_tool() { Analyze anatomy cli manual; }  # clang's static analyzer 
 Long_fuzzing() { Fuzz -1 -1 -max_total_time=600; }  # runs every fuzz target for ten minutes
 Long_round_trip() { tests/round_trip.sh; }  # packages signed by apksigner verify, for all key types, schemes and lineages
 Long_differences() { scripts/differences.sh --check; }  # docs/differences.md has the table that its script makes
+Long_random_packages() {  # quillon and apksigner differ on 5,000 packages of a fuzzer's mutator only as docs/differences.md says
+  scripts/differences.sh --random
+}
+
 Long_fleet() { tests/fleet.sh build/release; }  # a list of packages is judged once each, though jobs are killed; the throughput
 Long_packages() { tests/packages.sh; }  # the Debian packages install into a bare root, verify, and leave nothing behind
 Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a Debian root that has only the base system and git
@@ -145,16 +149,23 @@ Long_bare_root() { tests/bare_root.sh; }  # the README's two commands work in a 
 Fuzz() {
   cmake --preset fuzz
   cmake --build --preset fuzz
-  local fuzzer name runs
-  for fuzzer in build/fuzz/fuzz/*_fuzzer; do
-    name=$(basename "$fuzzer" _fuzzer)
-    echo "$name"
-    mkdir -p "build/fuzz/found/$name"
-    runs=$1
-    [[ $name != @(base64|manifest_mf|pkcs7) ]] || runs=$2
-    "$fuzzer" "-runs=$runs" -seed=1 -timeout=25 -verbosity=0 "${@:3}" \
-      -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
-  done
+  export -f RunFuzzer
+  printf '%s\n' build/fuzz/fuzz/*_fuzzer |
+    xargs -P "$(nproc)" -I '{}' bash -c 'RunFuzzer "$@"' RunFuzzer '{}' "$@"
+}
+
+RunFuzzer() {  # RunFuzzer FUZZER RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
+  local name runs=$2
+  name=$(basename "$1" _fuzzer)
+  echo "$name"
+  mkdir -p "build/fuzz/found/$name"
+  case $name in
+    base64 | manifest_mf | pkcs7) runs=$3 ;;
+    large_package) runs=$((runs / 50)) ;;  # its packages have several MiB
+  esac
+  # The limits bound the memory for one input: all of the process, one block, and the input itself.
+  "$1" "-runs=$runs" -seed=1 -timeout=25 -rss_limit_mb=2048 -malloc_limit_mb=512 -max_len=65536 -verbosity=0 \
+    "${@:4}" -artifact_prefix="build/fuzz/found/" "build/fuzz/found/$name" "fuzz/corpus/$name"
 }
 
 Tidy() {  # Tidy CHECKS: over the files of the list on standard input
@@ -174,7 +185,7 @@ Names() {  # Names TIER
 Usage() {
   sed -nE '4,6s/^# //p' tests/run_all.sh
   sed -nE 's/^(Check|Long)_([a-z0-9_]+)\(\) \{.*  # (.*)/\2|\3/p' tests/run_all.sh |
-    awk -F '|' '{ printf "  %-11s %s\n", $1, $2 }'
+    awk -F '|' '{ printf "  %-15s %s\n", $1, $2 }'
 }
 
 mapfile -t short < <(Names Check)
