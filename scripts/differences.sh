@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 #
 # Compares the verdicts of apksigner verify and of the tool, both at SDK level 30, and prints a table of the packages
-# on which they differ. Needs the optimized build, apksigner with its Java, and jq. Takes less than a minute.
+# on which they differ. Needs the optimized build, apksigner with its library, a JDK, and jq. Takes less than a minute.
 # usage: differences.sh [--update | --check] [FOLDER]
 #        differences.sh --random [COUNT [SEED]]
 #   FOLDER     holds the packages; default: the folder that QUILLON_PACKAGES names, here or when the build was

@@ -32,7 +32,7 @@ for option in "$@"; do
       packages+=(apksigner default-jre-headless openssl git jq libxml2-utils)
       packages+=(abigail-tools fish mandoc zsh) ;;
     --long)
-      packages+=(mmdebstrap apksigner default-jre-headless jq openssl)
+      packages+=(mmdebstrap apksigner default-jdk-headless libapksig-java jq openssl)
       packages+=(file lintian parallel sqlite3) ;;
     *) sed -n '4,9s/^# //p' "$0" >&2; exit 2 ;;
   esac
