@@ -35,7 +35,7 @@ InRoot sh -c 'cd packages && echo code >base.odex && cp base.odex base.vdex &&
 grep -q '^base.odex: verified by the kernel' "$work/label"
 Log "upgrading, and removing"
 Install /packages/next
-[ "$(InRoot dpkg-query --showformat='${Version}\n' --show '*quillon*' libtarnsim | sort -u)" = 999 ]
+[ "$(InRoot dpkg-query --show '*quillon*' libtarnsim | cut -f 2 | sort -u)" = 999 ]
 InRoot quillon verify /packages/v3-rotated.apk
 InRoot apt-get -qq -y purge quillon libquillon1 libquillon-dev libtarnsim >/dev/null
 InRoot apt-get -qq -y autoremove --purge >/dev/null
