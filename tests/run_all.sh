@@ -160,7 +160,7 @@ RunFuzzer() {  # RunFuzzer FUZZER RUNS RUNS_OF_SMALL_PARSERS [OPTION...]
   echo "$name"
   mkdir -p "build/fuzz/found/$name"
   case $name in
-    base64 | manifest_mf | pkcs7) runs=$3 ;;
+    base64 | manifest_mf) runs=$3 ;;
     large_package) runs=$((runs / 50)) ;;  # its packages have several MiB
   esac
   # The limits bound the memory for one input: all of the process, one block, and the input itself.
