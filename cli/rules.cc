@@ -18,12 +18,14 @@ namespace {
 
 std::string SignersText(const std::vector<SignerReport>& signers) {
   std::vector<KeyChain> chains;
+  chains.reserve(signers.size());
   for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
   return TextOf(chains);
 }
 
 std::string ExpectedText(const std::vector<ExpectedSigner>& expected) {
   std::vector<std::string> texts;
+  texts.reserve(expected.size());
   for (const ExpectedSigner& signer : expected) texts.push_back(signer.text);
   return fmt::format("{}", fmt::join(texts, " or "));
 }
