@@ -129,7 +129,7 @@ bool PrepareRules(VerifyOptions& options) {
 // The files to verify, the first of them perhaps known already.
 class Files {
  public:
-  Files(const VerifyOptions& options) : list_(options.files, options.list) {}
+  explicit Files(const VerifyOptions& options) : list_(options.files, options.list) {}
 
   FileList& List() { return list_; }
   const std::optional<std::string>& First() {

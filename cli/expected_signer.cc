@@ -74,6 +74,7 @@ bool IsRolledBack(const SignerReport& signer, uint32_t sdk, const ExpectedSigner
 SignerMatch MatchAt(const std::vector<SignerReport>& signers, uint32_t sdk,
                     const std::vector<ExpectedSigner>& expected) {
   std::vector<KeyChain> chains;
+  chains.reserve(signers.size());
   for (const SignerReport& signer : signers) chains.push_back(ChainOf(signer));
   const auto isExpected = [&](const SignerReport& signer) {
     return std::any_of(expected.begin(), expected.end(), [&](const ExpectedSigner& candidate) {
@@ -110,6 +111,7 @@ KeyChain ChainOf(const SignerReport& signer) {
 
 std::string TextOf(const std::vector<KeyChain>& chains) {
   std::vector<std::string> texts;
+  texts.reserve(chains.size());
   for (const KeyChain& chain : chains) {
     texts.push_back(fmt::format("sha256:{}", fmt::join(chain.keys, " then sha256:")));
   }
@@ -132,6 +134,7 @@ SignerMatch Match(const std::vector<SignerReport>& signers, SdkRange levels,
 bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
                      const std::vector<KeyChain>& chains) {
   std::vector<std::vector<std::string>> own;
+  own.reserve(signers.size());
   for (const SignerReport& signer : signers) own.push_back(ChainOf(signer).keys);
   for (const uint32_t sdk : LevelsToCompare(levels, chains)) {
     std::vector<std::vector<std::string>> others;

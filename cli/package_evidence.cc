@@ -158,7 +158,8 @@ bool IsSignatureFile(std::string_view name) {
 
 bool IsSignatureRelated(std::string_view name) {
   constexpr std::string_view kFolder = "META-INF/";
-  if (!StartsWith(name, kFolder) || name.find('/', kFolder.size()) != name.npos) return false;
+  if (!StartsWith(name, kFolder)) return false;
+  if (name.find('/', kFolder.size()) != std::string_view::npos) return false;
   return name == Apk::kMANIFEST_MF || EndsWith(name, ".SF") || EndsWith(name, ".RSA") ||
          EndsWith(name, ".DSA") || EndsWith(name, ".EC");
 }

@@ -129,7 +129,7 @@ bool IsSecondRun() { return getenv(kSecondRun) != nullptr; }
 
 bool SendReport(const std::string& bytes) {
   const char* number = getenv(kSecondRun);
-  const int fd = number == nullptr ? -1 : std::atoi(number);
+  const int fd = number == nullptr ? -1 : static_cast<int>(std::strtol(number, nullptr, 10));
   size_t sent = 0;
   while (sent < bytes.size()) {
     const ssize_t size = write(fd, bytes.data() + sent, bytes.size() - sent);

@@ -48,7 +48,7 @@ bool ReadEndRecord(int fd, EocdRecord& out, uint64_t* offset) {
 }
 
 DirectoryFacts ReadDirectory(int fd, uint64_t blockOffset, uint64_t blockSize) {
-  constexpr uint64_t kMostNameAndExtra = 2 * UINT16_MAX;
+  constexpr uint64_t kMostNameAndExtra = uint64_t{2} * UINT16_MAX;
   DirectoryFacts facts;
   EocdRecord end;
   uint64_t endOffset = 0;

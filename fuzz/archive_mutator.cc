@@ -229,7 +229,7 @@ ByteVector ChangeArchive(PackageParts& parts, Random& random) {
   regions[0] = outside;
   regions[1] = directory;
   if (inside.Size() == 0) return {};
-  const ByteVector pair = Wire().U64(4 + inside.Size()).U32(kUnknownPair).Bytes(inside);
+  ByteVector pair = Wire().U64(4 + inside.Size()).U32(kUnknownPair).Bytes(inside);
   parts.pairs.insert(parts.pairs.begin(), pair.begin(), pair.end());
   return pair;
 }

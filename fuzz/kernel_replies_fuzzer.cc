@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 #include <algorithm>
-#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 
 #include <quillon/entry_points.h>
@@ -32,8 +32,7 @@ ByteVector TakeBytes(ByteCursor& input) {
 }
 
 bool IsPending(const std::string& text) {
-  unsigned value = 0;
-  return std::sscanf(text.c_str(), "%x", &value) == 1 && value == TARN_INTEGRITY_PENDING;
+  return static_cast<uint32_t>(std::strtoul(text.c_str(), nullptr, 16)) == TARN_INTEGRITY_PENDING;
 }
 
 // A kernel whose replies the input describes. It does not keep the caller waiting for ever, and it

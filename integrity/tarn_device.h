@@ -16,7 +16,7 @@ enum class TarnInterface { kNone, kDevice, kLegacy };
 // Returns the result code of a kernel call that failed with errno `error`.
 [[nodiscard]] constexpr uint32_t TarnErrnoCode(int error) {
   // Deliberate: EPERM gives the code of a device that cannot be opened.
-  return (0u - static_cast<uint32_t>(error)) | 0x80000000u;
+  return static_cast<uint32_t>(-int64_t{error}) | 0x80000000u;
 }
 
 // Opens the device, sends one request and closes the device. Returns TARN_OK with the reply in

@@ -69,8 +69,8 @@ void AddBashCases(const CLI::App& parser, std::string& options, std::string& val
     for (const std::string& name : NamesOf(*option)) {
       words.push_back(name);
       const bool isLong = name[1] == '-';
-      if (!IsFlag(*option)) patterns.push_back(Quoted(command + ' ' + name));
-      if (isLong) patterns.push_back(Quoted(command + ' ' + name + '='));
+      if (!IsFlag(*option)) patterns.push_back(Quoted(fmt::format("{} {}", command, name)));
+      if (isLong) patterns.push_back(Quoted(fmt::format("{} {}=", command, name)));
     }
     if (ValueName(*option).empty()) continue;
     const ValueKind kind = KindOfValue(*option);

@@ -77,7 +77,7 @@ constexpr char kDeviceFilePath[] = "/memfd:task_integrity:";
 bool FindDeviceFlags(int fd, int& flags) {
   const std::string path = GetFilenameByFd(fd);
   if (path.compare(0, strlen(kDeviceFilePath), kDeviceFilePath) != 0) return false;
-  flags = std::atoi(path.c_str() + strlen(kDeviceFilePath));
+  flags = static_cast<int>(std::strtol(path.c_str() + strlen(kDeviceFilePath), nullptr, 10));
   return true;
 }
 

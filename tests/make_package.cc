@@ -114,7 +114,8 @@ bool Add(PackageBuilder& package, Text part, Text name, Text value) {
     package.Pair(static_cast<uint32_t>(std::stoul(name, nullptr, 0)), Bytes(value, KnownBytes()));
   } else if ((part == "v2" || part == "v3") && !name.empty() && std::isdigit(name[0]) == 0) {
     PackageBuilder::Signers signers;
-    for (Text parts : Split(name + "=" + value, " & ")) signers.push_back(SignerWith(parts));
+    const std::string all = name + "=" + value;
+    for (Text parts : Split(all, " & ")) signers.push_back(SignerWith(parts));
     part == "v2" ? package.V2(signers) : package.V3(signers);
   } else if (part == "v2") {
     package.V2(PackageBuilder::Signers(number(name, 1)), ByteVector(number(value, 0)));

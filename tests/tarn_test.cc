@@ -18,9 +18,11 @@
 #include "tests/support/temp_file.h"
 #include "tests/support/wire.h"
 
-// What fortified programs call.
+// What fortified programs call. The C library owns the names.
+// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" int __open_2(const char* path, int flags);
 extern "C" int __openat_2(int folder, const char* path, int flags);
+// NOLINTEND(bugprone-reserved-identifier)
 
 namespace Quill {
 namespace {

@@ -17,7 +17,7 @@ std::string ToHex(const uint8_t* data, size_t size) {
 
 std::string SdkRangeText(uint32_t min, uint32_t max) {
   constexpr uint32_t kEveryLater = 0x7fffffff;  // what signing tools write
-  const std::string first = std::to_string(min);
+  std::string first = std::to_string(min);
   if (min == max) return first;
   return max >= kEveryLater ? first + " and later" : first + '-' + std::to_string(max);
 }

@@ -7,11 +7,11 @@
 #include <pthread.h>
 #include <stdlib.h>
 
-static int left = 0;
+static long left = 0;
 
 static void CountInChild(void) {
   const char* number = getenv("FAILING_ALLOCATION");
-  if (number != NULL) left = atoi(number);
+  if (number != NULL) left = strtol(number, NULL, 10);
 }
 
 __attribute__((constructor)) static void Start(void) { pthread_atfork(NULL, NULL, CountInChild); }
@@ -21,11 +21,14 @@ static int Fails(void) {
          __atomic_sub_fetch(&left, 1, __ATOMIC_RELAXED) == 0;
 }
 
+// The names that glibc gives its own functions.
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 void* __libc_malloc(size_t size) {
   static void* (*next)(size_t);
   if (next == NULL) next = (void* (*)(size_t))dlsym(RTLD_NEXT, "__libc_malloc");
   return Fails() ? NULL : next(size);
 }
+// NOLINTNEXTLINE(bugprone-reserved-identifier)
 void* __libc_calloc(size_t count, size_t size) {
   static void* (*next)(size_t, size_t);
   if (next == NULL) next = (void* (*)(size_t, size_t))dlsym(RTLD_NEXT, "__libc_calloc");
