@@ -43,7 +43,7 @@ std::string ReasonOf(const Step& step, bool isDamaged) {
     case StepEnd::kNoArchive:
       return "the package is no usable ZIP archive";
     case StepEnd::kPackageRefused:
-      return "the package does not verify";
+      return "the package does not verify; quillon verify says why";
     case StepEnd::kNotHashed:
       return "the digest of the file cannot be computed";
     case StepEnd::kNotOpened:
