@@ -4,6 +4,8 @@
 
 #include <openssl/bytestring.h>
 #include <openssl/mem.h>
+#include <openssl/nid.h>
+#include <openssl/obj.h>
 
 #include <algorithm>
 #include <memory>
@@ -73,23 +75,37 @@ bool TakeElement(ByteCursor& cursor, Element& out) {
   return true;
 }
 
-// Returns what a short element says: an object identifier, one at the start of a sequence, or the
-// digits of an integer.
+// An object identifier, such as "2.16.840.1.101.3.4.2.1" and "sha256".
+struct ObjectText {
+  std::string numbers;  // empty: it is malformed
+  std::string name;     // empty: nobody knows it
+};
+
+ObjectText DescribeObject(CBS identifier) {
+  const std::unique_ptr<char, void (*)(void*)> numbers(CBS_asn1_oid_to_text(&identifier),
+                                                       OPENSSL_free);
+  if (!numbers) return {};
+  const int nid = OBJ_cbs2nid(&identifier);
+  return {numbers.get(), nid == NID_undef ? "" : OBJ_nid2ln(nid)};
+}
+
+// Reads an element that is an object identifier, or a sequence that starts with one.
+bool FindObject(const Element& element, CBS& out) {
+  CBS_init(&out, element.content.Data(), element.content.Remaining());
+  if (element.tag == CBS_ASN1_OBJECT) return true;
+  CBS fields = out;
+  return element.tag == CBS_ASN1_SEQUENCE && CBS_get_asn1(&fields, &out, CBS_ASN1_OBJECT);
+}
+
+// Returns what a short element says: an object identifier, or the digits of an integer.
 std::string ElementText(const Element& element) {
-  CBS content;
-  CBS_init(&content, element.content.Data(), element.content.Remaining());
   if (element.tag == CBS_ASN1_INTEGER && element.content.Remaining() <= 32) {
     return ToHex(element.content.Data(), element.content.Remaining());
   }
-  if (element.tag == CBS_ASN1_SEQUENCE) {
-    CBS identifier;
-    if (!CBS_get_asn1(&content, &identifier, CBS_ASN1_OBJECT)) return "";
-    content = identifier;
-  } else if (element.tag != CBS_ASN1_OBJECT) {
-    return "";
-  }
-  const std::unique_ptr<char, void (*)(void*)> text(CBS_asn1_oid_to_text(&content), OPENSSL_free);
-  return text ? text.get() : "";
+  CBS identifier;
+  if (!FindObject(element, identifier)) return "";
+  const ObjectText object = DescribeObject(identifier);
+  return object.name.empty() ? object.numbers : object.numbers + " (" + object.name + ")";
 }
 
 // Takes the elements of a PKCS #7 block. After false, the rest of what encloses it is "unread".
@@ -248,6 +264,15 @@ void TakePkcs7(const FieldReader& reader, Field& parent) {
   ByteCursor bytes = reader.Bytes();
   const bool isRead = Pkcs7Reader(reader).TakeBlock(bytes, parent);
   reader.TakeRest(bytes, parent, isRead ? "unused" : "unread");
+}
+
+std::string NameOfAlgorithm(ByteCursor der) {
+  Element element;
+  CBS identifier;
+  if (!TakeElement(der, element) || !FindObject(element, identifier)) return "unknown";
+  const ObjectText object = DescribeObject(identifier);
+  if (object.numbers.empty()) return "unknown";
+  return object.name.empty() ? object.numbers : object.name;
 }
 
 }  // namespace Quill::Anatomy

@@ -2,8 +2,11 @@
 
 #pragma once
 
+#include <string>
+
 #include "anatomy/field.h"
 #include "anatomy/field_reader.h"
+#include "util/byte_cursor.h"
 
 // What the files of a JAR signature hold, field by field. `parent` is the field of all their bytes.
 
@@ -15,5 +18,9 @@ void TakeManifest(const FieldReader& reader, Field& parent);
 
 // Takes a PKCS #7 block down to its certificates and to the fields of its signers.
 void TakePkcs7(const FieldReader& reader, Field& parent);
+
+// Returns the name of the algorithm in a field of such a block, such as "rsaEncryption". Without a
+// name that is its object identifier, or "unknown".
+[[nodiscard]] std::string NameOfAlgorithm(ByteCursor der);
 
 }  // namespace Quill::Anatomy

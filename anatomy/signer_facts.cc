@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "anatomy/coverage.h"
+#include "anatomy/jar_fields.h"
 #include "util/text.h"
 
 namespace Quill::Anatomy {
@@ -68,7 +69,7 @@ void AddPair(const Package& package, const std::string& path, const Field& pair,
       for (const Field& item : signatures->fields) {
         if (item.index < 0 || facts.signatures.size() >= most) continue;
         facts.signatures.push_back(
-            {NumberAt(item, "algorithm", bytes).value_or(0), item.index == best});
+            {NumberAt(item, "algorithm", bytes).value_or(0), item.index == best, ""});
       }
     }
     const Field* publicKey = signer.Child("publicKey");
@@ -80,12 +81,25 @@ void AddPair(const Package& package, const std::string& path, const Field& pair,
   }
 }
 
+// Adds the algorithms that the signer infos of a JAR signature name. The verifier reads the first.
+void AddSignerInfos(const Field& infos, ByteCursor bytes, size_t most, SignerFacts& out) {
+  for (const Field& info : infos.fields) {
+    const Field* digest = info.Child("digestAlgorithm");
+    const Field* signature = info.Child("signatureAlgorithm");
+    if (digest == nullptr || signature == nullptr || out.signatures.size() >= most) continue;
+    out.signatures.push_back({std::nullopt, info.index == 0,
+                              NameOfAlgorithm(BytesOf(*signature, bytes)) + " with " +
+                                  NameOfAlgorithm(BytesOf(*digest, bytes))});
+  }
+}
+
 void AddBlock(const Package& package, const Field& entry, size_t most,
               std::vector<SignerFacts>& out) {
   const Field* data = entry.Child("data");
   const Decoded* decoded = data == nullptr ? nullptr : data->DecodedBytes();
   if (decoded == nullptr || out.size() >= most) return;
-  const Field* certificates = Find(decoded->root, "contentInfo.content.signedData.certificates");
+  const Field* signedData = Find(decoded->root, "contentInfo.content.signedData");
+  const Field* certificates = signedData == nullptr ? nullptr : signedData->Child("certificates");
   if (certificates == nullptr) return;
   SignerFacts facts;
   facts.path = entry.Name();
@@ -97,6 +111,9 @@ void AddBlock(const Package& package, const Field& entry, size_t most,
     if (item.index < 0 || facts.certificates.size() >= most) continue;
     facts.certificates.push_back(ReadCertificate(BytesOf(item, bytes)));
   }
+  if (const CertificateFacts* certificate = facts.Certificate()) facts.publicKey = certificate->key;
+  const Field* infos = signedData->Child("signerInfos");
+  if (infos != nullptr) AddSignerInfos(*infos, bytes, most, facts);
   out.push_back(std::move(facts));
 }
 

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "anatomy/certificate_facts.h"
@@ -13,8 +14,12 @@
 namespace Quill::Anatomy {
 
 struct AlgorithmFacts {
-  uint32_t id = 0;
-  bool isChosen = false;  // the verifier goes by this one
+  std::optional<uint32_t> id;  // a JAR signature has none
+  bool isChosen = false;       // the verifier goes by this one
+  std::string jarNames;        // of a JAR signature, such as "rsaEncryption with sha256"
+
+  // Returns what people call it; empty for an unknown ID.
+  std::string_view Name() const { return id ? AlgorithmName(*id) : jarNames; }
 };
 
 struct LevelFacts {
@@ -35,7 +40,7 @@ struct SignerFacts {
   // Nothing stands for one that cannot be read. The verifier goes by the first one, in a JAR
   // signature by the last one.
   std::vector<std::optional<CertificateFacts>> certificates;
-  std::optional<PublicKeyFacts> publicKey;  // beside the certificate; a JAR signature has none
+  std::optional<PublicKeyFacts> publicKey;  // beside the certificate; of a JAR signature, in it
   std::vector<LevelFacts> lineage;          // the oldest first
 
   // The certificate that the verifier goes by, or null.

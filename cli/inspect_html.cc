@@ -216,10 +216,11 @@ class PageWriter {
     }
     Put("</p>\n");
     for (const Anatomy::AlgorithmFacts& algorithm : signer.signatures) {
-      const std::string_view name = Anatomy::AlgorithmName(algorithm.id);
+      const std::string_view name = algorithm.Name();
       if (&algorithm - signer.signatures.data() >= static_cast<ptrdiff_t>(kMostCards)) break;
-      Put(fmt::format("<p>Signature: <code>{:#06x}</code> {}{}</p>\n", algorithm.id,
-                      name.empty() ? "unknown algorithm" : name,
+      Put(fmt::format("<p>Signature: {}{}{}</p>\n",
+                      algorithm.id ? fmt::format("<code>{:#06x}</code> ", *algorithm.id) : "",
+                      name.empty() ? "unknown algorithm" : HtmlCut(name, kMostCharacters),
                       algorithm.isChosen ? " &#8212; <strong>chosen</strong>" : ""));
     }
     WriteMore(signer.signatures.size(), "signatures");

@@ -124,9 +124,9 @@ OrderedJson ToJson(const Anatomy::SignerFacts& signer) {
   for (const auto& certificate : signer.certificates) certificates.push_back(ToJson(certificate));
   OrderedJson signatures = OrderedJson::array();
   for (const Anatomy::AlgorithmFacts& algorithm : signer.signatures) {
-    signatures.push_back({{"algorithm", algorithm.id},
-                          {"name", Anatomy::AlgorithmName(algorithm.id)},
-                          {"chosen", algorithm.isChosen}});
+    signatures.push_back(
+        {{"algorithm", nullptr}, {"name", algorithm.Name()}, {"chosen", algorithm.isChosen}});
+    if (algorithm.id) signatures.back()["algorithm"] = *algorithm.id;
   }
   OrderedJson lineage = OrderedJson::array();
   for (const Anatomy::LevelFacts& level : signer.lineage) {

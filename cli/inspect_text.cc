@@ -195,9 +195,11 @@ class TextWriter {
       WriteCertificate(who, *certificate);
     }
     for (const Anatomy::AlgorithmFacts& algorithm : signer.signatures) {
-      const std::string_view name = Anatomy::AlgorithmName(algorithm.id);
-      Line(fmt::format("{} signature algorithm: {:#06x} ({}){}", who, algorithm.id,
-                       name.empty() ? "unknown" : name, algorithm.isChosen ? ", chosen" : ""));
+      const std::string name(algorithm.Name().empty() ? "unknown" : algorithm.Name());
+      Line(
+          fmt::format("{} signature algorithm: {}{}", who,
+                      algorithm.id ? fmt::format("{:#06x} ({})", *algorithm.id, name) : Shown(name),
+                      algorithm.isChosen ? ", chosen" : ""));
     }
     for (size_t i = 0; i < signer.lineage.size(); ++i) {
       const Anatomy::LevelFacts& level = signer.lineage[i];

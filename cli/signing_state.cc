@@ -85,28 +85,21 @@ std::string CertificateText(const std::optional<Anatomy::CertificateFacts>& cert
   return certificate ? "sha256:" + certificate->sha256 : "unreadable";
 }
 
-std::vector<std::string> AlgorithmsOf(const Anatomy::Package& package, const SignerFacts& signer) {
+std::vector<std::string> AlgorithmsOf(const SignerFacts& signer) {
   std::vector<std::string> texts;
   for (const Anatomy::AlgorithmFacts& algorithm : signer.signatures) {
-    const std::string_view name = Anatomy::AlgorithmName(algorithm.id);
-    texts.push_back(
-        fmt::format("{:#06x}{}", algorithm.id, name.empty() ? "" : fmt::format(" ({})", name)));
-  }
-  const Anatomy::Place infos = FindPlace(
-      package.file, signer.path + ".data.decoded.contentInfo.content.signedData.signerInfos");
-  if (signer.block.empty() || infos.field == nullptr || infos.in == nullptr) return texts;
-  for (const Field& info : infos.field->fields) {
-    for (const char* name : {"digestAlgorithm", "signatureAlgorithm"}) {
-      const Field* field = info.Child(name);
-      if (field != nullptr) {
-        texts.push_back(EscapeInvalidUtf8(ValueText(*field, ByteCursor(infos.in->bytes))));
-      }
+    const std::string name(algorithm.Name());
+    if (!algorithm.id) {
+      texts.push_back(name);
+    } else {
+      texts.push_back(
+          fmt::format("{:#06x}{}", *algorithm.id, name.empty() ? "" : fmt::format(" ({})", name)));
     }
   }
   return texts;
 }
 
-void AddSigner(const Anatomy::Package& package, const SignerFacts& signer, Json& facts) {
+void AddSigner(const SignerFacts& signer, Json& facts) {
   const std::string label = LabelOf(signer);
   const auto add = [&](const char* name, const std::vector<std::string>& texts, const char* glue) {
     facts[name].push_back(fmt::format("{}: {}", label, fmt::join(texts, glue)));
@@ -115,7 +108,7 @@ void AddSigner(const Anatomy::Package& package, const SignerFacts& signer, Json&
   if (std::find(schemes.begin(), schemes.end(), signer.scheme) == schemes.end()) {
     schemes.push_back(signer.scheme);
   }
-  add("algorithms", AlgorithmsOf(package, signer), ", ");
+  add("algorithms", AlgorithmsOf(signer), ", ");
   if (signer.minSdk && signer.maxSdk) {
     add("sdkRanges", {SdkRangeText(*signer.minSdk, *signer.maxSdk)}, "");
   }
@@ -174,7 +167,7 @@ Json SigningFacts(const PackageReport& report, const Anatomy::Package* package) 
   if (package == nullptr) return facts;
   // All that there are: a tree has a limited number of fields.
   for (const SignerFacts& signer : SignersOf(*package, std::numeric_limits<size_t>::max())) {
-    AddSigner(*package, signer, facts);
+    AddSigner(signer, facts);
   }
   AddPairs(*package, facts);
   return facts;
