@@ -163,6 +163,10 @@ class TextWriter {
     Line(fmt::format("{} certificate valid from: {} until: {}", who, facts.notBefore,
                      facts.notAfter));
     Line(fmt::format("{} certificate SHA-256 digest: {}", who, facts.sha256));
+    WriteKey(who, facts);
+  }
+
+  void WriteKey(const std::string& who, const Anatomy::CertificateFacts& facts) {
     if (!facts.key) return;
     Line(fmt::format("{} key algorithm: {}", who, facts.key->type));
     Line(fmt::format("{} key size (bits): {}", who, facts.key->bits));
@@ -208,6 +212,9 @@ class TextWriter {
                        who, i + 1, level.certificate ? level.certificate->sha256 : "unknown",
                        level.flags, flags.empty() ? "" : " (" + flags + ")",
                        level.certificate ? level.certificate->subject : "unreadable"));
+      if (level.certificate) {
+        WriteKey(fmt::format("{} lineage level {}", who, i + 1), *level.certificate);
+      }
     }
   }
 
