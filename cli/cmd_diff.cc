@@ -265,11 +265,11 @@ CommandRun DeclareDiff(CLI::App& parser) {
          "not compared: a file could not be read or mapped, is not a ZIP archive, changed while "
          "it was read, or cost more than it was allowed"}},
        "sameContent is the first of these that holds. bytes: the files are the same bytes without "
-       "the signing block, the files of a JAR signature, zeros between entries, and the counts, "
-       "sizes and offsets that follow from these. entries: the same entries, with the same stored "
-       "bytes and headers; their alignment, their order, the comment and what lies between them "
-       "may differ. contents: the same names with the same extracted bytes. no: an entry was added "
-       "or removed, or its content changed."});
+       "the signing block, the files of a JAR signature and an empty META-INF/, zeros between "
+       "entries, and the counts, sizes and offsets that follow from these. entries: the same "
+       "entries, with the same stored bytes and headers; their alignment, their order, the comment "
+       "and what lies between them may differ. contents: the same names with the same extracted "
+       "bytes. no: an entry was added or removed, or its content changed."});
   return [options] { return RunDiff(*options); };
 }
 

@@ -10,6 +10,7 @@
 #include <map>
 #include <nlohmann/json.hpp>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -126,9 +127,9 @@ class PackageContents {
   std::vector<ByteCursor> Kept() const {
     std::vector<ByteCursor> kept;
     for (const Field& field : package_.file.fields) {
-      const bool isLeftOut =
-          IsNamed(field, "signingBlock") || (IsNamed(field, "gap") && IsZero(BytesIn(&field))) ||
-          (IsNamed(field, "entries") && field.extras && IsSignatureRelated(field.extras->text));
+      const bool isLeftOut = IsNamed(field, "signingBlock") ||
+                             (IsNamed(field, "gap") && IsZero(BytesIn(&field))) ||
+                             (IsNamed(field, "entries") && IsLeftOut(field));
       if (isLeftOut) continue;
       if (IsNamed(field, "centralDirectory")) {
         for (const Field& record : field.fields) KeepRecord(record, kept);
@@ -159,20 +160,33 @@ class PackageContents {
       if (rank >= records.size()) return false;
       ++count;
       const std::string& name = field.extras->text;
-      if (IsSignatureRelated(name)) continue;
       PackageEntry entry = {&field, records[rank], rank, ZipEntry()};
       if (::FindEntry(archive_, name, &*entry.found) != 0) entry.found.reset();
+      if (IsSignatureRelated(name) || IsEmptyFolderOfSignature(name, entry)) {
+        leftOut_.insert(field.index);
+        continue;
+      }
       if (!entries_.emplace(name, entry).second) return false;
     }
     return count == GetArchiveInfo(archive_).entry_count;
   }
 
+  // Signing tools add the entry of the folder, or drop it.
+  bool IsEmptyFolderOfSignature(std::string_view name, const PackageEntry& entry) const {
+    if (name != "META-INF/" || !entry.found || entry.found->uncompressed_length != 0) return false;
+    constexpr uint8_t kDeflatedNothing[] = {3, 0};
+    const auto data = Stored(*entry.found);
+    return data && (data->Remaining() == 0 ||
+                    AreSame(*data, ByteCursor(kDeflatedNothing, sizeof kDeflatedNothing)));
+  }
+
+  // Of an entry, or of its record in the directory.
+  bool IsLeftOut(const Field& field) const { return leftOut_.count(field.index) != 0; }
+
   void KeepRecord(const Field& record, std::vector<ByteCursor>& kept) const {
-    const ByteCursor name = BytesIn(&record, "name");
     if (record.index < 0) {
       kept.push_back(BytesIn(&record));
-    } else if (!IsSignatureRelated(
-                   {reinterpret_cast<const char*>(name.Data()), name.Remaining()})) {
+    } else if (!IsLeftOut(record)) {
       KeepWithout({"localHeaderOffset"}, record, kept);
     }
   }
@@ -190,6 +204,7 @@ class PackageContents {
   ZipArchive* archive_ = nullptr;
   std::string obstacle_;
   std::map<std::string_view, PackageEntry> entries_;  // by name
+  std::set<int32_t> leftOut_;                         // the numbers of the others
 };
 
 // Returns true when two lists of pieces are the same bytes.
