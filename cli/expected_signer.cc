@@ -90,6 +90,21 @@ SignerMatch MatchAt(const std::vector<SignerReport>& signers, uint32_t sdk,
   return isRolledBack ? SignerMatch::kRolledBack : SignerMatch::kUnexpected;
 }
 
+constexpr size_t kSha256Digits = 64;
+constexpr std::string_view kSha256Prefix = "sha256:";
+
+// Returns the hexadecimal digits of a digest in lowercase, if the text has nothing but those,
+// colons and the prefix.
+std::optional<std::string> DigitsIn(const std::string& text) {
+  std::string digits;
+  for (const char c : text.substr(StartsWith(text, kSha256Prefix) ? kSha256Prefix.size() : 0)) {
+    if (c == ':') continue;
+    if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return std::nullopt;
+    digits += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  }
+  return digits;
+}
+
 // Returns the first of `levels`, and those of them where other chains begin to count.
 std::set<uint32_t> LevelsToCompare(SdkRange levels, const std::vector<KeyChain>& chains) {
   std::set<uint32_t> starts{levels.min};
@@ -145,15 +160,18 @@ bool HaveSameSigners(const std::vector<SignerReport>& signers, SdkRange levels,
 }
 
 std::optional<std::string> ParseSha256(const std::string& text) {
-  constexpr size_t kDigits = 64;
-  constexpr std::string_view kName = "sha256:";
-  std::string digits;
-  for (const char c : text.substr(StartsWith(text, kName) ? kName.size() : 0)) {
-    if (c == ':') continue;
-    if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return std::nullopt;
-    digits += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
-  return digits.size() == kDigits ? std::optional(digits) : std::nullopt;
+  const std::optional<std::string> digits = DigitsIn(text);
+  return digits && digits->size() == kSha256Digits ? digits : std::nullopt;
+}
+
+std::string WhyNotSha256(const std::string& text) {
+  constexpr size_t kSha1Digits = 40;
+  const std::optional<std::string> digits = DigitsIn(text);
+  const std::string rule = fmt::format("a SHA-256 has {} hexadecimal digits", kSha256Digits);
+  if (!digits || digits->empty()) return StartsWith(text, kSha256Prefix) ? rule : "";
+  if (digits->size() == kSha256Digits) return "";
+  if (digits->size() == kSha1Digits) return rule + ", and this is a SHA-1";
+  return fmt::format("{}, and this has {}", rule, digits->size());
 }
 
 std::optional<std::string> KeyOfCertificate(const std::vector<uint8_t>& bytes) {

@@ -57,6 +57,10 @@ enum class SignerMatch { kExpected, kRolledBack, kUnexpected };
 // "sha256:", as what the tool prints.
 [[nodiscard]] std::optional<std::string> ParseSha256(const std::string& text);
 
+// Returns why a text that looks like a digest is none that ParseSha256 takes, such as "a SHA-256
+// has 64 hexadecimal digits, and this has 63". Empty for any other text.
+[[nodiscard]] std::string WhyNotSha256(const std::string& text);
+
 // Returns the SHA-256 of the public key of a certificate, DER or PEM. Nothing when the bytes are
 // not exactly one certificate.
 [[nodiscard]] std::optional<std::string> KeyOfCertificate(const std::vector<uint8_t>& bytes);

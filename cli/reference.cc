@@ -5,7 +5,9 @@
 #include <fmt/format.h>
 
 #include <chrono>
+#include <filesystem>
 #include <nlohmann/json.hpp>
+#include <system_error>
 #include <utility>
 
 #include "cli/child_queue.h"
@@ -107,8 +109,10 @@ std::optional<ExpectedSigner> ReadExpectedSigner(const std::string& text, const 
     return ExpectedSigner{"sha256:" + *digest, *digest, {}};
   const Json found = RunApart([&] { return ExamineSigner(text, rules); }, limits);
   if (found.contains(kObstacle)) {
-    PrintDiagnostic(
-        fmt::format("--signer {}: {}", FileText(text), found[kObstacle].get<std::string>()));
+    std::error_code error;
+    const std::string why = std::filesystem::exists(text, error) ? "" : WhyNotSha256(text);
+    PrintDiagnostic(fmt::format("--signer {}: {}{}{}", FileText(text),
+                                found[kObstacle].get<std::string>(), why.empty() ? "" : "; ", why));
     return std::nullopt;
   }
   if (found.contains(kKey)) {
