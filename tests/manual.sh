@@ -5,8 +5,11 @@
 # completes must be the agreed command line.
 # usage: manual.sh BUILD    needs mandoc, zsh and fish
 set -euo pipefail
+sources=$(cd "$(dirname "$0")/.." && pwd)
 cd "$1/manual"
 mandoc -T lint -W warning libquillon.3 libtarnsim.7 pages/man1/*.1
+Settings() { grep -o 'TARNSIM_[A-Z_]*[A-Z]' "$1" | sort -u; }
+diff -u --label simulator.md --label libtarnsim.7 <(Settings "$sources/docs/simulator.md") <(Settings libtarnsim.7)
 zsh -n pages/zsh/_quillon
 fish -n pages/fish/quillon.fish
 
