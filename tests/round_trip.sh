@@ -3,8 +3,8 @@
 #
 # Checks that a package signed by apksigner verifies and yields the key that signed it, over kinds of keys, schemes
 # and lineages. Of v2 and v3 signatures, one changed bit is refused at both ends of each range that the tool says they
-# cover, and changes nothing at both ends of those that nothing covers. Needs the tool of the optimized build, openssl,
-# python3, and apksigner with its Java.
+# cover, and changes nothing at both ends of those that nothing covers. With strong keys they have no warning. Needs the
+# tool of the optimized build, openssl, python3, and apksigner with its Java.
 # usage: round_trip.sh
 #
 # Not tried, because apksigner refuses to sign so: v1 for SDK levels before 18 by EC keys, and before 21 by DSA keys
@@ -59,6 +59,7 @@ Expect() {
 
   packages=$((packages + 1))
   [ "$schemes" != 1 ] || return 0
+  [ -z "${strict:-}" ] || "$tool" verify -q --strict signed.apk || Fail "it has a warning"
   for which in verified nothing; do
     mapfile -t offsets < <(Ends $which)
     [ ${#offsets[@]} -gt 1 ] || [ $which = nothing ] || Fail "the signature covers nothing"
@@ -88,7 +89,13 @@ for bits in 1024:160 2048:256 3072:256; do
 done
 
 for key in "${keys[@]}"; do
-  for schemes in 1 2 3 12 123; do Expect "$schemes" "$key" "$key"; done
+  [[ $key == RSA1024 || $key == DSA* ]] && isStrong='' || isStrong=yes
+  for schemes in 1 2 3 12 123; do strict=$isStrong Expect "$schemes" "$key" "$key"; done
+done
+Apksigner rotate --out strong --old-signer --key RSA2048.pk8 --cert RSA2048.crt --new-signer --key P256.pk8 --cert P256.crt
+for level in 21 24 28; do
+  for schemes in 2 3 12 123; do sdk=$level strict=yes Expect "$schemes" P256 P256; done
+  sdk=$level strict=yes Expect 123 RSA2048 "RSA2048 P256" --lineage strong
 done
 for key in RSA2048 DSA1024; do sdk=17 Expect 1 "$key" "$key"; done  # by SHA-1
 Expect 2 P256 "P256 RSA2048"
