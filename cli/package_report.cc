@@ -288,6 +288,54 @@ std::string LevelsText(const PackageReport& report) {
   return " at SDK level " + SdkRangeText(found->levels.min, found->levels.max);
 }
 
+// Names each digest that a verified package has at some SDK level, with these levels.
+template <class DigestOf>
+std::string DigestsText(const std::vector<LevelReport>& levels, DigestOf digestOf) {
+  std::vector<std::pair<std::string, std::vector<SdkRange>>> digests;  // by their first level
+  for (const LevelReport& level : levels) {
+    const std::string digest = digestOf(level);
+    auto known = std::find_if(digests.begin(), digests.end(),
+                              [&](const auto& other) { return other.first == digest; });
+    if (known == digests.end()) known = digests.insert(digests.end(), {digest, {}});
+    std::vector<SdkRange>& ranges = known->second;
+    const SdkRange range = level.levels;
+    if (!ranges.empty() && ranges.back().max + 1 == range.min) {
+      ranges.back().max = range.max;
+    } else {
+      ranges.push_back(range);
+    }
+  }
+  std::vector<std::string> parts;
+  for (const auto& [digest, ranges] : digests) {
+    std::vector<std::string> texts;
+    for (const SdkRange& range : ranges) texts.push_back(SdkRangeText(range.min, range.max));
+    parts.push_back(fmt::format("sha256:{} at SDK {}", digest, fmt::join(texts, " and ")));
+  }
+  return fmt::format("{}", fmt::join(parts, ", "));
+}
+
+// Names the keys of a verified package, and their certificates. Several keys are "keys": a script
+// that looks for "key sha256:" must not take one of them for the only one.
+std::string KeysText(const PackageReport& report) {
+  const std::vector<LevelReport>& levels = report.levels;
+  const bool isOneKey = std::all_of(levels.begin(), levels.end(), [&](const LevelReport& level) {
+    return level.identitySha256 == levels.front().identitySha256;
+  });
+  if (!isOneKey) {
+    return "keys " +
+           DigestsText(levels, [](const LevelReport& level) { return level.identitySha256; }) +
+           ", certificates " + DigestsText(levels, [](const LevelReport& level) {
+             return level.signers.front().Current().certificateSha256;
+           });
+  }
+  std::string text = fmt::format("key sha256:{} ({} bytes)", Sha256Of(report.manufacturerKey),
+                                 report.manufacturerKey.size());
+  if (!report.signers.empty()) {
+    text += ", certificate sha256:" + report.signers.front().Current().certificateSha256;
+  }
+  return text;
+}
+
 }  // namespace
 
 PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
@@ -355,11 +403,7 @@ std::string ToText(const PackageReport& report) {
         ", " + (report.packageName.empty() ? "package name unknown" : NameText(report.packageName));
   }
   if (status != Status::kVerified) return text + ", " + why;
-  text += fmt::format(", key sha256:{} ({} bytes)", Sha256Of(report.manufacturerKey),
-                      report.manufacturerKey.size());
-  if (!report.signers.empty()) {
-    text += ", certificate sha256:" + report.signers.front().Current().certificateSha256;
-  }
+  text += ", " + KeysText(report);
   std::vector<std::string> codes;
   for (const FileWarning& warning : report.warnings) codes.push_back(warning.code);
   return codes.empty() ? text : text + fmt::format(". Warnings: {}", fmt::join(codes, ", "));
