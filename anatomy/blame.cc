@@ -23,6 +23,15 @@ std::string FindUnread(const Field& field, const std::string& path) {
   return "";
 }
 
+// Returns the path of the deepest first field with a note in a field; empty: there is none.
+std::string FindNoted(const Field& field, const std::string& path) {
+  for (const Field& child : field.fields) {
+    std::string deeper = FindNoted(child, JoinPath(path, child.Name()));
+    if (!deeper.empty()) return deeper;
+  }
+  return field.Note().empty() ? "" : path;
+}
+
 // The path in the signer that is refused, for reasons that are about one field of it.
 std::string FieldOfSigner(const Package& package, const Field& signer, const Refusal& refusal) {
   const std::string lineage = [&]() -> std::string {
@@ -62,6 +71,11 @@ std::string FieldOfSigner(const Package& package, const Field& signer, const Ref
                     "signedData.digests");
     case Reason::kSdkRangesDiffer:
       return "minSdk";
+    case Reason::kLineageMalformed: {
+      const Field* field = Find(signer, lineage);
+      const std::string noted = field == nullptr ? "" : FindNoted(*field, lineage);
+      return noted.empty() ? lineage : noted;
+    }
     case Reason::kLineageEnd:
     case Reason::kLineageCertificate:
     case Reason::kLineageDuplicate:
@@ -180,6 +194,7 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
     case Reason::kLineageMalformed: {
       std::string unread = FindUnread(*pair, package.chosenPair);
       if (!unread.empty()) return unread;
+      if (refusal.name.empty()) break;
       std::string named = signers + Index(refusal.signer.value_or(0)) + '.' + refusal.name;
       if (Find(package.file, named) != nullptr) return named;
       break;

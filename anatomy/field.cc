@@ -27,11 +27,12 @@ const Field* Field::Child(std::string_view childName, int32_t childIndex) const 
 namespace {
 
 // Takes a name off the start of a path, with the dot behind it. Returns false when the path does
-// not start with the whole name.
+// not start with the whole name, or ends with the dot.
 bool TakeName(std::string_view& path, std::string_view name) {
   if (path.substr(0, name.size()) != name) return false;
   const std::string_view rest = path.substr(name.size());
   if (!rest.empty() && rest[0] != '.' && rest[0] != '[') return false;
+  if (rest == ".") return false;
   path = rest;
   if (!path.empty() && path[0] == '.') path.remove_prefix(1);
   return true;
