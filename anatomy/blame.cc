@@ -70,7 +70,7 @@ std::string FieldOfSigner(const Package& package, const Field& signer, const Ref
       return chosen(signedData == nullptr ? nullptr : signedData->Child("digests"),
                     "signedData.digests");
     case Reason::kSdkRangesDiffer:
-      return "minSdk";
+      return refusal.name;
     case Reason::kLineageMalformed: {
       const Field* field = Find(signer, lineage);
       const std::string noted = field == nullptr ? "" : FindNoted(*field, lineage);
@@ -103,6 +103,7 @@ std::string PathInside(const Decoded& decoded, const Refusal& refusal) {
   switch (refusal.reason) {
     case Reason::kJarManifestMalformed:
     case Reason::kJarSignatureFileMalformed:
+    case Reason::kJarBlockMalformed:
       return FindUnread(root, "");
     case Reason::kJarClaimsScheme:
       for (const Field& section : root.fields) {
@@ -113,10 +114,8 @@ std::string PathInside(const Decoded& decoded, const Refusal& refusal) {
         }
       }
       return "";
-    case Reason::kJarBlockMalformed: {
-      const std::string attributes = signer + ".signedAttributes";
-      return Find(root, attributes) != nullptr ? attributes : FindUnread(root, "");
-    }
+    case Reason::kJarSignedAttributes:
+      return signer + ".signedAttributes";
     case Reason::kJarBlockDigestUnsupported:
       return signer + ".digestAlgorithm";
     case Reason::kJarKeyUnusable: {
@@ -154,7 +153,9 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
     }
     case Reason::kJarNoManifest:
       return EntryPath(package, "META-INF/MANIFEST.MF");
-    case Reason::kBlockSize:
+    case Reason::kBlockTooLarge:
+    case Reason::kBlockTooSmall:
+    case Reason::kBlockSizesDiffer:
       return "signingBlock.footerSize";
     case Reason::kNoArchive:
     case Reason::kBlockEndRecord:
@@ -165,11 +166,14 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
       return "signingBlock";
     case Reason::kJarNoBlock:
       return EntryPath(package, package.signatureFile);
+    case Reason::kJarEcKey:
+      return EntryPath(package, refusal.name + "EC");
     case Reason::kJarManifestMalformed:
     case Reason::kJarManifestMismatch:
     case Reason::kJarSignatureFileMalformed:
     case Reason::kJarClaimsScheme:
     case Reason::kJarBlockMalformed:
+    case Reason::kJarSignedAttributes:
     case Reason::kJarBlockDigestUnsupported:
     case Reason::kJarKeyUnusable:
     case Reason::kJarSignatureMismatch:
@@ -223,6 +227,7 @@ std::string BlamedEntry(const Package& package, const Refusal& refusal) {
     case Reason::kJarClaimsScheme:
       return package.signatureFile;
     case Reason::kJarBlockMalformed:
+    case Reason::kJarSignedAttributes:
     case Reason::kJarBlockDigestUnsupported:
     case Reason::kJarKeyUnusable:
     case Reason::kJarSignatureMismatch:

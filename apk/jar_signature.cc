@@ -10,6 +10,7 @@
 #include <quillon/base64.h>
 #include <quillon/system.h>
 
+#include "findings/acceptance.h"
 #include "findings/refusal.h"
 #include "jar/entry_digest.h"
 #include "jar/signature_file.h"
@@ -51,7 +52,8 @@ bool Apk::InitCertSf() {
     const std::string dsaName = stem + "DSA";
     if (ExtractByName(dsaName, block.bytes) != 0 || block.bytes.empty()) {
       QUILL_LOGE("Can't extract DSA certificate: %s\n", dsaName.c_str());
-      return Refuse(Reason::kJarNoBlock, stem);
+      const bool isEc = IsRecording() && FindEntry(stem + "EC", &entry) == 0;
+      return Refuse(isEc ? Reason::kJarEcKey : Reason::kJarNoBlock, stem);
     }
   }
   return VerifySignatureFile(block, signatureFile, name, manufacturerKey_);
@@ -65,7 +67,8 @@ bool Apk::ValidateManifest(const std::vector<uint8_t>& manifestBytes) {
   const ManifestDigest digest = FindManifestDigest(certSf_);
   if (!digest.value.empty() && VerifyData(digest.name, digest.value, manifestBytes)) return true;
   QUILL_LOGE("Can't validate manifest.\n");
-  return Refuse(Reason::kJarManifestMismatch, digest.name);
+  return RefuseDigest(Reason::kJarManifestMismatch, digest.name, digest.name, digest.value,
+                      manifestBytes);
 }
 
 bool Apk::VerifyFileHash(const std::string& name) {
@@ -102,9 +105,10 @@ bool Apk::VerifyFileHashImpl(const std::string& name, Source source) {
   }
   if (listed != entryDigests_.end()) {
     const auto& [digestName, digestValue] = listed->second;
-    if (VerifyData(digestName, Base64Decode(digestValue), data)) return true;
+    const std::vector<uint8_t> expected = Base64Decode(digestValue);
+    if (VerifyData(digestName, expected, data)) return true;
     QUILL_LOGI("verifyFileHashImpl: Not verified file from manifest: %s\n", name.c_str());
-    return Refuse(Reason::kJarEntryMismatch, name);
+    return RefuseDigest(Reason::kJarEntryMismatch, name, digestName, expected, data);
   }
   // The v2 or v3 signature covers the archive's entries. So the data only have to equal the entry
   // of that name.

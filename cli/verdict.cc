@@ -21,7 +21,7 @@ struct ReasonText {
   Reason reason;
   Way way;
   const char* code;
-  const char* message;  // {0} is the number, {1} the name
+  const char* message;  // {0} is the number, {1} the name, {2} the second number
   const char* hint;
 };
 
@@ -37,8 +37,14 @@ constexpr ReasonText kTexts[] = {
      "META-INF/MANIFEST.MF is malformed", kSignAgain},
     {Reason::kOutsideHalyx, Way::kArchive, "outside-halyx", "it is outside the Halyx feature", ""},
 
-    {Reason::kBlockSize, Way::kBlock, "block.size",
-     "a size of the signing block does not fit the file", kSignAgain},
+    {Reason::kBlockTooLarge, Way::kBlock, "block.size",
+     "the size of the signing block is {0}, and at most {2} fits in front of the central directory",
+     kSignAgain},
+    {Reason::kBlockTooSmall, Way::kBlock, "block.size",
+     "the signing block is smaller than its footer", kSignAgain},
+    {Reason::kBlockSizesDiffer, Way::kBlock, "block.size",
+     "the two sizes of the signing block differ ({0} at its start and {2} in its footer)",
+     kSignAgain},
     {Reason::kBlockEndRecord, Way::kBlock, "block.end-record",
      "end record, central directory and end of file do not agree, so the signing block is "
      "ignored",
@@ -72,7 +78,7 @@ constexpr ReasonText kTexts[] = {
     {Reason::kDigestMismatch, Way::kScheme, "digest-mismatch", "the content is not what was signed",
      "it was changed after signing: get it again from its source, or sign it again"},
     {Reason::kSdkRangesDiffer, Way::kScheme, "sdk-ranges-differ",
-     "a signer's SDK range is not the one that it signed", kAskSigner},
+     "a signer's {1} is {0}, but it signed {2}", kAskSigner},
     {Reason::kSdkUnknown, Way::kScheme, "sdk-unknown", "the platform does not say its SDK level",
      "verify with --sdk"},
     {Reason::kNoSignerForSdk, Way::kScheme, "no-signer-for-sdk",
@@ -105,10 +111,14 @@ constexpr ReasonText kTexts[] = {
      "the signature file says that there is a v{1} signature, but there is none",
      "get it again from its source; if you build it, sign it as the last step"},
     {Reason::kJarNoBlock, Way::kJar, "v1.no-block",
-     "{1}RSA or {1}DSA is missing, or cannot be extracted (EC keys are not supported)",
-     "get it again from its source, or sign it with an RSA key, or with v2 or v3"},
+     "{1}RSA or {1}DSA is missing, or cannot be extracted", kSignAgain},
+    {Reason::kJarEcKey, Way::kJar, "v1.ec-key",
+     "{1}EC is the signature of an EC key, which is not supported in v1",
+     "sign it with v2 or v3, or with an RSA key"},
     {Reason::kJarBlockMalformed, Way::kJar, "v1.block-malformed",
-     "the signature block is malformed, or has signed attributes, which are not supported",
+     "the signature block is malformed", kSignAgain},
+    {Reason::kJarSignedAttributes, Way::kJar, "v1.signed-attributes",
+     "the signature block has signed attributes, which are not supported",
      "sign it with apksigner"},
     {Reason::kJarBlockDigestUnsupported, Way::kJar, "v1.block-digest-unsupported",
      "the digest algorithm {1} of the signature block is not supported", "sign it with SHA-256"},
@@ -166,7 +176,7 @@ FileReason Describe(const Refusal& refusal, int scheme) {
       refusal.reason == Reason::kManifestUnreadable || refusal.reason == Reason::kJarNoManifest;
   const std::string name = isLibraryError ? EntryErrorText(refusal.name) : refusal.name;
   return {prefix + text.code,
-          fmt::format(fmt::runtime(text.message), refusal.number, name),
+          fmt::format(fmt::runtime(text.message), refusal.number, name, refusal.second),
           text.hint,
           refusal.name,
           refusal.expected,

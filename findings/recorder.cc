@@ -37,7 +37,7 @@ void LookAtSigner(size_t index) { threadSigner = index; }
 
 bool Refuse(Reason reason, const Evidence& evidence) {
   if (threadFindings == nullptr) return false;
-  threadFindings->refusals.push_back({reason, evidence.number,
+  threadFindings->refusals.push_back({reason, evidence.number, evidence.second,
                                       std::string(evidence.name.substr(0, kMostOfName)),
                                       Copy(evidence.expected), Copy(evidence.found), threadSigner});
   return false;

@@ -15,11 +15,12 @@ namespace Quill {
 // A refusal with its own copy of the evidence.
 struct Refusal {
   Reason reason;
-  uint64_t number;
-  std::string name;
-  std::vector<uint8_t> expected;
-  std::vector<uint8_t> found;
-  std::optional<size_t> signer;  // of the pair, where one was looked at
+  uint64_t number = 0;
+  uint64_t second = 0;
+  std::string name = {};
+  std::vector<uint8_t> expected = {};
+  std::vector<uint8_t> found = {};
+  std::optional<size_t> signer = {};  // of the pair, where one was looked at
 };
 
 // A warning; equal ones in a row are kept once.

@@ -20,7 +20,9 @@ enum class Reason {
   kOutsideHalyx,
   kNotMapped,
   // the APK Signing Block
-  kBlockSize,
+  kBlockTooLarge,  // number: its size; second: the largest that fits
+  kBlockTooSmall,
+  kBlockSizesDiffer,  // number: the size at its start; second: in its footer
   kBlockEndRecord,
   kBlockPairs,
   kBlockNoScheme,
@@ -35,8 +37,9 @@ enum class Reason {
   kCertificateKeyDiffers,  // expected: the key of the certificate; found: the signer's
   kStripped,
   kAlgorithmsDiffer,
-  kDigestMismatch,  // expected: the signed digest; found: the content's
-  kSdkRangesDiffer,
+  kDigestMismatch,   // expected: the signed digest; found: the content's
+  kSdkRangesDiffer,  // name: the field; expected, second: what is signed; found, number: what is
+                     // not
   kSdkUnknown,
   kNoSignerForSdk,  // number: the platform's SDK level; name: the ranges that there are
   kSeveralSigners,  // number: how many
@@ -54,7 +57,9 @@ enum class Reason {
   kJarSignatureFileMalformed,  // name: the file
   kJarClaimsScheme,            // name: the scheme
   kJarNoBlock,                 // name: the entry without its suffix
+  kJarEcKey,                   // the same; its signature is in an entry that nothing reads
   kJarBlockMalformed,
+  kJarSignedAttributes,
   kJarBlockDigestUnsupported,  // name: the algorithm, where it is known
   kJarKeyUnusable,
   kJarSignatureMismatch,  // name: the signature file
@@ -72,6 +77,7 @@ struct Evidence {
   std::string_view name;
   const std::vector<uint8_t>* expected = nullptr;
   const std::vector<uint8_t>* found = nullptr;
+  uint64_t second = 0;  // of two numbers
 };
 
 // Takes note that what follows on the calling thread is about that signer of the pair; the first is

@@ -39,4 +39,13 @@ bool MatchesDigest(const std::string& digestName, const std::vector<uint8_t>& ex
   return Refuse(Reason::kJarDigestUnsupported, digestName);
 }
 
+bool RefuseDigest(Reason reason, std::string_view name, const std::string& digestName,
+                  const std::vector<uint8_t>& expected, const std::vector<uint8_t>& data) {
+  if (!IsRecording()) return Refuse(reason, name);
+  std::vector<uint8_t> found;
+  if (digestName == "SHA1-Digest") found = ComputeSHA1Digest(data);
+  if (digestName == "SHA-256-Digest") found = ComputeSHA256Digest(data);
+  return Refuse(reason, {0, name, &expected, &found});
+}
+
 }  // namespace Quill

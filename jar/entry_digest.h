@@ -5,10 +5,13 @@
 #include <cstdint>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include <quillon/manifest_mf.h>
+
+#include "findings/refusal.h"
 
 namespace Quill {
 
@@ -24,5 +27,10 @@ using EntryDigests = std::map<std::string, std::pair<std::string, std::string>>;
 [[nodiscard]] bool MatchesDigest(const std::string& digestName,
                                  const std::vector<uint8_t>& expected,
                                  const std::vector<uint8_t>& data);
+
+// Refuses an entry, or the manifest, whose digest is not `expected`. `name` is what the reason
+// names. Returns false.
+bool RefuseDigest(Reason reason, std::string_view name, const std::string& digestName,
+                  const std::vector<uint8_t>& expected, const std::vector<uint8_t>& data);
 
 }  // namespace Quill

@@ -4,7 +4,10 @@
 
 #include <cstdint>
 
+#include "findings/refusal.h"
 #include "util/log.h"
+
+using Quill::Reason;
 
 bool parse_pkcs7(CBS input, CBS* digestAlgorithm, CBS* signatureAlgorithm, CBS* signature) {
   static constexpr uint8_t kSignedDataOid[] = {0x2a, 0x86, 0x48, 0x86, 0xf7,
@@ -16,11 +19,11 @@ bool parse_pkcs7(CBS input, CBS* digestAlgorithm, CBS* signatureAlgorithm, CBS* 
   if (!CBS_get_asn1(&input, &contentInfo, CBS_ASN1_SEQUENCE) ||
       !CBS_get_asn1(&contentInfo, &contentType, CBS_ASN1_OBJECT)) {
     QUILL_LOGE("PKCS7 parsing: wrong header\n");
-    return false;
+    return Quill::Refuse(Reason::kJarBlockMalformed);
   }
   if (!CBS_mem_equal(&contentType, kSignedDataOid, sizeof kSignedDataOid)) {
     QUILL_LOGE("PKCS7 parsing: wrong object identifier\n");
-    return false;
+    return Quill::Refuse(Reason::kJarBlockMalformed);
   }
 
   CBS wrapper;
@@ -33,7 +36,7 @@ bool parse_pkcs7(CBS input, CBS* digestAlgorithm, CBS* signatureAlgorithm, CBS* 
       !CBS_get_asn1(&signedData, &skipped, CBS_ASN1_SET) ||
       !CBS_get_asn1(&signedData, &skipped, CBS_ASN1_SEQUENCE)) {
     QUILL_LOGE("PKCS7 parsing: wrong signed-data content\n");
-    return false;
+    return Quill::Refuse(Reason::kJarBlockMalformed);
   }
 
   CBS signerInfos;
@@ -44,13 +47,14 @@ bool parse_pkcs7(CBS input, CBS* digestAlgorithm, CBS* signatureAlgorithm, CBS* 
       !CBS_get_any_asn1(&signerInfo, &skipped, nullptr) ||
       !CBS_get_asn1(&signerInfo, &skipped, CBS_ASN1_SEQUENCE)) {
     QUILL_LOGE("PKCS7 parsing: can't find enveloped data\n");
-    return false;
+    return Quill::Refuse(Reason::kJarBlockMalformed);
   }
-  if (!CBS_get_asn1_element(&signerInfo, digestAlgorithm, CBS_ASN1_SEQUENCE) ||
-      !CBS_get_asn1(&signerInfo, signatureAlgorithm, CBS_ASN1_SEQUENCE) ||
+  const bool hasDigest = CBS_get_asn1_element(&signerInfo, digestAlgorithm, CBS_ASN1_SEQUENCE) == 1;
+  const bool hasAttributes = hasDigest && CBS_peek_asn1_tag(&signerInfo, kExplicit0) == 1;
+  if (!hasDigest || !CBS_get_asn1(&signerInfo, signatureAlgorithm, CBS_ASN1_SEQUENCE) ||
       !CBS_get_asn1(&signerInfo, signature, CBS_ASN1_OCTETSTRING)) {
     QUILL_LOGE("PKCS7 parsing: can't find algorithm/signature\n");
-    return false;
+    return Quill::Refuse(hasAttributes ? Reason::kJarSignedAttributes : Reason::kJarBlockMalformed);
   }
   return true;
 }

@@ -159,9 +159,7 @@ bool VerifySignatureFile(const SignatureBlock& block, const std::vector<uint8_t>
   CBS digestAlgorithm;
   CBS signatureAlgorithm;
   CBS signature;
-  if (!parse_pkcs7(content, &digestAlgorithm, &signatureAlgorithm, &signature)) {
-    return Refuse(Reason::kJarBlockMalformed);
-  }
+  if (!parse_pkcs7(content, &digestAlgorithm, &signatureAlgorithm, &signature)) return false;
   SignedDigest digest;
   if (!DigestSignatureFile(digestAlgorithm, signatureFile, digest)) return false;
 

@@ -3,6 +3,7 @@
 #include "schemes/apk_signing_block_v3.h"
 
 #include <algorithm>
+#include <cstring>
 #include <string>
 #include <utility>
 #include <vector>
@@ -51,6 +52,21 @@ std::string RangesOf(const std::vector<ApkSigningBlockV3::SignerV3>& signers) {
     ranges += SdkRangeText(signer.minSdk, signer.maxSdk);
   }
   return ranges;
+}
+
+// Says which number of a signer's SDK range is not the one that it signed. The bytes are those in
+// the package.
+bool RefuseSdkRange(const ApkSigningBlockV3::SignerV3& signer) {
+  const auto& own = signer.signedData;
+  const bool isMin = signer.minSdk != own.minSdk;
+  const uint32_t expected = isMin ? own.minSdk : own.maxSdk;
+  const uint32_t found = isMin ? signer.minSdk : signer.maxSdk;
+  std::vector<uint8_t> expectedBytes(sizeof expected);
+  std::vector<uint8_t> foundBytes(sizeof found);
+  std::memcpy(expectedBytes.data(), &expected, sizeof expected);
+  std::memcpy(foundBytes.data(), &found, sizeof found);
+  return Refuse(Reason::kSdkRangesDiffer,
+                {found, isMin ? "minSdk" : "maxSdk", &expectedBytes, &foundBytes, expected});
 }
 
 }  // namespace
@@ -156,7 +172,7 @@ bool ApkSigningBlockV3::FindSigner(SignerV3& out) {
       QUILL_LOGE(
           "Not matched minSDK and maxSDK beetween signer and signed datasigner minSDK %u != signed data minSDK %u orsigner maxSDK %u != signed data maxSDK %u",
           signer.minSdk, signedData.minSdk, signer.maxSdk, signedData.maxSdk);
-      return Refuse(Reason::kSdkRangesDiffer);
+      return RefuseSdkRange(signer);
     }
     if (version < signer.minSdk || version > signer.maxSdk) continue;
     LookAtSigner(i);

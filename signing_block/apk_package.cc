@@ -129,14 +129,16 @@ const ApkSigningBlock* ApkPackage::FindApkSigningBlock(
       0) {
     return nullptr;
   }
-  if (footer.size > end - sizeof(ApkSigningBlock)) {
-    Refuse(Reason::kBlockSize);
+  const uint64_t largest = end - sizeof(ApkSigningBlock);
+  if (footer.size > largest) {
+    Refuse(Reason::kBlockTooLarge, {footer.size, {}, nullptr, nullptr, largest});
     return nullptr;
   }
   const auto* block = reinterpret_cast<const ApkSigningBlock*>(
       mapping_->Data() + end - footer.size - sizeof(ApkSigningBlock));
-  if (CopyRecord<ApkSigningBlock>(block).size == footer.size) return block;
-  Refuse(Reason::kBlockSize);
+  const uint64_t size = CopyRecord<ApkSigningBlock>(block).size;
+  if (size == footer.size) return block;
+  Refuse(Reason::kBlockSizesDiffer, {size, {}, nullptr, nullptr, footer.size});
   return nullptr;
 }
 
@@ -160,7 +162,7 @@ bool ApkPackage::ParseApkSignatureBlocks(const ApkSigningBlock* block,
     // Deliberate: this is the only message here at info priority. The slips in the others stay.
     QUILL_LOGI(
         "Out of range for sequence of uint64-length-prefixed ID-value pairs in APK Signing Block\n");
-    return Refuse(Reason::kBlockSize);
+    return Refuse(Reason::kBlockTooSmall);
   }
 
   std::vector<const ApkSignatureBlock*> pairs;
