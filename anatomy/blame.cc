@@ -143,6 +143,15 @@ std::string LeadInside(const Package& package, const Refusal& refusal, const std
   return isThere ? JoinPath(root, inside) : root;
 }
 
+// Where the archive library's error says that an archive is damaged.
+std::string PathOfDamage(const Package& package, const Refusal& refusal) {
+  if (refusal.name == "Invalid offset") return "endRecord";  // of the central directory
+  const Field* directory = package.file.Child("centralDirectory");
+  return refusal.name != "Invalid file" || directory == nullptr
+             ? ""
+             : FindUnread(*directory, directory->Name());
+}
+
 std::string PathOf(const Package& package, const Refusal& refusal) {
   switch (refusal.reason) {
     case Reason::kManifestUnreadable:
@@ -157,7 +166,14 @@ std::string PathOf(const Package& package, const Refusal& refusal) {
     case Reason::kBlockTooSmall:
     case Reason::kBlockSizesDiffer:
       return "signingBlock.footerSize";
-    case Reason::kNoArchive:
+    case Reason::kArchiveTruncated:
+      return refusal.number == 0 ? "" : "endRecord";
+    case Reason::kArchiveTrailing:
+      return "trailing";
+    case Reason::kArchiveDamaged:
+      return PathOfDamage(package, refusal);
+    case Reason::kBlockMagic:
+      return "signingBlock.magic";
     case Reason::kBlockEndRecord:
       return "endRecord";
     case Reason::kBlockPairs:

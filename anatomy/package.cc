@@ -106,6 +106,9 @@ class PackageReader {
       }
     }
     if (records_.empty()) TakeEntriesInFront();
+    if (trailing_.Remaining() != 0) {
+      tiling_.Claim(reader_.Make("trailing", trailing_, Shape::kBytes));
+    }
     result_.file = tiling_.Finish();
     if (hasChoice) {
       result_.chosenPair = package_.GetVersionScheme() == 3 ? "signingBlock.v3" : "signingBlock.v2";
@@ -161,6 +164,7 @@ class PackageReader {
     if (comment.Remaining() != 0) {
       tiling_.Claim(reader_.Make("comment", comment, Shape::kText));
     }
+    trailing_ = cursor;
   }
 
   // Returns where the central directory starts; null when there is none.
@@ -313,6 +317,7 @@ class PackageReader {
   Archive archive_;
   ApkPackage package_;
   EocdRecord end_ = {};
+  ByteCursor trailing_;  // behind the comment
   std::vector<CentralRecord> records_;
   size_t extracted_ = 0;
   Package result_;

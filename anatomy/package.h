@@ -18,8 +18,9 @@ namespace Quill::Anatomy {
 struct Package {
   std::shared_ptr<MapFile> mapping;
   // The whole file. Below it, in order of offset: "entries[0]" and so on, numbered as the central
-  // directory lists them, "signingBlock", "centralDirectory", "endRecord", "comment"; "gap" for
-  // bytes that nobody claims; "continued" for the rest of what an earlier claim interrupts.
+  // directory lists them, "signingBlock", "centralDirectory", "endRecord", "comment", "trailing";
+  // "gap" for bytes that nobody claims; "continued" for the rest of what an earlier claim
+  // interrupts.
   Field file;
 
   // The path of the pair that the verifier verifies, such as "signingBlock.v3"; empty when it finds

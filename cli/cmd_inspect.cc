@@ -179,7 +179,7 @@ std::string Inspect(const InspectOptions& options, const OutputFile& output) {
     inspection.coverage = Anatomy::CoverageOf(package, outcome);
     const auto& refusal = report.verdict.reason.refusal;
     if (refusal) inspection.blamed = Anatomy::BlamedField(package, *refusal);
-    if (report.verdict.reason.code == "block.magic") inspection.blamed = "signingBlock.magic";
+    LocateFields(package, inspection.report);
     inspection.field = NumberedPath(package, options.field);
     if (Find(package.file, inspection.field) == nullptr) return {kNoSuchField};
   } else if (!options.json) {

@@ -83,23 +83,20 @@ void Examine(int fd, const VerifyRules& rules, PackageReport& report,
   report.refusals = findings.refusals;
 }
 
-// Finds the fields of the file that the reasons are about, where they are about one.
-void LocateFields(int fd, Verdict& verdict) {
-  const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
-  if (!mapping) return;
-  const Anatomy::Package package = Anatomy::ReadPackage(mapping);
-  const auto locate = [&package](FileReason& reason) {
-    if (!reason.refusal) return;
-    FieldPlace& place = reason.place;
-    place.in = Anatomy::BlamedEntry(package, *reason.refusal);
-    const std::string path = Anatomy::BlamedField(package, *reason.refusal);
-    const Anatomy::Place found = path.empty() ? Anatomy::Place() : FindPlace(package.file, path);
-    const bool isInside = found.in != nullptr;
-    if (found.field == nullptr || isInside == place.in.empty()) return;
-    place = {place.in, path, found.field->offset, found.field->size};
-  };
-  locate(verdict.reason);
-  for (FileReason& reason : verdict.others) locate(reason);
+void Locate(const Anatomy::Package& package, FileReason& reason) {
+  if (!reason.refusal) return;
+  FieldPlace& place = reason.place;
+  place.in = Anatomy::BlamedEntry(package, *reason.refusal);
+  const std::string path = Anatomy::BlamedField(package, *reason.refusal);
+  const Anatomy::Place found = path.empty() ? Anatomy::Place() : FindPlace(package.file, path);
+  const bool isInside = found.in != nullptr;
+  if (found.field == nullptr || isInside == place.in.empty()) return;
+  place = {place.in, path, found.field->offset, found.field->size};
+}
+
+void Locate(const Anatomy::Package& package, Verdict& verdict) {
+  Locate(package, verdict.reason);
+  for (FileReason& reason : verdict.others) Locate(package, reason);
 }
 
 // Splits `wanted` where the signer for a level may change.
@@ -360,8 +357,13 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
   std::vector<SdkRange> ranges;
   Examine(fd, rules, report, ranges);
   if (!isForOne) report = ExamineLevels(fd, sdk, rules, blank, ranges, std::move(report));
-  if (rules.locatesFields && report.verdict.status == Status::kRefused) {
-    LocateFields(fd, report.verdict);
+  // Of what is no archive at all, nothing is known.
+  const Status status = report.verdict.status;
+  const bool hasFields = status == Status::kRefused ||
+                         (status == Status::kUnreadable && report.verdict.reason.refusal);
+  if (rules.locatesFields && hasFields) {
+    const std::shared_ptr<MapFile> mapping = MapFileRO(fd);
+    if (mapping) LocateFields(Anatomy::ReadPackage(mapping), report);
   }
   if (!IsAsBefore(fd, opened.info)) {
     report = blank;
@@ -370,6 +372,11 @@ PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules) {
         {"changed", "it changed while it was read", "verify it when nobody writes to it", ""}};
   }
   return report;
+}
+
+void LocateFields(const Anatomy::Package& package, PackageReport& report) {
+  Locate(package, report.verdict);
+  for (LevelReport& level : report.levels) Locate(package, level.verdict);
 }
 
 PackageReport ReportOfEnd(const std::string& file, const VerifyRules& rules,

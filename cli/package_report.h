@@ -9,6 +9,7 @@
 
 #include <quillon/apk.h>
 
+#include "anatomy/package.h"
 #include "cli/child.h"
 #include "cli/expected_signer.h"
 #include "cli/log_recorder.h"
@@ -76,6 +77,9 @@ inline bool HasVerdict(const PackageReport& report) {
 // a child. It is judged for each signer that it has for the levels of `rules.sdk`; if the rules ask
 // for a signer and name no level, for each that it has. The worst verdict is that of the report.
 PackageReport VerifyPackage(const std::string& file, const VerifyRules& rules);
+
+// Finds the fields of the file that the reasons are about, where they are about one.
+void LocateFields(const Anatomy::Package& package, PackageReport& report);
 
 // Returns the report of a file whose child ended without one.
 PackageReport ReportOfEnd(const std::string& file, const VerifyRules& rules,

@@ -5,7 +5,6 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <utility>
 
 #include "cli/archive_error.h"
 #include "util/text.h"
@@ -28,6 +27,12 @@ struct ReasonText {
 constexpr char kGetAgain[] = "get it again from its source";
 constexpr char kAskSigner[] = "whoever signed it must sign it again";
 constexpr ReasonText kTexts[] = {
+    {Reason::kArchiveTruncated, Way::kArchive, "archive.truncated",
+     "a ZIP archive whose end is missing", kGetAgain},
+    {Reason::kArchiveTrailing, Way::kArchive, "archive.trailing-bytes",
+     "the file has {2} bytes, but the archive in it ends after {0}", kGetAgain},
+    {Reason::kArchiveDamaged, Way::kArchive, "archive.damaged",
+     "a ZIP archive that cannot be read: {1}", kGetAgain},
     {Reason::kManifestUnreadable, Way::kArchive, "archive.manifest-damaged",
      "AndroidManifest.xml cannot be extracted: {1}", kGetAgain},
     {Reason::kManifestMalformed, Way::kArchive, "manifest.malformed",
@@ -37,6 +42,8 @@ constexpr ReasonText kTexts[] = {
      "META-INF/MANIFEST.MF is malformed", kSignAgain},
     {Reason::kOutsideHalyx, Way::kArchive, "outside-halyx", "it is outside the Halyx feature", ""},
 
+    {Reason::kBlockMagic, Way::kBlock, "block.magic", "the magic of the signing block is damaged",
+     kSignAgain},
     {Reason::kBlockTooLarge, Way::kBlock, "block.size",
      "the size of the signing block is {0}, and at most {2} fits in front of the central directory",
      kSignAgain},
@@ -172,9 +179,12 @@ const Refusal* First(const std::vector<Refusal>& refusals, Way way) {
 FileReason Describe(const Refusal& refusal, int scheme) {
   const ReasonText& text = *TextOf(refusal.reason);
   const std::string prefix = text.way == Way::kScheme ? fmt::format("v{}.", scheme) : "";
-  const bool isLibraryError =
+  const bool isEntryError =
       refusal.reason == Reason::kManifestUnreadable || refusal.reason == Reason::kJarNoManifest;
-  const std::string name = isLibraryError ? EntryErrorText(refusal.name) : refusal.name;
+  const std::string name = isEntryError ? EntryErrorText(refusal.name)
+                           : refusal.reason == Reason::kArchiveDamaged
+                               ? ArchiveErrorText(refusal.name)
+                               : refusal.name;
   return {prefix + text.code,
           fmt::format(fmt::runtime(text.message), refusal.number, name, refusal.second),
           text.hint,
@@ -201,25 +211,22 @@ Verdict JudgeNoArchive(const Circumstances& file, const Refusal& refusal) {
             {"archive.not-a-zip", fmt::format("no ZIP archive, but {}", file.lookAlike.name),
              file.lookAlike.hint, ""}};
   }
-  const auto unreadable = [&](const char* code, std::string message) {
-    return Verdict{Status::kUnreadable, {code, std::move(message), kGetAgain, refusal.name}};
+  const auto unreadable = [&](Reason reason) {
+    const Refusal found = {reason, file.archiveSize, file.fileSize, refusal.name};
+    return Verdict{Status::kUnreadable, Describe(found, 0)};
   };
-  if (file.archiveSize != 0 && file.archiveSize < file.fileSize) {
-    return unreadable("archive.trailing-bytes",
-                      fmt::format("the file has {} bytes, but the archive in it ends after {}",
-                                  file.fileSize, file.archiveSize));
+  if (file.archiveSize == 0 && !file.startsAsZip) {
+    return {Status::kUnreadable, {"archive.not-a-zip", "no ZIP archive", kGetAgain, refusal.name}};
   }
-  if (file.archiveSize != 0 && file.archiveSize == file.fileSize) {
-    if (refusal.name == "Empty archive") {
-      return unreadable("archive.empty", "a ZIP archive without entries");
-    }
-    return unreadable("archive.damaged",
-                      "a ZIP archive that cannot be read: " + ArchiveErrorText(refusal.name));
+  if (file.archiveSize == 0 || file.archiveSize > file.fileSize) {
+    return unreadable(Reason::kArchiveTruncated);
   }
-  if (file.archiveSize != 0 || file.startsAsZip) {
-    return unreadable("archive.truncated", "a ZIP archive whose end is missing");
+  if (file.archiveSize < file.fileSize) return unreadable(Reason::kArchiveTrailing);
+  if (refusal.name == "Empty archive") {
+    return {Status::kUnreadable,
+            {"archive.empty", "a ZIP archive without entries", kGetAgain, refusal.name}};
   }
-  return unreadable("archive.not-a-zip", "no ZIP archive");
+  return unreadable(Reason::kArchiveDamaged);
 }
 
 // An archive without a manifest that never was a package.
@@ -243,10 +250,7 @@ Verdict JudgeBothWays(const Circumstances& file, const std::vector<Refusal>& ref
   const Refusal* block = First(refusals, Way::kBlock);
   const Refusal* jar = First(refusals, Way::kJar);
   if (file.hasBlockTrace) {
-    reasons.push_back(block != nullptr
-                          ? Describe(*block, 0)
-                          : FileReason{"block.magic", "the magic of the signing block is damaged",
-                                       kSignAgain, ""});
+    reasons.push_back(Describe(block != nullptr ? *block : Refusal{Reason::kBlockMagic}, 0));
   }
   if (file.hasJarSignature && jar != nullptr) reasons.push_back(Describe(*jar, 1));
   // A whole block without a v2 or v3 signature is no damage.

@@ -12,7 +12,12 @@ namespace Quill {
 // Why a package is refused, or not verified. cli/verdict.cc has the code and the words of each.
 enum class Reason {
   // the archive and its manifests
-  kNoArchive,           // name: the archive library's error
+  kNoArchive,  // name: the archive library's error
+  // The tool tells these from kNoArchive. Name: the same; number: the offset at which the archive
+  // ends by its end record, 0 without one; second: the size of the file.
+  kArchiveTruncated,
+  kArchiveTrailing,
+  kArchiveDamaged,
   kManifestUnreadable,  // AndroidManifest.xml; name: the archive library's error
   kManifestMalformed,
   kManifestOverBudget,  // reading it costs too much
@@ -20,6 +25,7 @@ enum class Reason {
   kOutsideHalyx,
   kNotMapped,
   // the APK Signing Block
+  kBlockMagic,     // the tool finds it; the library sees no block then
   kBlockTooLarge,  // number: its size; second: the largest that fits
   kBlockTooSmall,
   kBlockSizesDiffer,  // number: the size at its start; second: in its footer
