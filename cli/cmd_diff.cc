@@ -86,6 +86,7 @@ Json JudgeSide(const DiffSide& side) {
   report.file = side.file;
   if (const auto mapping = MapSide(side)) {
     const Anatomy::Package package = Anatomy::ReadPackage(mapping);
+    LocateFields(package, report);
     return DescribeSide(report, &package);
   }
   return DescribeSide(report, nullptr);

@@ -109,7 +109,12 @@ void AddRequests(const std::vector<json>& requests, const std::string& package,
                  nlohmann::ordered_json& facts) {
   facts["requests"] = nlohmann::ordered_json::array();
   for (const json& request : requests) {
-    if (request.is_object()) facts["requests"].push_back(nlohmann::ordered_json(request));
+    if (!request.is_object()) continue;
+    facts["requests"].push_back(nlohmann::ordered_json(request));
+    // In the journal, a path that is not UTF-8 has other characters for those bytes.
+    if (request.contains("fileHex")) {
+      facts["requests"].back()["file"] = EscapeInvalidUtf8(FileOf(request));
+    }
   }
   facts["labels"] = nlohmann::ordered_json::array();
   for (const std::string& file : SignedFiles(requests)) {
