@@ -26,8 +26,8 @@ Check_gcc() {  # builds with g++, with warnings as errors, and runs the tests, b
 
 Check_clang() { BuildAndTest clang; }  # the same with clang++ and the traps that Android.bp enables
 Check_asan() { BuildAndTest asan; }  # the same under the address and undefined-behaviour sanitizers
-Check_tsan() { BuildAndTest tsan; }  # the same under the thread sanitizer
-Check_arm64() { BuildAndTest arm64; }  # the same for 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
+Check_tsan() { BuildAndTest tsan; }  # the same for the library under the thread sanitizer
+Check_arm64() { BuildAndTest arm64; }  # the same for the library on 64-bit Arm, under emulation; needs scripts/install-deps.sh --arm64
 Check_fuzz() {  # runs every fuzz target for a few seconds, and verifies packages while they change
   Fuzz 5000 100000
   build/fuzz/fuzz/changing_file
@@ -135,6 +135,12 @@ BuildLibrary() {
 }
 
 Long_analyzer_tool() { Analyze anatomy cli manual; }  # clang's static analyzer finds nothing in the tool
+Long_arm64_tool() {  # the tool on 64-bit Arm, under emulation
+  cmake --preset arm64
+  cmake --build --preset arm64_tool
+  ctest --preset arm64_tool -j "$(nproc)"
+}
+
 Long_fuzzing() {  # runs every fuzz target for ten minutes, and prints executions and coverage
   Fuzz -1 -1 -max_total_time=600 -verbosity=1 -print_final_stats=1 2>&1 |
     grep -vE '^#[0-9]+\s+(NEW|REDUCE|RELOAD|pulse) |^INFO: '
