@@ -2,6 +2,8 @@
 
 #include "jar/entry_digest.h"
 
+#include <optional>
+
 #include <quillon/digest.h>
 
 #include "findings/acceptance.h"
@@ -10,6 +12,18 @@
 #include "util/text.h"
 
 namespace Quill {
+namespace {
+
+// Computes the digest that an attribute such as "SHA-256-Digest" holds. Returns nullopt for one of
+// an unsupported kind.
+std::optional<std::vector<uint8_t>> ComputeDigest(const std::string& digestName,
+                                                  const std::vector<uint8_t>& data) {
+  if (digestName == "SHA1-Digest") return ComputeSHA1Digest(data);
+  if (digestName == "SHA-256-Digest") return ComputeSHA256Digest(data);
+  return std::nullopt;
+}
+
+}  // namespace
 
 EntryDigests CollectEntryDigests(const ManifestMf& manifest) {
   EntryDigests digests;
@@ -30,11 +44,9 @@ EntryDigests CollectEntryDigests(const ManifestMf& manifest) {
 
 bool MatchesDigest(const std::string& digestName, const std::vector<uint8_t>& expected,
                    const std::vector<uint8_t>& data) {
-  if (digestName == "SHA1-Digest") {
-    Warn(Warning::kWeakDigest, 0, "SHA-1");
-    return ComputeSHA1Digest(data) == expected;
-  }
-  if (digestName == "SHA-256-Digest") return ComputeSHA256Digest(data) == expected;
+  const std::optional<std::vector<uint8_t>> found = ComputeDigest(digestName, data);
+  if (digestName == "SHA1-Digest") Warn(Warning::kWeakDigest, 0, "SHA-1");
+  if (found) return *found == expected;
   QUILL_LOGE("verifyData: Unsupported digest type: %s\n", digestName.c_str());
   return Refuse(Reason::kJarDigestUnsupported, digestName);
 }
@@ -42,9 +54,8 @@ bool MatchesDigest(const std::string& digestName, const std::vector<uint8_t>& ex
 bool RefuseDigest(Reason reason, std::string_view name, const std::string& digestName,
                   const std::vector<uint8_t>& expected, const std::vector<uint8_t>& data) {
   if (!IsRecording()) return Refuse(reason, name);
-  std::vector<uint8_t> found;
-  if (digestName == "SHA1-Digest") found = ComputeSHA1Digest(data);
-  if (digestName == "SHA-256-Digest") found = ComputeSHA256Digest(data);
+  const std::vector<uint8_t> found =
+      ComputeDigest(digestName, data).value_or(std::vector<uint8_t>());
   return Refuse(reason, {0, name, &expected, &found});
 }
 
