@@ -13,7 +13,7 @@ agreed=tests/abi/libquillon.abi
 suppressions=(--suppressions tests/abi/suppressions.ini)
 [ "$(uname -m)" = x86_64 ] || { echo "abi: skipped, the agreed interface is that of x86-64" >&2; exit 0; }
 # Without debugging information, names would be all that is compared.
-readelf -S "$1" | grep -q '[.]debug_info' || { echo "abi: $1 was built without -g" >&2; exit 2; }
+readelf -S "$1" | grep '[.]debug_info' >/dev/null || { echo "abi: $1 was built without -g" >&2; exit 2; }
 
 if [ -n "$accept" ]; then
   abidw "${suppressions[@]}" --headers-dir include/quillon --drop-private-types --exported-interfaces-only \
